@@ -1,0 +1,34 @@
+#include "generator/generator.hpp"
+
+#include <google/protobuf/io/printer.h>
+#include <google/protobuf/io/zero_copy_stream.h>
+
+#include <memory>
+
+#include "generator/model.hpp"
+#include "generator/outputs.hpp"
+
+namespace vesk::generator {
+namespace {
+
+void write_file(google::protobuf::compiler::GeneratorContext* context, const std::string& name,
+                const std::string& text) {
+    const std::unique_ptr<google::protobuf::io::ZeroCopyOutputStream> stream(context->Open(name));
+    google::protobuf::io::Printer(stream.get(), '$').PrintRaw(text);
+}
+
+}  // namespace
+
+bool Generator::Generate(const google::protobuf::FileDescriptor* file, const std::string& parameter,
+                         google::protobuf::compiler::GeneratorContext* context, std::string* error) const {
+    Options options;
+    Unit unit;
+    if (!read_options(parameter, &options, error) || !read_unit(*file, options, &unit, error)) return false;
+    write_file(context, unit.name + ".h", print_header(unit));
+    write_file(context, unit.name + "_fields.hpp", print_fields(unit));
+    write_file(context, unit.name + "_exports.cpp", print_exports(unit));
+    write_file(context, unit.name + ".symbols", print_symbols(unit));
+    return true;
+}
+
+}  // namespace vesk::generator

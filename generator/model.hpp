@@ -1,0 +1,55 @@
+// What the outputs need to know of a .proto file: messages with their fields, in C names.
+#pragma once
+
+#include <google/protobuf/descriptor.h>
+
+#include <cstdint>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace vesk::generator {
+
+enum class Kind { uint32, uint64, boolean, string, bytes, message, list };
+
+struct Field {
+    std::string name;
+    std::uint32_t number;
+    Kind kind;
+    std::string nested;   // C name of the nested message or element type; empty for the other kinds
+    std::string comment;  // what stands behind the field in the .proto file, on one line
+};
+
+struct Message {
+    std::string name;    // C name, pem_data with its prefix
+    std::string family;  // heading of the family that begins here; empty inside a family
+    std::string comment;
+    std::vector<Field> fields;
+};
+
+struct Unit {
+    std::string name;  // of the .proto file, without .proto
+    std::string prefix;
+    std::string comment;
+    std::vector<std::string> imports;            // every imported file, without .proto
+    std::vector<std::string> library_imports;    // those of the same library
+    std::vector<std::string> imported_messages;  // C names of another library's messages that this unit holds and
+                                                 // that no unit in library_imports holds
+    std::vector<Message> messages;
+};
+
+struct Options {
+    std::string prefix = "vesk";
+    std::set<std::string> imported;
+};
+
+// Reads a parameter as protoc hands it over. False with one line in `error` if it is not understood.
+bool read_options(const std::string& parameter, Options* options, std::string* error);
+
+// False with one line in `error` if the file uses something that the wire rules do not have, or declares a message
+// behind one that holds it.
+bool read_unit(const google::protobuf::FileDescriptor& file, const Options& options, Unit* unit, std::string* error);
+
+std::string upper_case(const std::string& text);
+
+}  // namespace vesk::generator

@@ -1,0 +1,94 @@
+#include "runtime/encode.hpp"
+
+namespace vesk {
+namespace {
+
+// True if `length` bytes from `position` on lie inside the buffer. No sum, so nothing wraps.
+bool fits(std::uint64_t length, std::uint64_t position, Buffer buffer) {
+    return length <= buffer.length && position <= buffer.length - length;
+}
+
+// Stores `length` bytes whole or not at all.
+void store_whole(const void* data, std::uint64_t length, std::uint64_t position, Buffer buffer) {
+    if (length != 0 && fits(length, position, buffer)) {
+        std::memcpy(buffer.data + position, data, static_cast<std::size_t>(length));
+    }
+}
+
+// Enters a segment into the list if it has room; counts it either way.
+std::uint32_t add_segment(const void* data, std::uint64_t length, std::uint32_t used, Segments segments) {
+    if (segments.capacity > used) segments.array[used] = {data, length};
+    return used + 1;
+}
+
+// The address of a position, computed as an integer: the buffer may be null, and the position may lie behind its end.
+const void* address_of(std::uint64_t position, Buffer buffer) {
+    const std::uintptr_t base = reinterpret_cast<std::uintptr_t>(buffer.data);
+    return reinterpret_cast<const void*>(base + static_cast<std::uintptr_t>(position));
+}
+
+// What of the buffer is left from `position` on; (null, 0) if nothing is.
+Buffer rest_of(Buffer buffer, std::uint64_t position) {
+    if (position >= buffer.length) return {nullptr, 0};
+    return {buffer.data + position, buffer.length - position};
+}
+
+// What of the segment list is left behind `used` segments; (null, 0) if nothing is.
+Segments rest_of(Segments segments, std::uint32_t used) {
+    if (used >= segments.capacity) return {nullptr, 0};
+    return {segments.array + used, segments.capacity - used};
+}
+
+}  // namespace
+
+std::uint64_t encode_string(const char* string, std::uint64_t position, Buffer buffer) {
+    const std::uint64_t length = std::strlen(string);
+    position = write_length(length, position, buffer);
+    store_whole(string, length, position, buffer);
+    return position + length;
+}
+
+Progress close_run(Progress progress, Buffer buffer, Segments segments) {
+    progress.segments_used =
+        add_segment(address_of(progress.run_start, buffer), progress.position - progress.run_start,
+                    progress.segments_used, segments);
+    progress.run_start = progress.position;
+    return progress;
+}
+
+Progress encode_bytes(const std::uint8_t* data, std::uint64_t length, Progress progress, Buffer buffer,
+                      Segments segments, std::uint32_t flags) {
+    progress.position = write_length(length, progress.position, buffer);
+    const std::uint64_t size = bytes_size(length, progress.position, flags);
+    store_whole(data, size, progress.position, buffer);
+    progress.position += size;
+    if ((flags & VESK_BYTES_BY_REFERENCE) != 0 && length != 0) {
+        progress = close_run(progress, buffer, segments);
+        progress.segments_used = add_segment(data, length, progress.segments_used, segments);
+    }
+    return progress;
+}
+
+Progress encode_nested(const void* nested, std::uint64_t size, std::uint32_t tag, EncodeNested encode_one,
+                       Progress progress, Buffer buffer, Segments segments, std::uint32_t flags) {
+    progress.position = write_varint(tag, progress.position, buffer);
+    progress.position = write_length(size, progress.position, buffer);
+    const Encoded encoded = encode_one(nested, rest_of(buffer, progress.position),
+                                       rest_of(segments, progress.segments_used), flags);
+    progress.position += size;
+    progress.segments_used += encoded.segments;
+    return progress;
+}
+
+Progress encode_list(const void* array, std::uint32_t count, std::size_t element_size, std::uint32_t tag,
+                     MeasureNested measure_one, EncodeNested encode_one, Progress progress, Buffer buffer,
+                     Segments segments, std::uint32_t flags) {
+    const char* element = static_cast<const char*>(array);
+    for (std::uint32_t i = 0; i < count; ++i, element += element_size) {
+        const std::uint64_t size = measure_one(element, flags);
+        progress = encode_nested(element, size, tag, encode_one, progress, buffer, segments, flags);
+    }
+    return progress;
+}
+
+}  // namespace vesk

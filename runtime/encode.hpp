@@ -1,0 +1,130 @@
+// Encoding: a message into the caller's buffer and segment list. Never fails; what does not fit is counted.
+#pragma once
+
+#include "runtime/measure.hpp"
+
+namespace vesk {
+
+// The part of the caller's segment list that a message may fill.
+struct Segments {
+    vesk_segment* array;
+    std::uint32_t capacity;
+};
+
+// What a message has taken of the buffer and of the segment list so far.
+struct Progress {
+    std::uint64_t position;
+    std::uint64_t run_start;  // where the stretch of the buffer began that is not yet in the list
+    std::uint32_t segments_used;
+};
+
+// What a message took in all.
+struct Encoded {
+    std::uint64_t length;
+    std::uint32_t segments;
+};
+
+template <class Message>
+Encoded encode(const Message& message, Buffer buffer, Segments segments, std::uint32_t flags);
+
+// `encode` for the functions that all types share, which do not know the nested type.
+using EncodeNested = Encoded (*)(const void* nested, Buffer buffer, Segments segments, std::uint32_t flags);
+
+template <class Nested>
+Encoded encode_any(const void* nested, Buffer buffer, Segments segments, std::uint32_t flags) {
+    return encode(*static_cast<const Nested*>(nested), buffer, segments, flags);
+}
+
+// Writes a string with its length: the characters whole or not at all. Returns the position behind it.
+std::uint64_t encode_string(const char* string, std::uint64_t position, Buffer buffer);
+
+// Writes a bytes field with its length, or lists its data as a segment.
+Progress encode_bytes(const std::uint8_t* data, std::uint64_t length, Progress progress, Buffer buffer,
+                      Segments segments, std::uint32_t flags);
+
+// Writes a nested message with its tag and its measured size. The position advances by that size whatever the writing
+// call says: an imported type that measures one length and writes another cannot move the fields behind it.
+Progress encode_nested(const void* nested, std::uint64_t size, std::uint32_t tag, EncodeNested encode_one,
+                       Progress progress, Buffer buffer, Segments segments, std::uint32_t flags);
+
+// Writes every element of a list, also an empty one, each with its tag and length.
+Progress encode_list(const void* array, std::uint32_t count, std::size_t element_size, std::uint32_t tag,
+                     MeasureNested measure_one, EncodeNested encode_one, Progress progress, Buffer buffer,
+                     Segments segments, std::uint32_t flags);
+
+// Enters the stretch of the buffer from the run's start to the position into the list.
+Progress close_run(Progress progress, Buffer buffer, Segments segments);
+
+template <class Message>
+Encoded encode_imported(const Message& message, Buffer buffer, Segments segments, std::uint32_t flags) {
+    std::uint32_t count = segments.capacity;
+    const std::uint64_t length =
+        imported<Message>.encode(&message, buffer.data, buffer.length, segments.array, &count, flags);
+    return {length, count};
+}
+
+template <class Message, std::size_t Index>
+inline Progress encode_field(const Message& message, Progress progress, Buffer buffer, Segments segments,
+                             std::uint32_t flags) {
+    constexpr auto field = field_of<Message, Index>;
+    constexpr Kind kind = kind_of<Message, Index>;
+    constexpr std::uint32_t tag = tag_of<Message, Index>;
+    const bool present = is_present<Message, Index>(message);
+    if constexpr (kind == Kind::message) {
+        // A nested message with content is written even if its bit is clear.
+        // See encode_nested.content_with_clear_bit_is_written.
+        const std::uint64_t size = measure(message.*field.member, flags);
+        if (size != 0 || present) {
+            using Nested = std::remove_cvref_t<decltype(message.*field.member)>;
+            progress = encode_nested(&(message.*field.member), size, tag, encode_any<Nested>, progress, buffer,
+                                     segments, flags);
+        }
+    } else if constexpr (kind == Kind::list) {
+        if (present) {
+            using Element = std::remove_cvref_t<decltype(*(message.*field.array))>;
+            progress = encode_list(message.*field.array, message.*field.count, sizeof(Element), tag,
+                                   measure_any<Element>, encode_any<Element>, progress, buffer, segments,
+                                   flags);
+        }
+    } else if constexpr (kind == Kind::string) {
+        if (present && message.*field.member != nullptr) {
+            progress.position = write_varint(tag, progress.position, buffer);
+            progress.position = encode_string(message.*field.member, progress.position, buffer);
+        }
+    } else if constexpr (kind == Kind::bytes) {
+        if (present) {
+            progress.position = write_varint(tag, progress.position, buffer);
+            progress = encode_bytes(message.*field.data, message.*field.length, progress, buffer, segments, flags);
+        }
+    } else {
+        if (present) {
+            progress.position = write_varint(tag, progress.position, buffer);
+            progress.position = write_varint(message.*field.member, progress.position, buffer);
+        }
+    }
+    return progress;
+}
+
+template <class Message, std::size_t Index = 0>
+inline Progress encode_fields(const Message& message, Progress progress, Buffer buffer, Segments segments,
+                              std::uint32_t flags) {
+    if constexpr (Index == field_count<Message>) {
+        return progress;
+    } else {
+        return encode_fields<Message, Index + 1>(
+            message, encode_field<Message, Index>(message, progress, buffer, segments, flags), buffer, segments, flags);
+    }
+}
+
+template <class Message>
+Encoded encode(const Message& message, Buffer buffer, Segments segments, std::uint32_t flags) {
+    if constexpr (is_imported<Message>) {
+        return encode_imported(message, buffer, segments, flags);
+    } else {
+        Progress progress = encode_fields<Message>(message, {0, 0, 0}, buffer, segments, flags);
+        if (progress.run_start < progress.position) progress = close_run(progress, buffer, segments);
+        return {progress.position, progress.segments_used};
+    }
+}
+
+}  // namespace vesk
