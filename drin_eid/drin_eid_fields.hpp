@@ -8,11 +8,6 @@
 
 namespace vesk {
 
-// Another library's: called through its exported functions.
-template <>
-inline constexpr ImportedFunctions<vesk_drin_eid_element> imported<vesk_drin_eid_element>{
-    vesk_drin_eid_element_encode_ext, vesk_drin_eid_element_decode_ext, vesk_drin_eid_element_duplicate, vesk_drin_eid_element_free_ext};
-
 template <>
 inline constexpr auto schema<vesk_drin_eid_element> = fields(
     field<1>(&vesk_drin_eid_element::f1),

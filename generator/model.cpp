@@ -119,7 +119,8 @@ void add_imported(const FileDescriptor& file, const Options& options, std::set<c
     for (int i = 0; i < file.message_type_count(); ++i) {
         for (int j = 0; j < file.message_type(i)->field_count(); ++j) {
             const Descriptor* nested = file.message_type(i)->field(j)->message_type();
-            if (nested != nullptr && options.imported.count(nested->file()->name()) != 0) messages->insert(nested);
+            if (nested == nullptr || nested->file() == &file) continue;
+            if (options.imported.count(nested->file()->name()) != 0) messages->insert(nested);
         }
     }
 }

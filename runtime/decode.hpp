@@ -82,7 +82,7 @@ inline Step decode_field(Message& message, std::uint32_t tag, const std::uint8_t
 
 // Finds the field of a tag from `Index` on and reads it, or skips a field that the message does not have.
 template <class Message, std::size_t Index = 0>
-inline Step decode_or_skip(Message& message, std::uint32_t tag, const std::uint8_t* at, const std::uint8_t* end,
+[[gnu::always_inline]] inline Step decode_or_skip(Message& message, std::uint32_t tag, const std::uint8_t* at, const std::uint8_t* end,
                            Allocator allocator, std::uint32_t flags) {
     if constexpr (Index == field_count<Message>) {
         return skip_field(wire_type_of_tag(tag), at, end);
@@ -95,7 +95,7 @@ inline Step decode_or_skip(Message& message, std::uint32_t tag, const std::uint8
 }
 
 template <class Message>
-std::int32_t decode(Message& message, const std::uint8_t* at, const std::uint8_t* end, Allocator allocator,
+[[gnu::noinline]] std::int32_t decode(Message& message, const std::uint8_t* at, const std::uint8_t* end, Allocator allocator,
                     std::uint32_t flags) {
     if constexpr (is_imported<Message>) {
         return imported<Message>.decode(&message, at, static_cast<std::uint64_t>(end - at), allocator.alloc,

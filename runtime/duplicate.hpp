@@ -62,7 +62,7 @@ inline std::int32_t duplicate_field(Message& destination, const Message& source,
 }
 
 template <class Message, std::size_t Index = 0>
-inline std::int32_t duplicate_fields(Message& destination, const Message& source, Allocator allocator,
+[[gnu::always_inline]] inline std::int32_t duplicate_fields(Message& destination, const Message& source, Allocator allocator,
                                      std::int32_t code) {
     if constexpr (Index == field_count<Message>) {
         return code;
@@ -73,7 +73,7 @@ inline std::int32_t duplicate_fields(Message& destination, const Message& source
 }
 
 template <class Message>
-std::int32_t duplicate(Message& destination, const Message& source, Allocator allocator) {
+[[gnu::noinline]] std::int32_t duplicate(Message& destination, const Message& source, Allocator allocator) {
     if constexpr (is_imported<Message>) {
         return imported<Message>.duplicate(&destination, &source, allocator.alloc, allocator.context);
     } else {

@@ -106,7 +106,7 @@ inline Progress encode_field(const Message& message, Progress progress, Buffer b
 }
 
 template <class Message, std::size_t Index = 0>
-inline Progress encode_fields(const Message& message, Progress progress, Buffer buffer, Segments segments,
+[[gnu::always_inline]] inline Progress encode_fields(const Message& message, Progress progress, Buffer buffer, Segments segments,
                               std::uint32_t flags) {
     if constexpr (Index == field_count<Message>) {
         return progress;
@@ -117,7 +117,7 @@ inline Progress encode_fields(const Message& message, Progress progress, Buffer 
 }
 
 template <class Message>
-Encoded encode(const Message& message, Buffer buffer, Segments segments, std::uint32_t flags) {
+[[gnu::noinline]] Encoded encode(const Message& message, Buffer buffer, Segments segments, std::uint32_t flags) {
     if constexpr (is_imported<Message>) {
         return encode_imported(message, buffer, segments, flags);
     } else {

@@ -63,7 +63,7 @@ inline std::uint64_t measure_field(const Message& message, std::uint64_t positio
 }
 
 template <class Message, std::size_t Index = 0>
-inline std::uint64_t measure_fields(const Message& message, std::uint64_t position, std::uint32_t flags) {
+[[gnu::always_inline]] inline std::uint64_t measure_fields(const Message& message, std::uint64_t position, std::uint32_t flags) {
     if constexpr (Index == field_count<Message>) {
         return position;
     } else {
@@ -73,7 +73,7 @@ inline std::uint64_t measure_fields(const Message& message, std::uint64_t positi
 }
 
 template <class Message>
-std::uint64_t measure(const Message& message, std::uint32_t flags) {
+[[gnu::noinline]] std::uint64_t measure(const Message& message, std::uint32_t flags) {
     if constexpr (is_imported<Message>) {
         return imported<Message>.encode(&message, nullptr, 0, nullptr, nullptr, flags);
     } else {

@@ -45,7 +45,7 @@ inline void release_field(Message& message, Releaser releaser, std::uint32_t fla
 }
 
 template <class Message, std::size_t Index = 0>
-inline void release_fields(Message& message, Releaser releaser, std::uint32_t flags) {
+[[gnu::always_inline]] inline void release_fields(Message& message, Releaser releaser, std::uint32_t flags) {
     if constexpr (Index < field_count<Message>) {
         release_field<Message, Index>(message, releaser, flags);
         release_fields<Message, Index + 1>(message, releaser, flags);
@@ -53,7 +53,7 @@ inline void release_fields(Message& message, Releaser releaser, std::uint32_t fl
 }
 
 template <class Message>
-void release(Message& message, Releaser releaser, std::uint32_t flags) {
+[[gnu::noinline]] void release(Message& message, Releaser releaser, std::uint32_t flags) {
     if constexpr (is_imported<Message>) {
         imported<Message>.release(&message, releaser.release, releaser.context, flags);
     } else {

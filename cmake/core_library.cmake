@@ -1,0 +1,52 @@
+# How the libraries are compiled and linked. What stands here holds whatever flags a packager adds: target options come
+# behind CMAKE_CXX_FLAGS.
+
+# The libraries need nothing but memcpy, memset, strlen and the imported functions of the entity identifier.
+function(vesk_set_core_options target)
+    target_compile_features(${target} PRIVATE cxx_std_20)
+    target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR})
+    set_target_properties(${target} PROPERTIES
+        CXX_EXTENSIONS OFF
+        POSITION_INDEPENDENT_CODE ON
+        CXX_VISIBILITY_PRESET hidden
+        VISIBILITY_INLINES_HIDDEN ON
+        LINKER_LANGUAGE C)  # not libstdc++
+    target_compile_options(${target} PRIVATE
+        -Wall -Wextra -Wpedantic -Wconversion -Wshadow
+        -fno-exceptions -fno-rtti
+        -fno-stack-protector -U_FORTIFY_SOURCE  # each would import a function of its own
+        $<$<CXX_COMPILER_ID:GNU>:-fno-tree-loop-distribute-patterns>)  # a byte loop stays one, and is not memmove
+endfunction()
+
+# A shared library of generated units. It exports the functions in the units' .symbols files and nothing else, under
+# VERSION_NODE if that is given.
+function(vesk_add_library target)
+    cmake_parse_arguments(ARG "" "VERSION_NODE" "UNITS" ${ARGN})
+    add_library(${target} SHARED)
+    vesk_set_core_options(${target})
+    set(symbols "")
+    foreach(unit ${ARG_UNITS})
+        target_sources(${target} PRIVATE ${unit}/${unit}_exports.cpp)
+        set(symbols_file ${PROJECT_SOURCE_DIR}/${unit}/${unit}.symbols)
+        set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${symbols_file})
+        file(STRINGS ${symbols_file} unit_symbols)
+        list(APPEND symbols ${unit_symbols})
+    endforeach()
+    list(JOIN symbols ";\n        " symbol_lines)
+    set(version_script ${PROJECT_BINARY_DIR}/${target}.map)
+    file(CONFIGURE OUTPUT ${version_script} @ONLY CONTENT
+"@ARG_VERSION_NODE@ {
+    global:
+        @symbol_lines@;
+    local:
+        *;
+};
+")
+    target_link_options(${target} PRIVATE -Wl,--version-script=${version_script} -Wl,-z,text)
+    set_target_properties(${target} PROPERTIES LINK_DEPENDS ${version_script})
+    if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")  # a sanitizer's functions come from the program
+        target_link_options(${target} PRIVATE -Wl,--no-undefined)
+    endif()
+    target_sources(${target} PRIVATE $<TARGET_OBJECTS:vesk_runtime>)
+    target_link_libraries(${target} PUBLIC vesk_headers)
+endfunction()

@@ -1,0 +1,64 @@
+// The memory of a test: hands out blocks as the library's allocation callback and keeps a ledger of them.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <set>
+#include <vector>
+
+#include <vesk/vesk_runtime.h>
+
+namespace vesk::test {
+
+// What a callback was asked, in order.
+struct Request {
+    enum class What { alloc, release } what;
+    std::uint64_t size;  // of the block asked for or given back
+    bool operator==(const Request&) const = default;
+};
+
+// New blocks are filled with 0xA5 and stand between guard bytes. A release of a block that the ledger did not give, a
+// block given back twice, and a damaged guard fail the test at once. So does a block that is still out when the ledger
+// is destroyed, unless the test says forget().
+class Ledger {
+public:
+    static constexpr std::uint8_t fill = 0xA5;
+
+    Ledger() = default;
+    ~Ledger();
+    Ledger(const Ledger&) = delete;
+    Ledger& operator=(const Ledger&) = delete;
+
+    // The callbacks; their context is the ledger.
+    static void* alloc(std::uint64_t size, void* context);
+    static void release(void* block, void* context);
+
+    // The n-th request from now, counted from 1, gets null; only that one.
+    void fail_request(std::uint64_t n) { failing_.insert(requests_made_ + n); }
+    void fail_from_now_on() { fail_all_ = true; }
+    void fail_never() { fail_all_ = false; failing_.clear(); }
+
+    std::uint64_t requests_made() const { return requests_made_; }
+    std::size_t blocks_out() const { return blocks_.size(); }
+    bool owns(const void* block) const { return blocks_.count(const_cast<void*>(block)) != 0; }
+    const std::vector<Request>& history() const { return history_; }
+    void clear_history() { history_.clear(); }
+
+    // Takes back every block by itself: for blocks that the contract gives up for lost.
+    void forget() { blocks_.clear(); }
+
+private:
+    struct Block {
+        std::unique_ptr<std::uint8_t[]> memory;
+        std::uint64_t size;
+    };
+
+    std::map<void*, Block> blocks_;
+    std::set<std::uint64_t> failing_;
+    std::uint64_t requests_made_ = 0;
+    bool fail_all_ = false;
+    std::vector<Request> history_;
+};
+
+}  // namespace vesk::test
