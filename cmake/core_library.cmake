@@ -42,7 +42,8 @@ function(vesk_add_library target)
         *;
 };
 ")
-    target_link_options(${target} PRIVATE -Wl,--version-script=${version_script} -Wl,-z,text)
+    # As needed: CMake adds the C++ library to what C++ objects are linked with, also by a C linker.
+    target_link_options(${target} PRIVATE -Wl,--as-needed -Wl,--version-script=${version_script} -Wl,-z,text)
     set_target_properties(${target} PROPERTIES LINK_DEPENDS ${version_script})
     if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")  # a sanitizer's functions come from the program
         target_link_options(${target} PRIVATE -Wl,--no-undefined)

@@ -37,10 +37,9 @@ std::string read_family(const SourceLocation& location) {
     return family;
 }
 
-std::string describe(const Descriptor& message) { return message.file()->name() + ": " + message.name(); }
-std::string describe(const FieldDescriptor& field) {
-    return describe(*field.containing_type()) + "." + field.name();
-}
+// protoc puts the file's name before every error line.
+std::string describe(const Descriptor& message) { return message.name(); }
+std::string describe(const FieldDescriptor& field) { return field.containing_type()->name() + "." + field.name(); }
 
 bool read_kind(const FieldDescriptor& field, Kind* kind, std::string* error) {
     const bool is_message = field.type() == FieldDescriptor::TYPE_MESSAGE;
@@ -168,7 +167,7 @@ bool read_options(const std::string& parameter, Options* options, std::string* e
 
 bool read_unit(const FileDescriptor& file, const Options& options, Unit* unit, std::string* error) {
     if (file.syntax() != FileDescriptor::SYNTAX_PROTO2) {
-        *error = file.name() + ": must be proto2: only there every field has presence";
+        *error = "must be proto2: only there every field has presence";
         return false;
     }
     unit->name = without_proto(file.name());
