@@ -41,8 +41,14 @@ Segments rest_of(Segments segments, std::uint32_t used) {
 
 }  // namespace
 
-std::uint64_t encode_string(const char* string, std::uint64_t position, Buffer buffer) {
+std::uint64_t encode_number(std::uint32_t tag, std::uint64_t value, std::uint64_t position, Buffer buffer) {
+    position = write_varint(tag, position, buffer);
+    return write_varint(value, position, buffer);
+}
+
+std::uint64_t encode_string(std::uint32_t tag, const char* string, std::uint64_t position, Buffer buffer) {
     const std::uint64_t length = std::strlen(string);
+    position = write_varint(tag, position, buffer);
     position = write_length(length, position, buffer);
     store_whole(string, length, position, buffer);
     return position + length;
@@ -56,8 +62,9 @@ Progress close_run(Progress progress, Buffer buffer, Segments segments) {
     return progress;
 }
 
-Progress encode_bytes(const std::uint8_t* data, std::uint64_t length, Progress progress, Buffer buffer,
-                      Segments segments, std::uint32_t flags) {
+Progress encode_bytes(std::uint32_t tag, const std::uint8_t* data, std::uint64_t length, Progress progress,
+                      Buffer buffer, Segments segments, std::uint32_t flags) {
+    progress.position = write_varint(tag, progress.position, buffer);
     progress.position = write_length(length, progress.position, buffer);
     const std::uint64_t size = bytes_size(length, progress.position, flags);
     store_whole(data, size, progress.position, buffer);
@@ -69,7 +76,7 @@ Progress encode_bytes(const std::uint8_t* data, std::uint64_t length, Progress p
     return progress;
 }
 
-Progress encode_nested(const void* nested, std::uint64_t size, std::uint32_t tag, EncodeNested encode_one,
+Progress encode_nested(std::uint32_t tag, const void* nested, std::uint64_t size, EncodeNested encode_one,
                        Progress progress, Buffer buffer, Segments segments, std::uint32_t flags) {
     progress.position = write_varint(tag, progress.position, buffer);
     progress.position = write_length(size, progress.position, buffer);
@@ -80,13 +87,13 @@ Progress encode_nested(const void* nested, std::uint64_t size, std::uint32_t tag
     return progress;
 }
 
-Progress encode_list(const void* array, std::uint32_t count, std::size_t element_size, std::uint32_t tag,
+Progress encode_list(std::uint32_t tag, const void* array, std::uint32_t count, std::size_t element_size,
                      MeasureNested measure_one, EncodeNested encode_one, Progress progress, Buffer buffer,
                      Segments segments, std::uint32_t flags) {
     const char* element = static_cast<const char*>(array);
     for (std::uint32_t i = 0; i < count; ++i, element += element_size) {
         const std::uint64_t size = measure_one(element, flags);
-        progress = encode_nested(element, size, tag, encode_one, progress, buffer, segments, flags);
+        progress = encode_nested(tag, element, size, encode_one, progress, buffer, segments, flags);
     }
     return progress;
 }

@@ -35,20 +35,21 @@ Encoded encode_any(const void* nested, Buffer buffer, Segments segments, std::ui
     return encode(*static_cast<const Nested*>(nested), buffer, segments, flags);
 }
 
-// Writes a string with its length: the characters whole or not at all. Returns the position behind it.
-std::uint64_t encode_string(const char* string, std::uint64_t position, Buffer buffer);
-
-// Writes a bytes field with its length, or lists its data as a segment.
-Progress encode_bytes(const std::uint8_t* data, std::uint64_t length, Progress progress, Buffer buffer,
-                      Segments segments, std::uint32_t flags);
+// Each of these writes one field with its tag and returns the position behind it.
+std::uint64_t encode_number(std::uint32_t tag, std::uint64_t value, std::uint64_t position, Buffer buffer);
+// The characters are stored whole or not at all.
+std::uint64_t encode_string(std::uint32_t tag, const char* string, std::uint64_t position, Buffer buffer);
+// The data is stored whole or not at all, or listed as a segment.
+Progress encode_bytes(std::uint32_t tag, const std::uint8_t* data, std::uint64_t length, Progress progress,
+                      Buffer buffer, Segments segments, std::uint32_t flags);
 
 // Writes a nested message with its tag and its measured size. The position advances by that size whatever the writing
 // call says: an imported type that measures one length and writes another cannot move the fields behind it.
-Progress encode_nested(const void* nested, std::uint64_t size, std::uint32_t tag, EncodeNested encode_one,
+Progress encode_nested(std::uint32_t tag, const void* nested, std::uint64_t size, EncodeNested encode_one,
                        Progress progress, Buffer buffer, Segments segments, std::uint32_t flags);
 
 // Writes every element of a list, also an empty one, each with its tag and length.
-Progress encode_list(const void* array, std::uint32_t count, std::size_t element_size, std::uint32_t tag,
+Progress encode_list(std::uint32_t tag, const void* array, std::uint32_t count, std::size_t element_size,
                      MeasureNested measure_one, EncodeNested encode_one, Progress progress, Buffer buffer,
                      Segments segments, std::uint32_t flags);
 
@@ -76,31 +77,26 @@ inline Progress encode_field(const Message& message, Progress progress, Buffer b
         const std::uint64_t size = measure(message.*field.member, flags);
         if (size != 0 || present) {
             using Nested = std::remove_cvref_t<decltype(message.*field.member)>;
-            progress = encode_nested(&(message.*field.member), size, tag, encode_any<Nested>, progress, buffer,
+            progress = encode_nested(tag, &(message.*field.member), size, encode_any<Nested>, progress, buffer,
                                      segments, flags);
         }
     } else if constexpr (kind == Kind::list) {
         if (present) {
             using Element = std::remove_cvref_t<decltype(*(message.*field.array))>;
-            progress = encode_list(message.*field.array, message.*field.count, sizeof(Element), tag,
+            progress = encode_list(tag, message.*field.array, message.*field.count, sizeof(Element),
                                    measure_any<Element>, encode_any<Element>, progress, buffer, segments,
                                    flags);
         }
     } else if constexpr (kind == Kind::string) {
         if (present && message.*field.member != nullptr) {
-            progress.position = write_varint(tag, progress.position, buffer);
-            progress.position = encode_string(message.*field.member, progress.position, buffer);
+            progress.position = encode_string(tag, message.*field.member, progress.position, buffer);
         }
     } else if constexpr (kind == Kind::bytes) {
         if (present) {
-            progress.position = write_varint(tag, progress.position, buffer);
-            progress = encode_bytes(message.*field.data, message.*field.length, progress, buffer, segments, flags);
+            progress = encode_bytes(tag, message.*field.data, message.*field.length, progress, buffer, segments, flags);
         }
     } else {
-        if (present) {
-            progress.position = write_varint(tag, progress.position, buffer);
-            progress.position = write_varint(message.*field.member, progress.position, buffer);
-        }
+        if (present) progress.position = encode_number(tag, message.*field.member, progress.position, buffer);
     }
     return progress;
 }

@@ -136,10 +136,15 @@ TEST(skip_field, every_wire_type_by_its_rule) {
              {"varint cut short", 0, "80 80", VESK_MALFORMED, 0},
              {"varint at the end", 0, "", VESK_MALFORMED, 0},
              {"fixed64", 1, "01 02 03 04 05 06 07 08 09", VESK_OK, 8},
+             {"fixed64 up to the end", 1, "01 02 03 04 05 06 07 08", VESK_OK, 8},
              {"length", 2, "02 61 62 63", VESK_OK, 3},
+             {"length up to the end", 2, "02 61 62", VESK_OK, 3},
+             {"length of nothing", 2, "00 61", VESK_OK, 1},
+             {"over-long length", 2, "81 80 80 80 80 80 00 61 62", VESK_OK, 8},
              {"length cut short", 2, "80", VESK_MALFORMED, 0},
              {"length at the end", 2, "", VESK_MALFORMED, 0},
              {"fixed32", 5, "01 02 03 04 05", VESK_OK, 4},
+             {"fixed32 up to the end", 5, "01 02 03 04", VESK_OK, 4},
              {"group start", 3, "00", VESK_UNKNOWN_WIRE_TYPE, 0},
              {"group end", 4, "00", VESK_UNKNOWN_WIRE_TYPE, 0},
              {"type 6", 6, "00", VESK_UNKNOWN_WIRE_TYPE, 0},
@@ -196,6 +201,34 @@ TEST(write_varint, short_buffer_gets_what_fits_and_the_rest_is_counted) {
     const Written written = write(300, 1);
     EXPECT_EQ(written.position, 2u);
     EXPECT_EQ(to_hex(written.buffer), "ac ee ee");
+}
+
+TEST(write_varint, every_short_buffer_gets_what_fits) {
+    for (std::uint64_t value : {std::uint64_t{0}, std::uint64_t{300}, std::uint64_t{0xFFFFFFFF}, ~std::uint64_t{0}}) {
+        const Bytes whole = varint(value);
+        for (std::size_t room = 0; room <= whole.size() + 1; ++room) {
+            Bytes expected(room + 2, 0xEE);
+            for (std::size_t i = 0; i < room && i < whole.size(); ++i) expected[i] = whole[i];
+            const Written written = write(value, room);
+            EXPECT_EQ(written.position, whole.size());
+            EXPECT_EQ(to_hex(written.buffer), to_hex(expected)) << value << " into " << room;
+        }
+    }
+}
+
+TEST(write_varint, position_behind_the_buffer_stores_nothing) {
+    Bytes bytes(8, 0xEE);
+    EXPECT_EQ(write_varint(300, 4, {bytes.data(), 4}), 6u);
+    EXPECT_EQ(write_varint(300, 5, {bytes.data(), 4}), 7u);
+    EXPECT_EQ(to_hex(bytes), "ee ee ee ee ee ee ee ee");
+}
+
+TEST(varint_size, is_what_write_varint_takes_at_the_edges_of_every_group) {
+    for (unsigned bits = 0; bits <= 64; ++bits) {
+        const std::uint64_t largest = bits == 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << bits) - 1;
+        EXPECT_EQ(varint_size(largest), varint(largest).size());
+        EXPECT_EQ(varint_size(largest + 1), varint(largest + 1).size());
+    }
 }
 
 TEST(write_varint, null_buffer_measures) {

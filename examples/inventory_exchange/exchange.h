@@ -1,0 +1,75 @@
+/* The frames that the inventory service and its clients send each other over a Unix-domain stream socket:
+ *
+ *     bytes    field     value
+ *     0-3      magic     56 53 4B 31 ("VSK1")
+ *     4-7      kind      what the body is: enum exchange_kind
+ *     8-11     length    bytes of the body, at most EXCHANGE_BODY_LIMIT
+ *     12-      body      one encoded message; of a refusal, text
+ *
+ * Numbers are unsigned and in network byte order, most significant byte first.
+ *
+ * The client sends requests, one at a time; each gets one answer, or a refusal, after which the service hangs up. */
+#ifndef EXCHANGE_H
+#define EXCHANGE_H
+
+#include <stdbool.h>
+#include <stddef.h>
+#include <stdint.h>
+#include <sys/types.h>
+#include <sys/un.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+enum exchange_kind {
+    EXCHANGE_REQ_INV_DATA = 1,
+    EXCHANGE_REQ_INV_DATA_BY_TYPE = 2,
+    EXCHANGE_REQ_INV_DATA_BY_EID = 3,
+    EXCHANGE_RESP_INV_DATA = 4,
+    EXCHANGE_RESP_INV_DATA_BY_EID = 5,
+    EXCHANGE_REFUSAL = 6 /* the body is one line of text that says why, without a line end */
+};
+
+enum {
+    EXCHANGE_HEADER_LENGTH = 12,
+    EXCHANGE_BODY_LIMIT = 1024 * 1024 /* bytes; a receiver refuses more by the header alone */
+};
+
+struct exchange_header {
+    uint32_t kind;
+    uint32_t length; /* bytes of the body */
+};
+
+/* A frame on its way out. The body is the caller's and must live until all of it is sent. */
+struct exchange_frame {
+    uint8_t header[EXCHANGE_HEADER_LENGTH];
+    const uint8_t* body;
+    size_t length; /* bytes of the body */
+    size_t sent;   /* bytes of header and body that are out already */
+};
+
+/* Makes a frame of which nothing is sent yet. `length` is at most EXCHANGE_BODY_LIMIT. */
+struct exchange_frame exchange_make_frame(enum exchange_kind kind, const void* body, size_t length);
+
+/* Whether the whole frame is out. */
+bool exchange_all_sent(const struct exchange_frame* frame);
+
+/* Sends what is left of a frame, header and body, with one sendmsg, and counts what went out. Never raises SIGPIPE.
+ * Returns -1 with errno if nothing went out, else 0; then there may still be a rest. */
+int exchange_send(int socket, struct exchange_frame* frame);
+
+/* Reads a header. Returns null, or words that say why it is not one; the kind is not judged. */
+const char* exchange_read_header(const uint8_t bytes[EXCHANGE_HEADER_LENGTH], struct exchange_header* header);
+
+/* Fills in the address of a socket. False if the path is empty or too long for one. */
+bool exchange_address(const char* path, struct sockaddr_un* address);
+
+/* What a result of decode says, in words. */
+const char* exchange_result_words(int32_t result);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,52 @@
+// Structures filled by hand, for tests that trust neither encoder nor decoder to make their messages.
+#pragma once
+
+#include <cstring>
+#include <type_traits>
+
+#include "tests/support/api.hpp"
+
+namespace vesk::test {
+
+// A string member's value. No function of the library writes through it.
+inline char* literal(const char* characters) { return const_cast<char*>(characters); }
+
+// A bytes member's data; `bytes` must outlive the message.
+inline std::uint8_t* data_of(const Bytes& bytes) { return const_cast<std::uint8_t*>(bytes.data()); }
+
+// A pointer that nothing may read through.
+template <class T>
+T* unreadable() {
+    return reinterpret_cast<T*>(alignof(std::max_align_t));
+}
+
+// Raw storage, as a caller's stack leaves it.
+template <class T>
+T filled_with(std::uint8_t byte) {
+    static_assert(std::is_trivially_copyable_v<T>);
+    T message;
+    std::memset(static_cast<void*>(&message), byte, sizeof message);
+    return message;
+}
+
+// What one encoding call did: its result, and a buffer of `room` bytes, 0xEE where nothing was stored.
+struct Output {
+    std::uint64_t length;
+    Bytes buffer;
+    bool stayed_inside;  // nothing was stored behind the buffer
+};
+
+template <class T>
+Output encode_into(const T& message, std::size_t room, std::uint32_t flags = 0) {
+    constexpr std::size_t guard = 16;
+    Output output{0, Bytes(room + guard, 0xEE), true};
+    output.length = Api<T>::encode(&message, output.buffer.data(), room, nullptr, nullptr, flags);
+    for (std::size_t i = room; i < room + guard; ++i) output.stayed_inside &= output.buffer[i] == 0xEE;
+    output.buffer.resize(room);
+    return output;
+}
+
+// A bytes field's or any other content behind its tag and length.
+inline Bytes bytes_field(std::uint32_t number, const Bytes& content) { return message_field(number, content); }
+
+}  // namespace vesk::test
