@@ -76,7 +76,8 @@ bool read_field(const FieldDescriptor& descriptor, const std::string& prefix, Fi
     field->number = static_cast<std::uint32_t>(descriptor.number());
     if (const Descriptor* nested = descriptor.message_type()) {
         if (!is_declared_before(*nested, *descriptor.containing_type())) {
-            *error = describe(descriptor) + ": " + nested->name() + " must be declared before the message that holds it";
+            *error =
+                describe(descriptor) + ": " + nested->name() + " must be declared before the message that holds it";
             return false;
         }
         field->nested = prefix + "_" + nested->name();

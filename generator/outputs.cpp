@@ -86,10 +86,13 @@ std::string print_structure(const Message& message) {
     lines.emplace_back(declare({"uint8_t", "present[" + std::to_string(presence_bytes) + "]"}, type_width), "");
 
     std::size_t declaration_width = 0;
-    for (const auto& [declaration, comment] : lines) declaration_width = std::max(declaration_width, declaration.size());
+    for (const auto& [declaration, comment] : lines)
+        declaration_width = std::max(declaration_width, declaration.size());
     std::string text = "typedef struct " + message.name + " {\n";
     for (const auto& [declaration, comment] : lines) {
-        text += "    " + (comment.empty() ? declaration : padded(declaration, declaration_width) + " /* " + comment + " */") + "\n";
+        text += "    " +
+                (comment.empty() ? declaration : padded(declaration, declaration_width) + " /* " + comment + " */") +
+                "\n";
     }
     return text + "} " + message.name + ";\n";
 }
@@ -121,14 +124,14 @@ std::string print_prototypes(const Message& message) {
     const std::string& name = message.name;
     return "/* Encode, decode, copy and release; vesk_runtime.h has the contract. */\n" +
            print_prototype("VESK_API uint64_t " + name + "_encode_ext",
-                           {"const " + name + " *message", "void *buffer", "uint64_t length",
-                            "vesk_segment *segments", "uint32_t *segment_count", "uint32_t flags"}) +
+                           {"const " + name + " *message", "void *buffer", "uint64_t length", "vesk_segment *segments",
+                            "uint32_t *segment_count", "uint32_t flags"}) +
            print_prototype("VESK_API int32_t " + name + "_decode_ext",
                            {name + " *message", "const void *buffer", "uint64_t length", "vesk_alloc alloc",
                             "void *context", "uint32_t flags"}) +
-           print_prototype("VESK_API int32_t " + name + "_duplicate",
-                           {name + " *destination", "const " + name + " *source", "vesk_alloc alloc",
-                            "void *context"}) +
+           print_prototype(
+               "VESK_API int32_t " + name + "_duplicate",
+               {name + " *destination", "const " + name + " *source", "vesk_alloc alloc", "void *context"}) +
            print_prototype("VESK_API void " + name + "_free_ext",
                            {name + " *message", "vesk_release release", "void *context", "uint32_t flags"});
 }
@@ -149,8 +152,10 @@ std::string print_header(const Unit& unit) {
     const std::string guard = upper_case(unit.prefix + "_" + unit.name) + "_H";
     std::string text = "/* " + origin(unit) + " */\n";
     if (!unit.comment.empty()) text += c_comment(unit.comment);
-    text += "/* What the four functions of a type do, and who owns what, stands in vesk_runtime.h. Behind each member: its\n"
-            " * field number and presence bit. */\n";
+    text +=
+        "/* What the four functions of a type do, and who owns what, stands in vesk_runtime.h. Behind each member: "
+        "its\n"
+        " * field number and presence bit. */\n";
     text += "#ifndef " + guard + "\n#define " + guard + "\n\n";
     for (const std::string& import : unit.imports) text += "#include <" + unit.prefix + "/" + import + ".h>\n";
     text += "#include <vesk/vesk_runtime.h>\n\n#ifdef __cplusplus\nextern \"C\" {\n#endif\n";
@@ -163,16 +168,19 @@ std::string print_header(const Unit& unit) {
 }
 
 std::string print_fields(const Unit& unit) {
-    std::string text = "// " + origin(unit) + "\n// The field lists of its messages, in declaration order.\n#pragma once\n\n";
+    std::string text =
+        "// " + origin(unit) + "\n// The field lists of its messages, in declaration order.\n#pragma once\n\n";
     text += "#include <" + unit.prefix + "/" + unit.name + ".h>\n\n";
     for (const std::string& import : unit.library_imports) {
         text += "#include \"" + import + "/" + import + "_fields.hpp\"\n";
     }
     text += "#include \"runtime/schema.hpp\"\n\nnamespace vesk {\n";
     for (const std::string& name : unit.imported_messages) {
-        text += "\n// Another library's: called through its exported functions.\ntemplate <>\ninline constexpr "
-                "ImportedFunctions<" + name + "> imported<" + name + ">{\n    " + name + "_encode_ext, " + name +
-                "_decode_ext, " + name + "_duplicate, " + name + "_free_ext};\n";
+        text +=
+            "\n// Another library's: called through its exported functions.\ntemplate <>\ninline constexpr "
+            "ImportedFunctions<" +
+            name + "> imported<" + name + ">{\n    " + name + "_encode_ext, " + name + "_decode_ext, " + name +
+            "_duplicate, " + name + "_free_ext};\n";
     }
     for (const Message& message : unit.messages) {
         text += "\ntemplate <>\ninline constexpr auto schema<" + message.name + "> = fields(\n";

@@ -12,7 +12,7 @@ namespace vesk {
 template <class Member>
 struct Exactly {
     template <class Other>
-        requires std::is_same_v<Member, Other>
+    requires std::is_same_v<Member, Other>
     operator Other() const;
 };
 

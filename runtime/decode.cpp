@@ -68,9 +68,9 @@ Step decode_nested(void* nested, DecodeNested decode_one, const std::uint8_t* at
     return {at + length, decode_one(nested, at, at + length, allocator, flags)};
 }
 
-Step decode_list(const void* array, void* array_member, std::uint32_t* count, std::uint32_t number, std::size_t element_size,
-                 DecodeNested decode_one, const std::uint8_t* at, const std::uint8_t* end, Allocator allocator,
-                 std::uint32_t flags) {
+Step decode_list(const void* array, void* array_member, std::uint32_t* count, std::uint32_t number,
+                 std::size_t element_size, DecodeNested decode_one, const std::uint8_t* at, const std::uint8_t* end,
+                 Allocator allocator, std::uint32_t flags) {
     if (array != nullptr) return {nullptr, VESK_MALFORMED};
     if (allocator.alloc == nullptr) return {nullptr, VESK_NO_MEMORY};
     std::uint32_t elements;

@@ -1,5 +1,5 @@
-// Decoding: bytes into a message. Input bytes are never trusted; the first error ends the call, and what was read before
-// it stays in the message for the caller to free.
+// Decoding: bytes into a message. Input bytes are never trusted; the first error ends the call, and what was read
+// before it stays in the message for the caller to free.
 #pragma once
 
 #include <cstring>
@@ -34,9 +34,9 @@ Step decode_nested(void* nested, DecodeNested decode_one, const std::uint8_t* at
 
 // Reads a list, which is one unbroken run of fields of one number: counts the run, allocates it once, then decodes it.
 // `array` is what the member holds, `array_member` its address.
-Step decode_list(const void* array, void* array_member, std::uint32_t* count, std::uint32_t number, std::size_t element_size,
-                 DecodeNested decode_one, const std::uint8_t* at, const std::uint8_t* end, Allocator allocator,
-                 std::uint32_t flags);
+Step decode_list(const void* array, void* array_member, std::uint32_t* count, std::uint32_t number,
+                 std::size_t element_size, DecodeNested decode_one, const std::uint8_t* at, const std::uint8_t* end,
+                 Allocator allocator, std::uint32_t flags);
 
 template <class Message, std::size_t Index>
 inline Step decode_value(Message& message, const std::uint8_t* at, const std::uint8_t* end, Allocator allocator,
@@ -82,8 +82,8 @@ inline Step decode_field(Message& message, std::uint32_t tag, const std::uint8_t
 
 // Finds the field of a tag from `Index` on and reads it, or skips a field that the message does not have.
 template <class Message, std::size_t Index = 0>
-[[gnu::always_inline]] inline Step decode_or_skip(Message& message, std::uint32_t tag, const std::uint8_t* at, const std::uint8_t* end,
-                           Allocator allocator, std::uint32_t flags) {
+[[gnu::always_inline]] inline Step decode_or_skip(Message& message, std::uint32_t tag, const std::uint8_t* at,
+                                                  const std::uint8_t* end, Allocator allocator, std::uint32_t flags) {
     if constexpr (Index == field_count<Message>) {
         return skip_field(wire_type_of_tag(tag), at, end);
     } else {
@@ -95,8 +95,8 @@ template <class Message, std::size_t Index = 0>
 }
 
 template <class Message>
-[[gnu::noinline]] std::int32_t decode(Message& message, const std::uint8_t* at, const std::uint8_t* end, Allocator allocator,
-                    std::uint32_t flags) {
+[[gnu::noinline]] std::int32_t decode(Message& message, const std::uint8_t* at, const std::uint8_t* end,
+                                      Allocator allocator, std::uint32_t flags) {
     if constexpr (is_imported<Message>) {
         return imported<Message>.decode(&message, at, static_cast<std::uint64_t>(end - at), allocator.alloc,
                                         allocator.context, flags);

@@ -27,9 +27,8 @@ bool duplicate_bytes(std::uint8_t** destination, std::uint64_t* destination_leng
     return true;
 }
 
-bool duplicate_list(void* destination_member, std::uint32_t* destination_count, const void* source,
-                    std::uint32_t count, std::size_t element_size, DuplicateNested duplicate_one, Allocator allocator,
-                    std::int32_t* code) {
+bool duplicate_list(void* destination_member, std::uint32_t* destination_count, const void* source, std::uint32_t count,
+                    std::size_t element_size, DuplicateNested duplicate_one, Allocator allocator, std::int32_t* code) {
     set_array(destination_member, nullptr);
     *destination_count = 0;
     if (count == 0) return true;

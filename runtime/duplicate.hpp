@@ -1,4 +1,5 @@
-// Duplicating: a deep copy. It never stops early: what could not be copied is empty and marked absent, the rest is there.
+// Duplicating: a deep copy. It never stops early: what could not be copied is empty and marked absent, the rest is
+// there.
 #pragma once
 
 #include <type_traits>
@@ -31,9 +32,8 @@ bool duplicate_bytes(std::uint8_t** destination, std::uint64_t* destination_leng
                      std::uint64_t length, Allocator allocator);
 
 // `destination_member` is the address of the array member. `*code` takes up the first code of an element.
-bool duplicate_list(void* destination_member, std::uint32_t* destination_count, const void* source,
-                    std::uint32_t count, std::size_t element_size, DuplicateNested duplicate_one, Allocator allocator,
-                    std::int32_t* code);
+bool duplicate_list(void* destination_member, std::uint32_t* destination_count, const void* source, std::uint32_t count,
+                    std::size_t element_size, DuplicateNested duplicate_one, Allocator allocator, std::int32_t* code);
 
 // Copies one field with its presence bit. Returns `code`, the code recorded so far, joined with the field's own.
 template <class Message, std::size_t Index>
@@ -62,8 +62,8 @@ inline std::int32_t duplicate_field(Message& destination, const Message& source,
 }
 
 template <class Message, std::size_t Index = 0>
-[[gnu::always_inline]] inline std::int32_t duplicate_fields(Message& destination, const Message& source, Allocator allocator,
-                                     std::int32_t code) {
+[[gnu::always_inline]] inline std::int32_t duplicate_fields(Message& destination, const Message& source,
+                                                            Allocator allocator, std::int32_t code) {
     if constexpr (Index == field_count<Message>) {
         return code;
     } else {

@@ -55,9 +55,8 @@ std::uint64_t encode_string(std::uint32_t tag, const char* string, std::uint64_t
 }
 
 Progress close_run(Progress progress, Buffer buffer, Segments segments) {
-    progress.segments_used =
-        add_segment(address_of(progress.run_start, buffer), progress.position - progress.run_start,
-                    progress.segments_used, segments);
+    progress.segments_used = add_segment(address_of(progress.run_start, buffer), progress.position - progress.run_start,
+                                         progress.segments_used, segments);
     progress.run_start = progress.position;
     return progress;
 }
@@ -80,8 +79,8 @@ Progress encode_nested(std::uint32_t tag, const void* nested, std::uint64_t size
                        Progress progress, Buffer buffer, Segments segments, std::uint32_t flags) {
     progress.position = write_varint(tag, progress.position, buffer);
     progress.position = write_length(size, progress.position, buffer);
-    const Encoded encoded = encode_one(nested, rest_of(buffer, progress.position),
-                                       rest_of(segments, progress.segments_used), flags);
+    const Encoded encoded =
+        encode_one(nested, rest_of(buffer, progress.position), rest_of(segments, progress.segments_used), flags);
     progress.position += size;
     progress.segments_used += encoded.segments;
     return progress;

@@ -84,8 +84,7 @@ inline Progress encode_field(const Message& message, Progress progress, Buffer b
         if (present) {
             using Element = std::remove_cvref_t<decltype(*(message.*field.array))>;
             progress = encode_list(tag, message.*field.array, message.*field.count, sizeof(Element),
-                                   measure_any<Element>, encode_any<Element>, progress, buffer, segments,
-                                   flags);
+                                   measure_any<Element>, encode_any<Element>, progress, buffer, segments, flags);
         }
     } else if constexpr (kind == Kind::string) {
         if (present && message.*field.member != nullptr) {
@@ -102,8 +101,8 @@ inline Progress encode_field(const Message& message, Progress progress, Buffer b
 }
 
 template <class Message, std::size_t Index = 0>
-[[gnu::always_inline]] inline Progress encode_fields(const Message& message, Progress progress, Buffer buffer, Segments segments,
-                              std::uint32_t flags) {
+[[gnu::always_inline]] inline Progress encode_fields(const Message& message, Progress progress, Buffer buffer,
+                                                     Segments segments, std::uint32_t flags) {
     if constexpr (Index == field_count<Message>) {
         return progress;
     } else {

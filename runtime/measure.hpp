@@ -63,7 +63,8 @@ inline std::uint64_t measure_field(const Message& message, std::uint64_t positio
 }
 
 template <class Message, std::size_t Index = 0>
-[[gnu::always_inline]] inline std::uint64_t measure_fields(const Message& message, std::uint64_t position, std::uint32_t flags) {
+[[gnu::always_inline]] inline std::uint64_t measure_fields(const Message& message, std::uint64_t position,
+                                                           std::uint32_t flags) {
     if constexpr (Index == field_count<Message>) {
         return position;
     } else {

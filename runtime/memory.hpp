@@ -1,11 +1,11 @@
-// The caller's memory as the shared functions see it: the allocation callback, the release callback, and pointer members
-// whose type they do not know.
+// The caller's memory as the shared functions see it: the allocation callback, the release callback, and pointer
+// members whose type they do not know.
 #pragma once
+
+#include <vesk/vesk_runtime.h>
 
 #include <cstdint>
 #include <cstring>
-
-#include <vesk/vesk_runtime.h>
 
 namespace vesk {
 

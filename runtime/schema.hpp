@@ -12,6 +12,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 #include <utility>
 
 #include "runtime/wire.hpp"
@@ -80,7 +81,7 @@ template <class Message>
 inline constexpr FieldList<std::index_sequence<>> schema{};
 
 // The exported functions of a message type that belongs to another library. The generated headers specialise
-// `imported` for such a type; a message of this library has none.
+// `imported` for such a type.
 template <class Message>
 struct ImportedFunctions {
     std::uint64_t (*encode)(const Message*, void*, std::uint64_t, vesk_segment*, std::uint32_t*, std::uint32_t);
@@ -89,11 +90,13 @@ struct ImportedFunctions {
     void (*release)(Message*, vesk_release, void*, std::uint32_t);
 };
 
-template <class Message>
-inline constexpr ImportedFunctions<Message> imported{};
+struct NotImported {};
 
 template <class Message>
-inline constexpr bool is_imported = imported<Message>.encode != nullptr;
+inline constexpr NotImported imported{};
+
+template <class Message>
+inline constexpr bool is_imported = !std::is_same_v<decltype(imported<Message>), const NotImported>;
 
 // ---- What a field list says ----------------------------------------------------------------------------------------
 

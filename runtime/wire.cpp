@@ -54,21 +54,16 @@ const std::uint8_t* read_long_varint64(const std::uint8_t* at, const std::uint8_
 
 Step skip_field(std::uint32_t wire_type, const std::uint8_t* at, const std::uint8_t* end) {
     switch (wire_type) {
-        case varint_type:
-            at = skip_continuation(at, end);
-            return {at, at != nullptr ? VESK_OK : VESK_MALFORMED};
-        case fixed64_type:
-            return {skip_bytes(8, at, end), VESK_OK};
+        case varint_type: at = skip_continuation(at, end); return {at, at != nullptr ? VESK_OK : VESK_MALFORMED};
+        case fixed64_type: return {skip_bytes(8, at, end), VESK_OK};
         case length_type: {
             std::uint32_t length;
             at = read_varint32(at, end, &length);
             if (at == nullptr) return {nullptr, VESK_MALFORMED};
             return {skip_bytes(length, at, end), VESK_OK};
         }
-        case fixed32_type:
-            return {skip_bytes(4, at, end), VESK_OK};
-        default:
-            return {nullptr, VESK_UNKNOWN_WIRE_TYPE};
+        case fixed32_type: return {skip_bytes(4, at, end), VESK_OK};
+        default: return {nullptr, VESK_UNKNOWN_WIRE_TYPE};
     }
 }
 

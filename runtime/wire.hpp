@@ -3,9 +3,9 @@
 // is stricter or more lenient.
 #pragma once
 
-#include <cstdint>
-
 #include <vesk/vesk_runtime.h>
+
+#include <cstdint>
 
 namespace vesk {
 

@@ -14,7 +14,7 @@
 #define TYPE_OF_CHOICE uint32_t
 #define TYPE_OF_FLAG uint8_t
 #define TYPE_OF_TEXT char*
-#define MEMBER(kind, key, block, BLOCK, number, form, lowest, highest, text, show) \
+#define MEMBER(kind, key, block, BLOCK, number, form, show, lowest, highest, text) \
     _Static_assert(_Generic(((kind##_record*)0)->block f##number, TYPE_OF_##form : 1, default : 0), #key);
 #include "meanings.def"
 
@@ -28,7 +28,7 @@ enum small_kind_names {
 enum { SHOW_DETAIL = 0, SHOW_COLUMN = 1 };
 
 const struct meaning meanings[] = {
-#define MEMBER(kind, key, block, BLOCK, number, form, lowest, highest, text, show) \
+#define MEMBER(kind, key, block, BLOCK, number, form, show, lowest, highest, text) \
     {(enum entity_kind)kind_code_##kind,                                           \
      #key,                                                                         \
      FORM_##form,                                                                  \

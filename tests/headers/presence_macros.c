@@ -4,7 +4,7 @@
 
 static int failures = 0;
 
-static void expect(int condition, const char *what) {
+static void expect(int condition, const char* what) {
     if (condition) return;
     printf("failed: %s\n", what);
     ++failures;

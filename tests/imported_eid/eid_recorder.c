@@ -5,15 +5,15 @@
 
 static eid_record record;
 
-eid_record *eid_recorder(void) { return &record; }
+eid_record* eid_recorder(void) { return &record; }
 
 static void remember(eid_call call) {
     if (record.count == EID_RECORDER_ROOM) abort();
     record.calls[record.count++] = call;
 }
 
-uint64_t vesk_drin_eid_st_encode_ext(const vesk_drin_eid_st *message, void *buffer, uint64_t length,
-                                     vesk_segment *segments, uint32_t *segment_count, uint32_t flags) {
+uint64_t vesk_drin_eid_st_encode_ext(const vesk_drin_eid_st* message, void* buffer, uint64_t length,
+                                     vesk_segment* segments, uint32_t* segment_count, uint32_t flags) {
     eid_call call = {.function = segment_count == NULL ? EID_MEASURE : EID_WRITE,
                      .message = message,
                      .buffer = buffer,
@@ -29,8 +29,8 @@ uint64_t vesk_drin_eid_st_encode_ext(const vesk_drin_eid_st *message, void *buff
     return written;
 }
 
-int32_t vesk_drin_eid_st_decode_ext(vesk_drin_eid_st *message, const void *buffer, uint64_t length, vesk_alloc alloc,
-                                    void *context, uint32_t flags) {
+int32_t vesk_drin_eid_st_decode_ext(vesk_drin_eid_st* message, const void* buffer, uint64_t length, vesk_alloc alloc,
+                                    void* context, uint32_t flags) {
     eid_call call = {.function = EID_DECODE,
                      .message = message,
                      .buffer = buffer,
@@ -42,24 +42,20 @@ int32_t vesk_drin_eid_st_decode_ext(vesk_drin_eid_st *message, const void *buffe
     memset(message, 0, sizeof *message);
     message->f1 = (uint32_t)length;
     if (length < 4) return 0;
-    const uint8_t *code = buffer;
+    const uint8_t* code = buffer;
     return (int32_t)((uint32_t)code[0] | (uint32_t)code[1] << 8 | (uint32_t)code[2] << 16 | (uint32_t)code[3] << 24);
 }
 
-int32_t vesk_drin_eid_st_duplicate(vesk_drin_eid_st *destination, const vesk_drin_eid_st *source, vesk_alloc alloc,
-                                   void *context) {
-    eid_call call = {.function = EID_DUPLICATE,
-                     .message = destination,
-                     .source = source,
-                     .alloc = alloc,
-                     .context = context};
+int32_t vesk_drin_eid_st_duplicate(vesk_drin_eid_st* destination, const vesk_drin_eid_st* source, vesk_alloc alloc,
+                                   void* context) {
+    eid_call call = {
+        .function = EID_DUPLICATE, .message = destination, .source = source, .alloc = alloc, .context = context};
     remember(call);
     *destination = *source;
     return (int32_t)source->f4;
 }
 
-void vesk_drin_eid_st_free_ext(vesk_drin_eid_st *message, vesk_release release, void *context, uint32_t flags) {
-    eid_call call = {
-        .function = EID_FREE, .message = message, .release = release, .context = context, .flags = flags};
+void vesk_drin_eid_st_free_ext(vesk_drin_eid_st* message, vesk_release release, void* context, uint32_t flags) {
+    eid_call call = {.function = EID_FREE, .message = message, .release = release, .context = context, .flags = flags};
     remember(call);
 }

@@ -24,15 +24,15 @@ enum eid_function { EID_MEASURE, EID_WRITE, EID_DECODE, EID_DUPLICATE, EID_FREE 
 /* One call with all its arguments; those that the function does not have are null or 0. */
 typedef struct eid_call {
     enum eid_function function;
-    const void *message;
-    const void *source;
-    const void *buffer;
+    const void* message;
+    const void* source;
+    const void* buffer;
     uint64_t length;
-    const vesk_segment *segments;
+    const vesk_segment* segments;
     uint32_t capacity; /* what the segment count said on entry */
     vesk_alloc alloc;
     vesk_release release;
-    void *context;
+    void* context;
     uint32_t flags;
 } eid_call;
 
@@ -44,7 +44,7 @@ typedef struct eid_record {
 } eid_record;
 
 /* The record since the program began, or since its count was set to 0. */
-VESK_API eid_record *eid_recorder(void);
+VESK_API eid_record* eid_recorder(void);
 
 #ifdef __cplusplus
 }

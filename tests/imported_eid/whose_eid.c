@@ -15,24 +15,23 @@ static int is_recorder(void) {
 
     registration.eid.f1 = 3;
     VESK_MARK(&registration, VESK_REGISTER_CONTAINER_EID_DATA_EID);
-    recorder_answers +=
-        vesk_register_container_eid_data_encode_ext(&registration, buffer, sizeof buffer, NULL, NULL, 0) ==
-            sizeof recorded &&
-        memcmp(buffer, recorded, sizeof recorded) == 0;
+    recorder_answers += vesk_register_container_eid_data_encode_ext(&registration, buffer, sizeof buffer, NULL, NULL,
+                                                                    0) == sizeof recorded &&
+                        memcmp(buffer, recorded, sizeof recorded) == 0;
 
     registration.eid.f4 = (uint32_t)-9;
     recorder_answers += vesk_register_container_eid_data_duplicate(&copy, &registration, NULL, NULL) == -9;
 
-    recorder_answers += vesk_register_container_eid_data_decode_ext(&registration, minus_seven, sizeof minus_seven, NULL,
-                                                                    NULL, 0) == -7;
+    recorder_answers += vesk_register_container_eid_data_decode_ext(&registration, minus_seven, sizeof minus_seven,
+                                                                    NULL, NULL, 0) == -7;
     vesk_register_container_eid_data_free_ext(&registration, NULL, NULL, 0);
     if (recorder_answers != 0 && recorder_answers != 3) printf("only %d of 3 answers\n", recorder_answers);
     return recorder_answers == 3;
 }
 
-int main(int argc, char **argv) {
-    const char *expected = argc > 1 ? argv[1] : "";
-    const char *found = is_recorder() ? "recorder" : "stand-in";
+int main(int argc, char** argv) {
+    const char* expected = argc > 1 ? argv[1] : "";
+    const char* found = is_recorder() ? "recorder" : "stand-in";
     printf("the functions are those of the %s\n", found);
     return strcmp(found, expected) == 0 ? 0 : 1;
 }

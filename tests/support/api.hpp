@@ -14,14 +14,14 @@ namespace vesk::test {
 template <class T>
 struct Api;
 
-#define VESK_TEST_API(T)                                        \
-    template <>                                                 \
-    struct Api<T> {                                             \
-        static constexpr const char* name = #T;                 \
-        static constexpr auto encode = T##_encode_ext;          \
-        static constexpr auto decode = T##_decode_ext;          \
-        static constexpr auto duplicate = T##_duplicate;        \
-        static constexpr auto free = T##_free_ext;              \
+#define VESK_TEST_API(T)                                 \
+    template <>                                          \
+    struct Api<T> {                                      \
+        static constexpr const char* name = #T;          \
+        static constexpr auto encode = T##_encode_ext;   \
+        static constexpr auto decode = T##_decode_ext;   \
+        static constexpr auto duplicate = T##_duplicate; \
+        static constexpr auto free = T##_free_ext;       \
     };
 VESK_TEST_TYPES(VESK_TEST_API)
 #undef VESK_TEST_API
@@ -47,7 +47,8 @@ Bytes encoded(const T& message, std::uint32_t flags = 0) {
 template <class T>
 struct Decoded {
     explicit Decoded(const Bytes& input, std::uint32_t flags = 0) : bytes(input), flags(flags) {
-        std::memset(static_cast<void*>(&message), 0x5A, sizeof message);  // raw storage: whatever stood there is overwritten
+        std::memset(static_cast<void*>(&message), 0x5A,
+                    sizeof message);  // raw storage: whatever stood there is overwritten
         code = Api<T>::decode(&message, bytes.data(), bytes.size(), Ledger::alloc, &ledger, flags);
     }
     ~Decoded() { Api<T>::free(&message, Ledger::release, &ledger, flags); }

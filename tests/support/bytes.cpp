@@ -9,7 +9,8 @@ Bytes hex(std::string_view digits) {
     std::string packed;
     for (char c : digits) {
         if (std::isspace(static_cast<unsigned char>(c))) continue;
-        if (!std::isxdigit(static_cast<unsigned char>(c))) throw std::invalid_argument("not hexadecimal: " + std::string(digits));
+        if (!std::isxdigit(static_cast<unsigned char>(c)))
+            throw std::invalid_argument("not hexadecimal: " + std::string(digits));
         packed += c;
     }
     if (packed.size() % 2 != 0) throw std::invalid_argument("half a byte: " + std::string(digits));

@@ -43,7 +43,8 @@ void Ledger::release(void* block, void* context) {
     const Block& known = found->second;
     ledger.history_.push_back({Request::What::release, known.size});
     EXPECT_TRUE(is_guard(known.memory.get())) << "written before a block of " << known.size << " bytes";
-    EXPECT_TRUE(is_guard(known.memory.get() + guard_size + known.size)) << "written past a block of " << known.size << " bytes";
+    EXPECT_TRUE(is_guard(known.memory.get() + guard_size + known.size))
+        << "written past a block of " << known.size << " bytes";
     ledger.blocks_.erase(found);
 }
 

@@ -1,13 +1,13 @@
 // The memory of a test: hands out blocks as the library's allocation callback and keeps a ledger of them.
 #pragma once
 
+#include <vesk/vesk_runtime.h>
+
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <set>
 #include <vector>
-
-#include <vesk/vesk_runtime.h>
 
 namespace vesk::test {
 
@@ -37,7 +37,10 @@ public:
     // The n-th request from now, counted from 1, gets null; only that one.
     void fail_request(std::uint64_t n) { failing_.insert(requests_made_ + n); }
     void fail_from_now_on() { fail_all_ = true; }
-    void fail_never() { fail_all_ = false; failing_.clear(); }
+    void fail_never() {
+        fail_all_ = false;
+        failing_.clear();
+    }
 
     std::uint64_t requests_made() const { return requests_made_; }
     std::size_t blocks_out() const { return blocks_.size(); }

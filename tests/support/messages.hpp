@@ -1,6 +1,7 @@
 // Structures filled by hand, for tests that trust neither encoder nor decoder to make their messages.
 #pragma once
 
+#include <cstddef>
 #include <cstring>
 #include <type_traits>
 
@@ -46,7 +47,7 @@ Output encode_into(const T& message, std::size_t room, std::uint32_t flags = 0) 
     return output;
 }
 
-// A bytes field's or any other content behind its tag and length.
+// A whole bytes field.
 inline Bytes bytes_field(std::uint32_t number, const Bytes& content) { return message_field(number, content); }
 
 }  // namespace vesk::test

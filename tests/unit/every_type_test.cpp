@@ -112,12 +112,15 @@ void find_contents(const TypeInfo& type, const Bytes& bytes, Range message, std:
     while (at < end) {
         std::uint32_t tag;
         std::uint64_t value;
-        at = read_varint64(read_varint32(at, end, &tag), end, &value);
+        at = read_varint32(at, end, &tag);
+        if (at != nullptr) at = read_varint64(at, end, &value);
+        ASSERT_NE(at, nullptr) << to_hex(bytes);
         if (wire_type_of_tag(tag) == varint_type) continue;
-        const std::size_t start = static_cast<std::size_t>(at - bytes.data());
         const auto field = std::find_if(type.fields.begin(), type.fields.end(), [&](const FieldInfo& candidate) {
             return candidate.number == number_of_tag(tag);
         });
+        ASSERT_TRUE(field != type.fields.end() && value <= static_cast<std::uint64_t>(end - at)) << to_hex(bytes);
+        const std::size_t start = static_cast<std::size_t>(at - bytes.data());
         if (field->nested != nullptr) {
             find_contents(*field->nested, bytes, {start, start + value}, contents);
         } else {

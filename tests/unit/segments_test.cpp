@@ -291,6 +291,19 @@ TEST(nested_segments, length_prefix_has_copied_bytes) {
     expect_segments(listing, {run(2, 13), run(0, 18)});
 }
 
+TEST(nested_segments, null_buffer_counts_from_null_in_each_message) {
+    const vesk_idprom_data idprom = with_image();
+    vesk_segment segments[4];
+    std::uint32_t count = 4;
+    EXPECT_EQ(vesk_idprom_data_encode_ext(&idprom, nullptr, 0, segments, &count, by_reference), 13u);
+    ASSERT_EQ(count, 4u);
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(segments[0].data), 0u);
+    EXPECT_EQ(segments[1].data, five_bytes.data());
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(segments[2].data), 5u);
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(segments[3].data), 0u);
+    EXPECT_EQ(segments[3].length, 13u);
+}
+
 // Two ID-PROMs with an image each, in a list.
 TEST(nested_segments, every_capacity_over_three_levels) {
     vesk_idprom_data idproms[2] = {with_image(), with_image()};

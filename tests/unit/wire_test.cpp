@@ -169,7 +169,9 @@ void expect_skip_ends_input(std::uint32_t wire_type, const char* digits) {
 }
 
 TEST(skip_field, fixed32_with_three_bytes_left_succeeds_and_ends_the_input) { expect_skip_ends_input(5, "01 02 03"); }
-TEST(skip_field, fixed64_with_seven_bytes_left_succeeds_and_ends_the_input) { expect_skip_ends_input(1, "01 02 03 04 05 06 07"); }
+TEST(skip_field, fixed64_with_seven_bytes_left_succeeds_and_ends_the_input) {
+    expect_skip_ends_input(1, "01 02 03 04 05 06 07");
+}
 TEST(skip_field, length_past_the_end_succeeds_and_ends_the_input) { expect_skip_ends_input(2, "FF FF FF FF 0F 61"); }
 
 struct Written {
@@ -185,9 +187,9 @@ Written write(std::uint64_t value, std::size_t room) {
 }
 
 TEST(write_varint, every_width_is_written) {
-    for (std::uint64_t value : {std::uint64_t{0}, std::uint64_t{0x7F}, std::uint64_t{0x80}, std::uint64_t{300},
-                                std::uint64_t{0x3FFF}, std::uint64_t{0x4000}, std::uint64_t{0xFFFFFFFF},
-                                (std::uint64_t{1} << 40) + 1, ~std::uint64_t{0}}) {
+    for (std::uint64_t value :
+         {std::uint64_t{0}, std::uint64_t{0x7F}, std::uint64_t{0x80}, std::uint64_t{300}, std::uint64_t{0x3FFF},
+          std::uint64_t{0x4000}, std::uint64_t{0xFFFFFFFF}, (std::uint64_t{1} << 40) + 1, ~std::uint64_t{0}}) {
         const Bytes expected = varint(value);
         Written written = write(value, 16);
         EXPECT_EQ(written.position, expected.size());
