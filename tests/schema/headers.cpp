@@ -4,7 +4,7 @@
 #include <map>
 #include <sstream>
 
-#include "tests/schema/table.hpp"
+#include "tests/schema/checks.hpp"
 
 namespace vesk::test {
 namespace {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "tests/schema/table.hpp"
+#include "tests/schema/checks.hpp"
 
 namespace vesk::test {
 namespace {

@@ -7,7 +7,7 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "tests/schema/table.hpp"
+#include "tests/schema/checks.hpp"
 
 namespace vesk::test {
 namespace {

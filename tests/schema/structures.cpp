@@ -1,73 +1,10 @@
-#include <algorithm>
 #include <stdexcept>
 
-#include "tests/schema/table.hpp"
+#include "tests/schema/checks.hpp"
 #include "tests/support/type_info.hpp"
 
 namespace vesk::test {
 namespace {
-
-// What a member takes of a structure.
-struct Extent {
-    std::size_t size;
-    std::size_t alignment;
-};
-
-template <class Member>
-struct Behind {
-    char before;
-    Member member;
-};
-
-// Alignment inside a structure, which some platforms make smaller than that of a variable.
-template <class Member>
-constexpr Extent extent_of = {sizeof(Member), offsetof(Behind<Member>, member)};
-
-struct Layout {
-    std::vector<std::size_t> offsets;         // of each row's first member
-    std::vector<std::size_t> second_offsets;  // of a bytes field's length or a list's count; else 0
-    std::size_t presence_offset = 0;
-    Extent whole{0, 1};
-};
-
-// Puts a member behind the others and returns its offset.
-std::size_t append(Layout& layout, Extent member) {
-    const std::size_t offset = (layout.whole.size + member.alignment - 1) / member.alignment * member.alignment;
-    layout.whole.size = offset + member.size;
-    layout.whole.alignment = std::max(layout.whole.alignment, member.alignment);
-    return offset;
-}
-
-Layout layout_of(const Table& table, const Type& type);
-
-Extent nested_extent(const Table& table, const std::string& name) {
-    if (name == entity_identifier().name) return layout_of(table, entity_identifier()).whole;
-    const Type* type = table.find(name);
-    if (type == nullptr) throw std::runtime_error("unknown nested type " + name);
-    return layout_of(table, *type).whole;
-}
-
-Extent first_member(const Table& table, const Row& row) {
-    if (row.kind == "uint32") return extent_of<std::uint32_t>;
-    if (row.kind == "uint64") return extent_of<std::uint64_t>;
-    if (row.kind == "bool") return extent_of<std::uint8_t>;
-    if (row.kind == "message") return nested_extent(table, row.nested);
-    return extent_of<void*>;
-}
-
-Layout layout_of(const Table& table, const Type& type) {
-    Layout layout;
-    for (const Row& row : type.rows) {
-        layout.offsets.push_back(append(layout, first_member(table, row)));
-        std::size_t second = 0;
-        if (row.kind == "bytes") second = append(layout, extent_of<std::uint64_t>);
-        if (row.kind == "list") second = append(layout, extent_of<std::uint32_t>);
-        layout.second_offsets.push_back(second);
-    }
-    layout.presence_offset = append(layout, {type.presence_bytes, 1});
-    layout.whole.size = append(layout, {0, layout.whole.alignment});
-    return layout;
-}
 
 const char* name_of(Kind kind) {
     switch (kind) {

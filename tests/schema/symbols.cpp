@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <sstream>
 
-#include "tests/schema/table.hpp"
+#include "tests/schema/checks.hpp"
 
 namespace vesk::test {
 

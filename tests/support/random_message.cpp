@@ -22,7 +22,7 @@ unsigned percent_of_fields(const TypeInfo& type, Amount amount) {
 }  // namespace
 
 RandomMessage::RandomMessage(const TypeInfo& type, std::uint64_t seed, Amount amount)
-    : random_(seed), percent_(percent_of_fields(type, amount)), message_(type, 0) {
+    : random_(seed), wild_(amount == Amount::wild), percent_(percent_of_fields(type, amount)), message_(type, 0) {
     fill(type, message_.get());
 }
 
@@ -31,7 +31,7 @@ void RandomMessage::fill(const TypeInfo& type, void* message) {
         const FieldInfo& field = type.fields[index];
         const bool wanted = chance(field.kind == Kind::list ? std::max(percent_, 30u) : percent_);
         fill_field(field, message, wanted);
-        if (wanted && !chance(10)) {
+        if (wild_ ? chance(percent_) : wanted && !chance(10)) {
             const std::size_t byte = type.presence_offset + index / 8;
             store(message, byte, static_cast<std::uint8_t>(load<std::uint8_t>(message, byte) | 1u << index % 8));
         }
@@ -45,7 +45,7 @@ void RandomMessage::fill_field(const FieldInfo& field, void* message, bool wante
     switch (field.kind) {
         case Kind::uint32: return store(message, field.offset, static_cast<std::uint32_t>(number()));
         case Kind::uint64: return store(message, field.offset, number());
-        case Kind::boolean: return store(message, field.offset, static_cast<std::uint8_t>(below(2)));
+        case Kind::boolean: return store(message, field.offset, static_cast<std::uint8_t>(below(wild_ ? 256 : 2)));
         case Kind::string: {
             if (chance(10)) return;
             const std::size_t length = content_length();

@@ -14,11 +14,12 @@ namespace vesk::test {
 enum class Amount {
     some,  // about forty fields in all, so that every length of the encoding can be tried
     much,  // nearly every field, up to three elements per list
+    wild,  // as some, but flags are any byte, and presence bits are set and clear whatever the members hold
 };
 
 // Sets members with and without their presence bits, as a careless caller might: strings null, empty, short and long,
-// numbers of every width, lists of no to three elements, values whose bit is clear. Only flags are always 0 or 1, and
-// there is never a length without a pointer.
+// numbers of every width, lists of no to three elements, values whose bit is clear. There is never a length without a
+// pointer.
 class RandomMessage {
 public:
     RandomMessage(const TypeInfo& type, std::uint64_t seed, Amount amount);
@@ -35,6 +36,7 @@ private:
     std::uint8_t* new_block(std::size_t size);
 
     std::mt19937_64 random_;
+    bool wild_;
     unsigned percent_;
     std::vector<std::unique_ptr<std::uint8_t[]>> blocks_;
     Storage message_;

@@ -1,45 +1,17 @@
-// tests/fields.txt as data, and the checks that hold the tree to it. A check returns what it found, one sentence per
-// difference, and nothing if all is well.
+// The checks that hold the tree to tests/fields.txt. A check returns what it found, one sentence per difference, and
+// nothing if all is well.
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <vector>
 
+#include "tests/support/table.hpp"
+
 namespace vesk::test {
-
-struct Row {
-    std::uint32_t number;
-    std::string name;
-    std::string kind;  // uint32 uint64 bool string bytes message list
-    std::uint32_t bit;
-    std::string nested;  // the type of a message or list; else empty
-};
-
-struct Type {
-    std::string name;
-    std::string unit;
-    std::size_t field_count;  // as stated in front of the rows
-    std::size_t presence_bytes;
-    std::vector<Row> rows;
-};
-
-struct Table {
-    std::vector<Type> types;
-
-    const Type* find(const std::string& name) const;
-    Type& at(const std::string& name);
-};
 
 using Findings = std::vector<std::string>;
 
 inline const std::vector<std::string> units{"inventory_db", "client_service"};
-
-// Throws std::runtime_error with the number of a line that is no comment, type or row.
-Table parse_table(const std::string& text);
-
-// The entity identifier, which the table leaves out: the libraries rely on its layout.
-const Type& entity_identifier();
 
 // ---- The checks --------------------------------------------------------------------------------------------------
 
@@ -61,9 +33,6 @@ Findings check_header(const Table& table, const std::string& unit, const std::st
 Findings check_symbols(const Table& table, const std::string& unit, const std::string& symbols);
 
 // ---- For the checks ----------------------------------------------------------------------------------------------
-
-// "2 f2 string, bit 1" or "1 eid message drin_eid_st, bit 0".
-std::string to_string(const Row& row);
 
 // Compares line by line and tells the first difference, with `what` in front.
 void compare_lines(const std::vector<std::string>& expected, const std::vector<std::string>& found,
