@@ -785,6 +785,760 @@ VESK_API int32_t vesk_resp_inv_data_by_eid_duplicate(vesk_resp_inv_data_by_eid *
 VESK_API void vesk_resp_inv_data_by_eid_free_ext(vesk_resp_inv_data_by_eid *message, vesk_release release,
     void *context, uint32_t flags);
 
+/* ---- Power queries ---- */
+
+/* The power state of one unit: three numbers and a flag. */
+typedef struct vesk_fru_power_status_data {
+    uint32_t f1;         /* 1, bit 0 */
+    uint32_t f2;         /* 2, bit 1 */
+    uint32_t f3;         /* 3, bit 2 */
+    uint8_t  f4;         /* 4, bit 3 */
+    uint8_t  present[1];
+} vesk_fru_power_status_data;
+
+enum vesk_fru_power_status_data_presence {
+    VESK_FRU_POWER_STATUS_DATA_F1 = 0,
+    VESK_FRU_POWER_STATUS_DATA_F2 = 1,
+    VESK_FRU_POWER_STATUS_DATA_F3 = 2,
+    VESK_FRU_POWER_STATUS_DATA_F4 = 3
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_fru_power_status_data_encode_ext(const vesk_fru_power_status_data *message,
+    void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_fru_power_status_data_decode_ext(vesk_fru_power_status_data *message,
+    const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_fru_power_status_data_duplicate(vesk_fru_power_status_data *destination,
+    const vesk_fru_power_status_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_fru_power_status_data_free_ext(vesk_fru_power_status_data *message, vesk_release release,
+    void *context, uint32_t flags);
+
+/* The power usage of one unit: its EID, three numbers and two strings. */
+typedef struct vesk_fru_power_usage_data {
+    vesk_drin_eid_st eid;        /* 1, bit 0 */
+    uint32_t         f2;         /* 2, bit 1 */
+    uint32_t         f3;         /* 3, bit 2 */
+    uint32_t         f4;         /* 4, bit 3 */
+    char             *f5;        /* 5, bit 4 */
+    char             *f6;        /* 6, bit 5 */
+    uint8_t          present[1];
+} vesk_fru_power_usage_data;
+
+enum vesk_fru_power_usage_data_presence {
+    VESK_FRU_POWER_USAGE_DATA_EID = 0,
+    VESK_FRU_POWER_USAGE_DATA_F2 = 1,
+    VESK_FRU_POWER_USAGE_DATA_F3 = 2,
+    VESK_FRU_POWER_USAGE_DATA_F4 = 3,
+    VESK_FRU_POWER_USAGE_DATA_F5 = 4,
+    VESK_FRU_POWER_USAGE_DATA_F6 = 5
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_fru_power_usage_data_encode_ext(const vesk_fru_power_usage_data *message,
+    void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_fru_power_usage_data_decode_ext(vesk_fru_power_usage_data *message, const void *buffer,
+    uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_fru_power_usage_data_duplicate(vesk_fru_power_usage_data *destination,
+    const vesk_fru_power_usage_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_fru_power_usage_data_free_ext(vesk_fru_power_usage_data *message, vesk_release release,
+    void *context, uint32_t flags);
+
+/* A request for the power usage of units: two numbers, an EID and a flag. */
+typedef struct vesk_req_fru_power_data {
+    uint32_t         f1;         /* 1, bit 0 */
+    uint32_t         f2;         /* 2, bit 1 */
+    vesk_drin_eid_st eid;        /* 3, bit 2 */
+    uint8_t          f4;         /* 4, bit 3 */
+    uint8_t          present[1];
+} vesk_req_fru_power_data;
+
+enum vesk_req_fru_power_data_presence {
+    VESK_REQ_FRU_POWER_DATA_F1 = 0,
+    VESK_REQ_FRU_POWER_DATA_F2 = 1,
+    VESK_REQ_FRU_POWER_DATA_EID = 2,
+    VESK_REQ_FRU_POWER_DATA_F4 = 3
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_req_fru_power_data_encode_ext(const vesk_req_fru_power_data *message, void *buffer,
+    uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_req_fru_power_data_decode_ext(vesk_req_fru_power_data *message, const void *buffer,
+    uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_req_fru_power_data_duplicate(vesk_req_fru_power_data *destination,
+    const vesk_req_fru_power_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_req_fru_power_data_free_ext(vesk_req_fru_power_data *message, vesk_release release,
+    void *context, uint32_t flags);
+
+/* The answer to req_fru_power_data: two numbers and the list of power usage records. */
+typedef struct vesk_resp_fru_power_data {
+    uint32_t                  f1;                     /* 1, bit 0 */
+    uint32_t                  f2;                     /* 2, bit 1 */
+    vesk_fru_power_usage_data *power_usage_list;      /* 3, bit 2 */
+    uint32_t                  power_usage_list_count;
+    uint8_t                   present[1];
+} vesk_resp_fru_power_data;
+
+enum vesk_resp_fru_power_data_presence {
+    VESK_RESP_FRU_POWER_DATA_F1 = 0,
+    VESK_RESP_FRU_POWER_DATA_F2 = 1,
+    VESK_RESP_FRU_POWER_DATA_POWER_USAGE_LIST = 2
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_resp_fru_power_data_encode_ext(const vesk_resp_fru_power_data *message, void *buffer,
+    uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_resp_fru_power_data_decode_ext(vesk_resp_fru_power_data *message, const void *buffer,
+    uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_resp_fru_power_data_duplicate(vesk_resp_fru_power_data *destination,
+    const vesk_resp_fru_power_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_resp_fru_power_data_free_ext(vesk_resp_fru_power_data *message, vesk_release release,
+    void *context, uint32_t flags);
+
+/* A request for the power of the system: three numbers, an EID and a flag. */
+typedef struct vesk_req_system_power_data {
+    uint32_t         f1;         /* 1, bit 0 */
+    uint32_t         f2;         /* 2, bit 1 */
+    uint32_t         f3;         /* 3, bit 2 */
+    vesk_drin_eid_st eid;        /* 4, bit 3 */
+    uint8_t          f5;         /* 5, bit 4 */
+    uint8_t          present[1];
+} vesk_req_system_power_data;
+
+enum vesk_req_system_power_data_presence {
+    VESK_REQ_SYSTEM_POWER_DATA_F1 = 0,
+    VESK_REQ_SYSTEM_POWER_DATA_F2 = 1,
+    VESK_REQ_SYSTEM_POWER_DATA_F3 = 2,
+    VESK_REQ_SYSTEM_POWER_DATA_EID = 3,
+    VESK_REQ_SYSTEM_POWER_DATA_F5 = 4
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_req_system_power_data_encode_ext(const vesk_req_system_power_data *message,
+    void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_req_system_power_data_decode_ext(vesk_req_system_power_data *message,
+    const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_req_system_power_data_duplicate(vesk_req_system_power_data *destination,
+    const vesk_req_system_power_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_req_system_power_data_free_ext(vesk_req_system_power_data *message, vesk_release release,
+    void *context, uint32_t flags);
+
+/* The power of the system: six numbers, the list of power shelves, the list of power entry modules, five more
+ * numbers and a string. */
+typedef struct vesk_resp_system_power_data {
+    uint32_t              f1;                     /* 1, bit 0 */
+    uint32_t              f2;                     /* 2, bit 1 */
+    uint32_t              f3;                     /* 3, bit 2 */
+    uint32_t              f4;                     /* 4, bit 3 */
+    uint32_t              f5;                     /* 5, bit 4 */
+    uint32_t              f6;                     /* 6, bit 5 */
+    vesk_power_shelf_data *power_shelf_list;      /* 7, bit 6 */
+    uint32_t              power_shelf_list_count;
+    vesk_pem_data         *pem_list;              /* 8, bit 7 */
+    uint32_t              pem_list_count;
+    uint32_t              f9;                     /* 9, bit 8 */
+    uint32_t              f10;                    /* 10, bit 9 */
+    uint32_t              f11;                    /* 11, bit 10 */
+    uint32_t              f12;                    /* 12, bit 11 */
+    uint32_t              f13;                    /* 13, bit 12 */
+    char                  *f14;                   /* 14, bit 13 */
+    uint8_t               present[2];
+} vesk_resp_system_power_data;
+
+enum vesk_resp_system_power_data_presence {
+    VESK_RESP_SYSTEM_POWER_DATA_F1 = 0,
+    VESK_RESP_SYSTEM_POWER_DATA_F2 = 1,
+    VESK_RESP_SYSTEM_POWER_DATA_F3 = 2,
+    VESK_RESP_SYSTEM_POWER_DATA_F4 = 3,
+    VESK_RESP_SYSTEM_POWER_DATA_F5 = 4,
+    VESK_RESP_SYSTEM_POWER_DATA_F6 = 5,
+    VESK_RESP_SYSTEM_POWER_DATA_POWER_SHELF_LIST = 6,
+    VESK_RESP_SYSTEM_POWER_DATA_PEM_LIST = 7,
+    VESK_RESP_SYSTEM_POWER_DATA_F9 = 8,
+    VESK_RESP_SYSTEM_POWER_DATA_F10 = 9,
+    VESK_RESP_SYSTEM_POWER_DATA_F11 = 10,
+    VESK_RESP_SYSTEM_POWER_DATA_F12 = 11,
+    VESK_RESP_SYSTEM_POWER_DATA_F13 = 12,
+    VESK_RESP_SYSTEM_POWER_DATA_F14 = 13
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_resp_system_power_data_encode_ext(const vesk_resp_system_power_data *message,
+    void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_resp_system_power_data_decode_ext(vesk_resp_system_power_data *message,
+    const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_resp_system_power_data_duplicate(vesk_resp_system_power_data *destination,
+    const vesk_resp_system_power_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_resp_system_power_data_free_ext(vesk_resp_system_power_data *message,
+    vesk_release release, void *context, uint32_t flags);
+
+/* ---- EID and container lookups ---- */
+
+/* A request for EIDs: the EID that the request concerns, the policy that applies, three numbers and a flag. */
+typedef struct vesk_req_eid {
+    vesk_drin_eid_st eid;        /* 1, bit 0 */
+    vesk_inv_policy  policy;     /* 2, bit 1 */
+    uint32_t         f3;         /* 3, bit 2 */
+    uint32_t         f4;         /* 4, bit 3 */
+    uint32_t         f5;         /* 5, bit 4 */
+    uint8_t          f6;         /* 6, bit 5 */
+    uint8_t          present[1];
+} vesk_req_eid;
+
+enum vesk_req_eid_presence {
+    VESK_REQ_EID_EID = 0,
+    VESK_REQ_EID_POLICY = 1,
+    VESK_REQ_EID_F3 = 2,
+    VESK_REQ_EID_F4 = 3,
+    VESK_REQ_EID_F5 = 4,
+    VESK_REQ_EID_F6 = 5
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_req_eid_encode_ext(const vesk_req_eid *message, void *buffer, uint64_t length,
+    vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_req_eid_decode_ext(vesk_req_eid *message, const void *buffer, uint64_t length,
+    vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_req_eid_duplicate(vesk_req_eid *destination, const vesk_req_eid *source,
+    vesk_alloc alloc, void *context);
+VESK_API void vesk_req_eid_free_ext(vesk_req_eid *message, vesk_release release, void *context,
+    uint32_t flags);
+
+/* The response to req_eid: a number, the request that it answers, a second number and the list of EIDs found. */
+typedef struct vesk_resp_eid {
+    uint32_t         f1;             /* 1, bit 0 */
+    vesk_req_eid     req_eid;        /* 2, bit 1 */
+    uint32_t         f3;             /* 3, bit 2 */
+    vesk_drin_eid_st *eid_list;      /* 4, bit 3 */
+    uint32_t         eid_list_count;
+    uint8_t          present[1];
+} vesk_resp_eid;
+
+enum vesk_resp_eid_presence {
+    VESK_RESP_EID_F1 = 0,
+    VESK_RESP_EID_REQ_EID = 1,
+    VESK_RESP_EID_F3 = 2,
+    VESK_RESP_EID_EID_LIST = 3
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_resp_eid_encode_ext(const vesk_resp_eid *message, void *buffer, uint64_t length,
+    vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_resp_eid_decode_ext(vesk_resp_eid *message, const void *buffer, uint64_t length,
+    vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_resp_eid_duplicate(vesk_resp_eid *destination, const vesk_resp_eid *source,
+    vesk_alloc alloc, void *context);
+VESK_API void vesk_resp_eid_free_ext(vesk_resp_eid *message, vesk_release release, void *context,
+    uint32_t flags);
+
+/* A request for the node identifiers of the container named by an EID: the EID, a number and a flag. */
+typedef struct vesk_req_container_eid_nodeid {
+    vesk_drin_eid_st eid;        /* 1, bit 0 */
+    uint32_t         f2;         /* 2, bit 1 */
+    uint8_t          f3;         /* 3, bit 2 */
+    uint8_t          present[1];
+} vesk_req_container_eid_nodeid;
+
+enum vesk_req_container_eid_nodeid_presence {
+    VESK_REQ_CONTAINER_EID_NODEID_EID = 0,
+    VESK_REQ_CONTAINER_EID_NODEID_F2 = 1,
+    VESK_REQ_CONTAINER_EID_NODEID_F3 = 2
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_req_container_eid_nodeid_encode_ext(const vesk_req_container_eid_nodeid *message,
+    void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_req_container_eid_nodeid_decode_ext(vesk_req_container_eid_nodeid *message,
+    const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_req_container_eid_nodeid_duplicate(vesk_req_container_eid_nodeid *destination,
+    const vesk_req_container_eid_nodeid *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_req_container_eid_nodeid_free_ext(vesk_req_container_eid_nodeid *message,
+    vesk_release release, void *context, uint32_t flags);
+
+/* The response to req_container_eid_nodeid: the list of container records and two numbers. */
+typedef struct vesk_resp_container_eid_nodeid {
+    vesk_container_eid_nodeid_data *container_eid_nodeid_list;      /* 1, bit 0 */
+    uint32_t                       container_eid_nodeid_list_count;
+    uint32_t                       f2;                              /* 2, bit 1 */
+    uint32_t                       f3;                              /* 3, bit 2 */
+    uint8_t                        present[1];
+} vesk_resp_container_eid_nodeid;
+
+enum vesk_resp_container_eid_nodeid_presence {
+    VESK_RESP_CONTAINER_EID_NODEID_CONTAINER_EID_NODEID_LIST = 0,
+    VESK_RESP_CONTAINER_EID_NODEID_F2 = 1,
+    VESK_RESP_CONTAINER_EID_NODEID_F3 = 2
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_resp_container_eid_nodeid_encode_ext(const vesk_resp_container_eid_nodeid *message,
+    void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_resp_container_eid_nodeid_decode_ext(vesk_resp_container_eid_nodeid *message,
+    const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_resp_container_eid_nodeid_duplicate(vesk_resp_container_eid_nodeid *destination,
+    const vesk_resp_container_eid_nodeid *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_resp_container_eid_nodeid_free_ext(vesk_resp_container_eid_nodeid *message,
+    vesk_release release, void *context, uint32_t flags);
+
+/* ---- Event registration and notification ---- */
+
+/* The acknowledgement of an event: one number. */
+typedef struct vesk_inv_event_ack {
+    uint32_t f1;         /* 1, bit 0 */
+    uint8_t  present[1];
+} vesk_inv_event_ack;
+
+enum vesk_inv_event_ack_presence {
+    VESK_INV_EVENT_ACK_F1 = 0
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_inv_event_ack_encode_ext(const vesk_inv_event_ack *message, void *buffer,
+    uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_inv_event_ack_decode_ext(vesk_inv_event_ack *message, const void *buffer,
+    uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_inv_event_ack_duplicate(vesk_inv_event_ack *destination,
+    const vesk_inv_event_ack *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_inv_event_ack_free_ext(vesk_inv_event_ack *message, vesk_release release, void *context,
+    uint32_t flags);
+
+/* A registration for events: fourteen numbers, a flag, a number, an EID and the policy that applies. */
+typedef struct vesk_register_event_data {
+    uint32_t         f1;         /* 1, bit 0 */
+    uint32_t         f2;         /* 2, bit 1 */
+    uint32_t         f3;         /* 3, bit 2 */
+    uint32_t         f4;         /* 4, bit 3 */
+    uint32_t         f5;         /* 5, bit 4 */
+    uint32_t         f6;         /* 6, bit 5 */
+    uint32_t         f7;         /* 7, bit 6 */
+    uint32_t         f8;         /* 8, bit 7 */
+    uint32_t         f9;         /* 9, bit 8 */
+    uint32_t         f10;        /* 10, bit 9 */
+    uint32_t         f11;        /* 11, bit 10 */
+    uint32_t         f12;        /* 12, bit 11 */
+    uint32_t         f13;        /* 13, bit 12 */
+    uint32_t         f14;        /* 14, bit 13 */
+    uint8_t          f15;        /* 15, bit 14 */
+    uint32_t         f16;        /* 16, bit 15 */
+    vesk_drin_eid_st eid;        /* 17, bit 16 */
+    vesk_inv_policy  policy;     /* 18, bit 17 */
+    uint8_t          present[3];
+} vesk_register_event_data;
+
+enum vesk_register_event_data_presence {
+    VESK_REGISTER_EVENT_DATA_F1 = 0,
+    VESK_REGISTER_EVENT_DATA_F2 = 1,
+    VESK_REGISTER_EVENT_DATA_F3 = 2,
+    VESK_REGISTER_EVENT_DATA_F4 = 3,
+    VESK_REGISTER_EVENT_DATA_F5 = 4,
+    VESK_REGISTER_EVENT_DATA_F6 = 5,
+    VESK_REGISTER_EVENT_DATA_F7 = 6,
+    VESK_REGISTER_EVENT_DATA_F8 = 7,
+    VESK_REGISTER_EVENT_DATA_F9 = 8,
+    VESK_REGISTER_EVENT_DATA_F10 = 9,
+    VESK_REGISTER_EVENT_DATA_F11 = 10,
+    VESK_REGISTER_EVENT_DATA_F12 = 11,
+    VESK_REGISTER_EVENT_DATA_F13 = 12,
+    VESK_REGISTER_EVENT_DATA_F14 = 13,
+    VESK_REGISTER_EVENT_DATA_F15 = 14,
+    VESK_REGISTER_EVENT_DATA_F16 = 15,
+    VESK_REGISTER_EVENT_DATA_EID = 16,
+    VESK_REGISTER_EVENT_DATA_POLICY = 17
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_register_event_data_encode_ext(const vesk_register_event_data *message, void *buffer,
+    uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_register_event_data_decode_ext(vesk_register_event_data *message, const void *buffer,
+    uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_register_event_data_duplicate(vesk_register_event_data *destination,
+    const vesk_register_event_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_register_event_data_free_ext(vesk_register_event_data *message, vesk_release release,
+    void *context, uint32_t flags);
+
+/* A registration for the events of one entity: its EID, a number and the policy. */
+typedef struct vesk_register_eid_event_data {
+    vesk_drin_eid_st eid;        /* 1, bit 0 */
+    uint32_t         f2;         /* 2, bit 1 */
+    vesk_inv_policy  policy;     /* 3, bit 2 */
+    uint8_t          present[1];
+} vesk_register_eid_event_data;
+
+enum vesk_register_eid_event_data_presence {
+    VESK_REGISTER_EID_EVENT_DATA_EID = 0,
+    VESK_REGISTER_EID_EVENT_DATA_F2 = 1,
+    VESK_REGISTER_EID_EVENT_DATA_POLICY = 2
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_register_eid_event_data_encode_ext(const vesk_register_eid_event_data *message,
+    void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_register_eid_event_data_decode_ext(vesk_register_eid_event_data *message,
+    const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_register_eid_event_data_duplicate(vesk_register_eid_event_data *destination,
+    const vesk_register_eid_event_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_register_eid_event_data_free_ext(vesk_register_eid_event_data *message,
+    vesk_release release, void *context, uint32_t flags);
+
+/* The registration of a FRU operation: the policy and five numbers. */
+typedef struct vesk_inv_register_fru_op {
+    vesk_inv_policy policy;     /* 1, bit 0 */
+    uint32_t        f2;         /* 2, bit 1 */
+    uint32_t        f3;         /* 3, bit 2 */
+    uint32_t        f4;         /* 4, bit 3 */
+    uint32_t        f5;         /* 5, bit 4 */
+    uint32_t        f6;         /* 6, bit 5 */
+    uint8_t         present[1];
+} vesk_inv_register_fru_op;
+
+enum vesk_inv_register_fru_op_presence {
+    VESK_INV_REGISTER_FRU_OP_POLICY = 0,
+    VESK_INV_REGISTER_FRU_OP_F2 = 1,
+    VESK_INV_REGISTER_FRU_OP_F3 = 2,
+    VESK_INV_REGISTER_FRU_OP_F4 = 3,
+    VESK_INV_REGISTER_FRU_OP_F5 = 4,
+    VESK_INV_REGISTER_FRU_OP_F6 = 5
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_inv_register_fru_op_encode_ext(const vesk_inv_register_fru_op *message, void *buffer,
+    uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_inv_register_fru_op_decode_ext(vesk_inv_register_fru_op *message, const void *buffer,
+    uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_inv_register_fru_op_duplicate(vesk_inv_register_fru_op *destination,
+    const vesk_inv_register_fru_op *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_inv_register_fru_op_free_ext(vesk_inv_register_fru_op *message, vesk_release release,
+    void *context, uint32_t flags);
+
+/* The notification of an event: the EID concerned and the records that describe the entity, interleaved with
+ * numbers. The records are independent of each other: any number of them may be present. */
+typedef struct vesk_notify_event_data {
+    vesk_drin_eid_st           eid;          /* 1, bit 0 */
+    uint32_t                   f2;           /* 2, bit 1 */
+    vesk_base_data             base;         /* 3, bit 2 */
+    vesk_fru_power_status_data power_status; /* 4, bit 3 */
+    uint32_t                   f5;           /* 5, bit 4 */
+    uint32_t                   f6;           /* 6, bit 5 */
+    vesk_sensor_data           sensor;       /* 7, bit 6 */
+    vesk_idprom_data           idprom;       /* 8, bit 7 */
+    vesk_inv_fpga_data         fpga;         /* 9, bit 8 */
+    uint32_t                   f10;          /* 10, bit 9 */
+    uint8_t                    present[2];
+} vesk_notify_event_data;
+
+enum vesk_notify_event_data_presence {
+    VESK_NOTIFY_EVENT_DATA_EID = 0,
+    VESK_NOTIFY_EVENT_DATA_F2 = 1,
+    VESK_NOTIFY_EVENT_DATA_BASE = 2,
+    VESK_NOTIFY_EVENT_DATA_POWER_STATUS = 3,
+    VESK_NOTIFY_EVENT_DATA_F5 = 4,
+    VESK_NOTIFY_EVENT_DATA_F6 = 5,
+    VESK_NOTIFY_EVENT_DATA_SENSOR = 6,
+    VESK_NOTIFY_EVENT_DATA_IDPROM = 7,
+    VESK_NOTIFY_EVENT_DATA_FPGA = 8,
+    VESK_NOTIFY_EVENT_DATA_F10 = 9
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_notify_event_data_encode_ext(const vesk_notify_event_data *message, void *buffer,
+    uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_notify_event_data_decode_ext(vesk_notify_event_data *message, const void *buffer,
+    uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_notify_event_data_duplicate(vesk_notify_event_data *destination,
+    const vesk_notify_event_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_notify_event_data_free_ext(vesk_notify_event_data *message, vesk_release release,
+    void *context, uint32_t flags);
+
+/* ---- SNMP index, client handles and administration ---- */
+
+/* A request for a FRU's SNMP index: the policy that applies, the FRU's EID and six numbers. */
+typedef struct vesk_inv_fru_snmp_idx_req {
+    vesk_inv_policy  policy;     /* 1, bit 0 */
+    vesk_drin_eid_st eid;        /* 2, bit 1 */
+    uint32_t         f3;         /* 3, bit 2 */
+    uint32_t         f4;         /* 4, bit 3 */
+    uint32_t         f5;         /* 5, bit 4 */
+    uint32_t         f6;         /* 6, bit 5 */
+    uint32_t         f7;         /* 7, bit 6 */
+    uint32_t         f8;         /* 8, bit 7 */
+    uint8_t          present[1];
+} vesk_inv_fru_snmp_idx_req;
+
+enum vesk_inv_fru_snmp_idx_req_presence {
+    VESK_INV_FRU_SNMP_IDX_REQ_POLICY = 0,
+    VESK_INV_FRU_SNMP_IDX_REQ_EID = 1,
+    VESK_INV_FRU_SNMP_IDX_REQ_F3 = 2,
+    VESK_INV_FRU_SNMP_IDX_REQ_F4 = 3,
+    VESK_INV_FRU_SNMP_IDX_REQ_F5 = 4,
+    VESK_INV_FRU_SNMP_IDX_REQ_F6 = 5,
+    VESK_INV_FRU_SNMP_IDX_REQ_F7 = 6,
+    VESK_INV_FRU_SNMP_IDX_REQ_F8 = 7
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_inv_fru_snmp_idx_req_encode_ext(const vesk_inv_fru_snmp_idx_req *message,
+    void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_inv_fru_snmp_idx_req_decode_ext(vesk_inv_fru_snmp_idx_req *message, const void *buffer,
+    uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_inv_fru_snmp_idx_req_duplicate(vesk_inv_fru_snmp_idx_req *destination,
+    const vesk_inv_fru_snmp_idx_req *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_inv_fru_snmp_idx_req_free_ext(vesk_inv_fru_snmp_idx_req *message, vesk_release release,
+    void *context, uint32_t flags);
+
+/* The answer to inv_fru_snmp_idx_req: the request itself and four numbers. */
+typedef struct vesk_inv_fru_snmp_idx_data {
+    vesk_inv_fru_snmp_idx_req snmp_idx_req; /* 1, bit 0 */
+    uint32_t                  f2;           /* 2, bit 1 */
+    uint32_t                  f3;           /* 3, bit 2 */
+    uint32_t                  f4;           /* 4, bit 3 */
+    uint32_t                  f5;           /* 5, bit 4 */
+    uint8_t                   present[1];
+} vesk_inv_fru_snmp_idx_data;
+
+enum vesk_inv_fru_snmp_idx_data_presence {
+    VESK_INV_FRU_SNMP_IDX_DATA_SNMP_IDX_REQ = 0,
+    VESK_INV_FRU_SNMP_IDX_DATA_F2 = 1,
+    VESK_INV_FRU_SNMP_IDX_DATA_F3 = 2,
+    VESK_INV_FRU_SNMP_IDX_DATA_F4 = 3,
+    VESK_INV_FRU_SNMP_IDX_DATA_F5 = 4
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_inv_fru_snmp_idx_data_encode_ext(const vesk_inv_fru_snmp_idx_data *message,
+    void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_inv_fru_snmp_idx_data_decode_ext(vesk_inv_fru_snmp_idx_data *message,
+    const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_inv_fru_snmp_idx_data_duplicate(vesk_inv_fru_snmp_idx_data *destination,
+    const vesk_inv_fru_snmp_idx_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_inv_fru_snmp_idx_data_free_ext(vesk_inv_fru_snmp_idx_data *message, vesk_release release,
+    void *context, uint32_t flags);
+
+/* One client handle: three 64-bit numbers, ten 32-bit numbers and a string. */
+typedef struct vesk_clients_hdl_info {
+    uint64_t f1;         /* 1, bit 0 */
+    uint64_t f2;         /* 2, bit 1 */
+    uint32_t f3;         /* 3, bit 2 */
+    uint32_t f4;         /* 4, bit 3 */
+    uint64_t f5;         /* 5, bit 4 */
+    uint32_t f6;         /* 6, bit 5 */
+    uint32_t f7;         /* 7, bit 6 */
+    uint32_t f8;         /* 8, bit 7 */
+    uint32_t f9;         /* 9, bit 8 */
+    uint32_t f10;        /* 10, bit 9 */
+    uint32_t f11;        /* 11, bit 10 */
+    uint32_t f12;        /* 12, bit 11 */
+    uint32_t f13;        /* 13, bit 12 */
+    char     *f14;       /* 14, bit 13 */
+    uint8_t  present[2];
+} vesk_clients_hdl_info;
+
+enum vesk_clients_hdl_info_presence {
+    VESK_CLIENTS_HDL_INFO_F1 = 0,
+    VESK_CLIENTS_HDL_INFO_F2 = 1,
+    VESK_CLIENTS_HDL_INFO_F3 = 2,
+    VESK_CLIENTS_HDL_INFO_F4 = 3,
+    VESK_CLIENTS_HDL_INFO_F5 = 4,
+    VESK_CLIENTS_HDL_INFO_F6 = 5,
+    VESK_CLIENTS_HDL_INFO_F7 = 6,
+    VESK_CLIENTS_HDL_INFO_F8 = 7,
+    VESK_CLIENTS_HDL_INFO_F9 = 8,
+    VESK_CLIENTS_HDL_INFO_F10 = 9,
+    VESK_CLIENTS_HDL_INFO_F11 = 10,
+    VESK_CLIENTS_HDL_INFO_F12 = 11,
+    VESK_CLIENTS_HDL_INFO_F13 = 12,
+    VESK_CLIENTS_HDL_INFO_F14 = 13
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_clients_hdl_info_encode_ext(const vesk_clients_hdl_info *message, void *buffer,
+    uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_clients_hdl_info_decode_ext(vesk_clients_hdl_info *message, const void *buffer,
+    uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_clients_hdl_info_duplicate(vesk_clients_hdl_info *destination,
+    const vesk_clients_hdl_info *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_clients_hdl_info_free_ext(vesk_clients_hdl_info *message, vesk_release release,
+    void *context, uint32_t flags);
+
+/* The list of client handles. */
+typedef struct vesk_resp_clients_hdl_data {
+    vesk_clients_hdl_info *clients_hdl_list;      /* 1, bit 0 */
+    uint32_t              clients_hdl_list_count;
+    uint8_t               present[1];
+} vesk_resp_clients_hdl_data;
+
+enum vesk_resp_clients_hdl_data_presence {
+    VESK_RESP_CLIENTS_HDL_DATA_CLIENTS_HDL_LIST = 0
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_resp_clients_hdl_data_encode_ext(const vesk_resp_clients_hdl_data *message,
+    void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_resp_clients_hdl_data_decode_ext(vesk_resp_clients_hdl_data *message,
+    const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_resp_clients_hdl_data_duplicate(vesk_resp_clients_hdl_data *destination,
+    const vesk_resp_clients_hdl_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_resp_clients_hdl_data_free_ext(vesk_resp_clients_hdl_data *message, vesk_release release,
+    void *context, uint32_t flags);
+
+/* The request for the list of client handles: one number. */
+typedef struct vesk_req_clients_hdl_data {
+    uint32_t f1;         /* 1, bit 0 */
+    uint8_t  present[1];
+} vesk_req_clients_hdl_data;
+
+enum vesk_req_clients_hdl_data_presence {
+    VESK_REQ_CLIENTS_HDL_DATA_F1 = 0
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_req_clients_hdl_data_encode_ext(const vesk_req_clients_hdl_data *message,
+    void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_req_clients_hdl_data_decode_ext(vesk_req_clients_hdl_data *message, const void *buffer,
+    uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_req_clients_hdl_data_duplicate(vesk_req_clients_hdl_data *destination,
+    const vesk_req_clients_hdl_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_req_clients_hdl_data_free_ext(vesk_req_clients_hdl_data *message, vesk_release release,
+    void *context, uint32_t flags);
+
+/* A debug message: one flag. */
+typedef struct vesk_inv_debug_msg {
+    uint8_t f1;         /* 1, bit 0 */
+    uint8_t present[1];
+} vesk_inv_debug_msg;
+
+enum vesk_inv_debug_msg_presence {
+    VESK_INV_DEBUG_MSG_F1 = 0
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_inv_debug_msg_encode_ext(const vesk_inv_debug_msg *message, void *buffer,
+    uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_inv_debug_msg_decode_ext(vesk_inv_debug_msg *message, const void *buffer,
+    uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_inv_debug_msg_duplicate(vesk_inv_debug_msg *destination,
+    const vesk_inv_debug_msg *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_inv_debug_msg_free_ext(vesk_inv_debug_msg *message, vesk_release release, void *context,
+    uint32_t flags);
+
+/* A memory administration request: a number and a string. */
+typedef struct vesk_req_admin_memory_data {
+    uint32_t f1;         /* 1, bit 0 */
+    char     *f2;        /* 2, bit 1 */
+    uint8_t  present[1];
+} vesk_req_admin_memory_data;
+
+enum vesk_req_admin_memory_data_presence {
+    VESK_REQ_ADMIN_MEMORY_DATA_F1 = 0,
+    VESK_REQ_ADMIN_MEMORY_DATA_F2 = 1
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_req_admin_memory_data_encode_ext(const vesk_req_admin_memory_data *message,
+    void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_req_admin_memory_data_decode_ext(vesk_req_admin_memory_data *message,
+    const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_req_admin_memory_data_duplicate(vesk_req_admin_memory_data *destination,
+    const vesk_req_admin_memory_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_req_admin_memory_data_free_ext(vesk_req_admin_memory_data *message, vesk_release release,
+    void *context, uint32_t flags);
+
+/* The answer to req_admin_memory_data: four numbers. */
+typedef struct vesk_resp_admin_memory_data {
+    uint32_t f1;         /* 1, bit 0 */
+    uint32_t f2;         /* 2, bit 1 */
+    uint32_t f3;         /* 3, bit 2 */
+    uint32_t f4;         /* 4, bit 3 */
+    uint8_t  present[1];
+} vesk_resp_admin_memory_data;
+
+enum vesk_resp_admin_memory_data_presence {
+    VESK_RESP_ADMIN_MEMORY_DATA_F1 = 0,
+    VESK_RESP_ADMIN_MEMORY_DATA_F2 = 1,
+    VESK_RESP_ADMIN_MEMORY_DATA_F3 = 2,
+    VESK_RESP_ADMIN_MEMORY_DATA_F4 = 3
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_resp_admin_memory_data_encode_ext(const vesk_resp_admin_memory_data *message,
+    void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_resp_admin_memory_data_decode_ext(vesk_resp_admin_memory_data *message,
+    const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_resp_admin_memory_data_duplicate(vesk_resp_admin_memory_data *destination,
+    const vesk_resp_admin_memory_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_resp_admin_memory_data_free_ext(vesk_resp_admin_memory_data *message,
+    vesk_release release, void *context, uint32_t flags);
+
+/* A rack resource request: the policy that applies, the EID concerned and a number. */
+typedef struct vesk_inv_rack_resource_req {
+    vesk_inv_policy  policy;     /* 1, bit 0 */
+    vesk_drin_eid_st eid;        /* 2, bit 1 */
+    uint32_t         f3;         /* 3, bit 2 */
+    uint8_t          present[1];
+} vesk_inv_rack_resource_req;
+
+enum vesk_inv_rack_resource_req_presence {
+    VESK_INV_RACK_RESOURCE_REQ_POLICY = 0,
+    VESK_INV_RACK_RESOURCE_REQ_EID = 1,
+    VESK_INV_RACK_RESOURCE_REQ_F3 = 2
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_inv_rack_resource_req_encode_ext(const vesk_inv_rack_resource_req *message,
+    void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_inv_rack_resource_req_decode_ext(vesk_inv_rack_resource_req *message,
+    const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_inv_rack_resource_req_duplicate(vesk_inv_rack_resource_req *destination,
+    const vesk_inv_rack_resource_req *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_inv_rack_resource_req_free_ext(vesk_inv_rack_resource_req *message, vesk_release release,
+    void *context, uint32_t flags);
+
+/* The answer to inv_rack_resource_req: the EID concerned and four numbers. */
+typedef struct vesk_inv_rack_resource_resp {
+    vesk_drin_eid_st eid;        /* 1, bit 0 */
+    uint32_t         f2;         /* 2, bit 1 */
+    uint32_t         f3;         /* 3, bit 2 */
+    uint32_t         f4;         /* 4, bit 3 */
+    uint32_t         f5;         /* 5, bit 4 */
+    uint8_t          present[1];
+} vesk_inv_rack_resource_resp;
+
+enum vesk_inv_rack_resource_resp_presence {
+    VESK_INV_RACK_RESOURCE_RESP_EID = 0,
+    VESK_INV_RACK_RESOURCE_RESP_F2 = 1,
+    VESK_INV_RACK_RESOURCE_RESP_F3 = 2,
+    VESK_INV_RACK_RESOURCE_RESP_F4 = 3,
+    VESK_INV_RACK_RESOURCE_RESP_F5 = 4
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_inv_rack_resource_resp_encode_ext(const vesk_inv_rack_resource_resp *message,
+    void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_inv_rack_resource_resp_decode_ext(vesk_inv_rack_resource_resp *message,
+    const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_inv_rack_resource_resp_duplicate(vesk_inv_rack_resource_resp *destination,
+    const vesk_inv_rack_resource_resp *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_inv_rack_resource_resp_free_ext(vesk_inv_rack_resource_resp *message,
+    vesk_release release, void *context, uint32_t flags);
+
+/* One number, a list size. */
+typedef struct vesk_req_list_size_msg {
+    uint32_t f1;         /* 1, bit 0 */
+    uint8_t  present[1];
+} vesk_req_list_size_msg;
+
+enum vesk_req_list_size_msg_presence {
+    VESK_REQ_LIST_SIZE_MSG_F1 = 0
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_req_list_size_msg_encode_ext(const vesk_req_list_size_msg *message, void *buffer,
+    uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_req_list_size_msg_decode_ext(vesk_req_list_size_msg *message, const void *buffer,
+    uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_req_list_size_msg_duplicate(vesk_req_list_size_msg *destination,
+    const vesk_req_list_size_msg *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_req_list_size_msg_free_ext(vesk_req_list_size_msg *message, vesk_release release,
+    void *context, uint32_t flags);
+
 #ifdef __cplusplus
 }
 #endif

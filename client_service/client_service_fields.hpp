@@ -237,4 +237,217 @@ inline constexpr auto schema<vesk_resp_inv_data_by_eid> = fields(
     field<19>(&vesk_resp_inv_data_by_eid::container),
     field<20>(&vesk_resp_inv_data_by_eid::lookup_error));
 
+template <>
+inline constexpr auto schema<vesk_fru_power_status_data> = fields(
+    field<1>(&vesk_fru_power_status_data::f1),
+    field<2>(&vesk_fru_power_status_data::f2),
+    field<3>(&vesk_fru_power_status_data::f3),
+    field<4>(&vesk_fru_power_status_data::f4));
+
+template <>
+inline constexpr auto schema<vesk_fru_power_usage_data> = fields(
+    field<1>(&vesk_fru_power_usage_data::eid),
+    field<2>(&vesk_fru_power_usage_data::f2),
+    field<3>(&vesk_fru_power_usage_data::f3),
+    field<4>(&vesk_fru_power_usage_data::f4),
+    field<5>(&vesk_fru_power_usage_data::f5),
+    field<6>(&vesk_fru_power_usage_data::f6));
+
+template <>
+inline constexpr auto schema<vesk_req_fru_power_data> = fields(
+    field<1>(&vesk_req_fru_power_data::f1),
+    field<2>(&vesk_req_fru_power_data::f2),
+    field<3>(&vesk_req_fru_power_data::eid),
+    field<4>(&vesk_req_fru_power_data::f4));
+
+template <>
+inline constexpr auto schema<vesk_resp_fru_power_data> = fields(
+    field<1>(&vesk_resp_fru_power_data::f1),
+    field<2>(&vesk_resp_fru_power_data::f2),
+    list<3>(&vesk_resp_fru_power_data::power_usage_list, &vesk_resp_fru_power_data::power_usage_list_count));
+
+template <>
+inline constexpr auto schema<vesk_req_system_power_data> = fields(
+    field<1>(&vesk_req_system_power_data::f1),
+    field<2>(&vesk_req_system_power_data::f2),
+    field<3>(&vesk_req_system_power_data::f3),
+    field<4>(&vesk_req_system_power_data::eid),
+    field<5>(&vesk_req_system_power_data::f5));
+
+template <>
+inline constexpr auto schema<vesk_resp_system_power_data> = fields(
+    field<1>(&vesk_resp_system_power_data::f1),
+    field<2>(&vesk_resp_system_power_data::f2),
+    field<3>(&vesk_resp_system_power_data::f3),
+    field<4>(&vesk_resp_system_power_data::f4),
+    field<5>(&vesk_resp_system_power_data::f5),
+    field<6>(&vesk_resp_system_power_data::f6),
+    list<7>(&vesk_resp_system_power_data::power_shelf_list, &vesk_resp_system_power_data::power_shelf_list_count),
+    list<8>(&vesk_resp_system_power_data::pem_list, &vesk_resp_system_power_data::pem_list_count),
+    field<9>(&vesk_resp_system_power_data::f9),
+    field<10>(&vesk_resp_system_power_data::f10),
+    field<11>(&vesk_resp_system_power_data::f11),
+    field<12>(&vesk_resp_system_power_data::f12),
+    field<13>(&vesk_resp_system_power_data::f13),
+    field<14>(&vesk_resp_system_power_data::f14));
+
+template <>
+inline constexpr auto schema<vesk_req_eid> = fields(
+    field<1>(&vesk_req_eid::eid),
+    field<2>(&vesk_req_eid::policy),
+    field<3>(&vesk_req_eid::f3),
+    field<4>(&vesk_req_eid::f4),
+    field<5>(&vesk_req_eid::f5),
+    field<6>(&vesk_req_eid::f6));
+
+template <>
+inline constexpr auto schema<vesk_resp_eid> = fields(
+    field<1>(&vesk_resp_eid::f1),
+    field<2>(&vesk_resp_eid::req_eid),
+    field<3>(&vesk_resp_eid::f3),
+    list<4>(&vesk_resp_eid::eid_list, &vesk_resp_eid::eid_list_count));
+
+template <>
+inline constexpr auto schema<vesk_req_container_eid_nodeid> = fields(
+    field<1>(&vesk_req_container_eid_nodeid::eid),
+    field<2>(&vesk_req_container_eid_nodeid::f2),
+    field<3>(&vesk_req_container_eid_nodeid::f3));
+
+template <>
+inline constexpr auto schema<vesk_resp_container_eid_nodeid> = fields(
+    list<1>(&vesk_resp_container_eid_nodeid::container_eid_nodeid_list, &vesk_resp_container_eid_nodeid::container_eid_nodeid_list_count),
+    field<2>(&vesk_resp_container_eid_nodeid::f2),
+    field<3>(&vesk_resp_container_eid_nodeid::f3));
+
+template <>
+inline constexpr auto schema<vesk_inv_event_ack> = fields(
+    field<1>(&vesk_inv_event_ack::f1));
+
+template <>
+inline constexpr auto schema<vesk_register_event_data> = fields(
+    field<1>(&vesk_register_event_data::f1),
+    field<2>(&vesk_register_event_data::f2),
+    field<3>(&vesk_register_event_data::f3),
+    field<4>(&vesk_register_event_data::f4),
+    field<5>(&vesk_register_event_data::f5),
+    field<6>(&vesk_register_event_data::f6),
+    field<7>(&vesk_register_event_data::f7),
+    field<8>(&vesk_register_event_data::f8),
+    field<9>(&vesk_register_event_data::f9),
+    field<10>(&vesk_register_event_data::f10),
+    field<11>(&vesk_register_event_data::f11),
+    field<12>(&vesk_register_event_data::f12),
+    field<13>(&vesk_register_event_data::f13),
+    field<14>(&vesk_register_event_data::f14),
+    field<15>(&vesk_register_event_data::f15),
+    field<16>(&vesk_register_event_data::f16),
+    field<17>(&vesk_register_event_data::eid),
+    field<18>(&vesk_register_event_data::policy));
+
+template <>
+inline constexpr auto schema<vesk_register_eid_event_data> = fields(
+    field<1>(&vesk_register_eid_event_data::eid),
+    field<2>(&vesk_register_eid_event_data::f2),
+    field<3>(&vesk_register_eid_event_data::policy));
+
+template <>
+inline constexpr auto schema<vesk_inv_register_fru_op> = fields(
+    field<1>(&vesk_inv_register_fru_op::policy),
+    field<2>(&vesk_inv_register_fru_op::f2),
+    field<3>(&vesk_inv_register_fru_op::f3),
+    field<4>(&vesk_inv_register_fru_op::f4),
+    field<5>(&vesk_inv_register_fru_op::f5),
+    field<6>(&vesk_inv_register_fru_op::f6));
+
+template <>
+inline constexpr auto schema<vesk_notify_event_data> = fields(
+    field<1>(&vesk_notify_event_data::eid),
+    field<2>(&vesk_notify_event_data::f2),
+    field<3>(&vesk_notify_event_data::base),
+    field<4>(&vesk_notify_event_data::power_status),
+    field<5>(&vesk_notify_event_data::f5),
+    field<6>(&vesk_notify_event_data::f6),
+    field<7>(&vesk_notify_event_data::sensor),
+    field<8>(&vesk_notify_event_data::idprom),
+    field<9>(&vesk_notify_event_data::fpga),
+    field<10>(&vesk_notify_event_data::f10));
+
+template <>
+inline constexpr auto schema<vesk_inv_fru_snmp_idx_req> = fields(
+    field<1>(&vesk_inv_fru_snmp_idx_req::policy),
+    field<2>(&vesk_inv_fru_snmp_idx_req::eid),
+    field<3>(&vesk_inv_fru_snmp_idx_req::f3),
+    field<4>(&vesk_inv_fru_snmp_idx_req::f4),
+    field<5>(&vesk_inv_fru_snmp_idx_req::f5),
+    field<6>(&vesk_inv_fru_snmp_idx_req::f6),
+    field<7>(&vesk_inv_fru_snmp_idx_req::f7),
+    field<8>(&vesk_inv_fru_snmp_idx_req::f8));
+
+template <>
+inline constexpr auto schema<vesk_inv_fru_snmp_idx_data> = fields(
+    field<1>(&vesk_inv_fru_snmp_idx_data::snmp_idx_req),
+    field<2>(&vesk_inv_fru_snmp_idx_data::f2),
+    field<3>(&vesk_inv_fru_snmp_idx_data::f3),
+    field<4>(&vesk_inv_fru_snmp_idx_data::f4),
+    field<5>(&vesk_inv_fru_snmp_idx_data::f5));
+
+template <>
+inline constexpr auto schema<vesk_clients_hdl_info> = fields(
+    field<1>(&vesk_clients_hdl_info::f1),
+    field<2>(&vesk_clients_hdl_info::f2),
+    field<3>(&vesk_clients_hdl_info::f3),
+    field<4>(&vesk_clients_hdl_info::f4),
+    field<5>(&vesk_clients_hdl_info::f5),
+    field<6>(&vesk_clients_hdl_info::f6),
+    field<7>(&vesk_clients_hdl_info::f7),
+    field<8>(&vesk_clients_hdl_info::f8),
+    field<9>(&vesk_clients_hdl_info::f9),
+    field<10>(&vesk_clients_hdl_info::f10),
+    field<11>(&vesk_clients_hdl_info::f11),
+    field<12>(&vesk_clients_hdl_info::f12),
+    field<13>(&vesk_clients_hdl_info::f13),
+    field<14>(&vesk_clients_hdl_info::f14));
+
+template <>
+inline constexpr auto schema<vesk_resp_clients_hdl_data> = fields(
+    list<1>(&vesk_resp_clients_hdl_data::clients_hdl_list, &vesk_resp_clients_hdl_data::clients_hdl_list_count));
+
+template <>
+inline constexpr auto schema<vesk_req_clients_hdl_data> = fields(
+    field<1>(&vesk_req_clients_hdl_data::f1));
+
+template <>
+inline constexpr auto schema<vesk_inv_debug_msg> = fields(
+    field<1>(&vesk_inv_debug_msg::f1));
+
+template <>
+inline constexpr auto schema<vesk_req_admin_memory_data> = fields(
+    field<1>(&vesk_req_admin_memory_data::f1),
+    field<2>(&vesk_req_admin_memory_data::f2));
+
+template <>
+inline constexpr auto schema<vesk_resp_admin_memory_data> = fields(
+    field<1>(&vesk_resp_admin_memory_data::f1),
+    field<2>(&vesk_resp_admin_memory_data::f2),
+    field<3>(&vesk_resp_admin_memory_data::f3),
+    field<4>(&vesk_resp_admin_memory_data::f4));
+
+template <>
+inline constexpr auto schema<vesk_inv_rack_resource_req> = fields(
+    field<1>(&vesk_inv_rack_resource_req::policy),
+    field<2>(&vesk_inv_rack_resource_req::eid),
+    field<3>(&vesk_inv_rack_resource_req::f3));
+
+template <>
+inline constexpr auto schema<vesk_inv_rack_resource_resp> = fields(
+    field<1>(&vesk_inv_rack_resource_resp::eid),
+    field<2>(&vesk_inv_rack_resource_resp::f2),
+    field<3>(&vesk_inv_rack_resource_resp::f3),
+    field<4>(&vesk_inv_rack_resource_resp::f4),
+    field<5>(&vesk_inv_rack_resource_resp::f5));
+
+template <>
+inline constexpr auto schema<vesk_req_list_size_msg> = fields(
+    field<1>(&vesk_req_list_size_msg::f1));
+
 }  // namespace vesk

@@ -5,6 +5,7 @@
 
 #include <memory>
 
+#include "generator/document.hpp"
 #include "generator/model.hpp"
 #include "generator/outputs.hpp"
 
@@ -28,6 +29,20 @@ bool Generator::Generate(const google::protobuf::FileDescriptor* file, const std
     write_file(context, unit.name + "_fields.hpp", print_fields(unit));
     write_file(context, unit.name + "_exports.cpp", print_exports(unit));
     write_file(context, unit.name + ".symbols", print_symbols(unit));
+    return true;
+}
+
+bool Generator::GenerateAll(const std::vector<const google::protobuf::FileDescriptor*>& files,
+                            const std::string& parameter, google::protobuf::compiler::GeneratorContext* context,
+                            std::string* error) const {
+    Options options;
+    if (!read_options(parameter, &options, error)) return false;
+    if (options.document.empty()) return CodeGenerator::GenerateAll(files, parameter, context, error);
+    std::vector<Unit> units(files.size());
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        if (!read_unit(*files[i], options, &units[i], error)) return false;
+    }
+    write_file(context, options.document, print_document(units));
     return true;
 }
 

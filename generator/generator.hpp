@@ -3,6 +3,7 @@
 #include <google/protobuf/compiler/code_generator.h>
 
 #include <string>
+#include <vector>
 
 namespace vesk::generator {
 
@@ -17,10 +18,14 @@ namespace vesk::generator {
 //                      public headers in <NAME/...>. "vesk" if it is not given.
 //   imported=FILE      messages of this imported file belong to another library and are called through their exported
 //                      functions. May be given more than once.
+//   document=FILE.md   no code, but one document about the messages of all files in the order given.
 class Generator : public google::protobuf::compiler::CodeGenerator {
 public:
     bool Generate(const google::protobuf::FileDescriptor* file, const std::string& parameter,
                   google::protobuf::compiler::GeneratorContext* context, std::string* error) const override;
+
+    bool GenerateAll(const std::vector<const google::protobuf::FileDescriptor*>& files, const std::string& parameter,
+                     google::protobuf::compiler::GeneratorContext* context, std::string* error) const override;
 
     uint64_t GetSupportedFeatures() const override { return FEATURE_PROTO3_OPTIONAL; }
 };

@@ -158,8 +158,11 @@ bool read_options(const std::string& parameter, Options* options, std::string* e
             options->prefix = value;
         } else if (name == "imported" && !value.empty()) {
             options->imported.insert(value);
+        } else if (name == "document" && !value.empty()) {
+            options->document = value;
         } else {
-            *error = "parameter \"" + name + "\" is not understood; there are prefix=NAME and imported=FILE";
+            *error =
+                "parameter \"" + name + "\" is not understood; there are prefix=NAME, imported=FILE and document=FILE";
             return false;
         }
     }

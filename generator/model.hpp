@@ -41,6 +41,7 @@ struct Unit {
 struct Options {
     std::string prefix = "vesk";
     std::set<std::string> imported;
+    std::string document;  // write this file about all units instead of code; empty: code
 };
 
 // Reads a parameter as protoc hands it over. False with one line in `error` if it is not understood.

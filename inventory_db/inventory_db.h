@@ -397,6 +397,113 @@ VESK_API int32_t vesk_fru_snmp_idx_data_duplicate(vesk_fru_snmp_idx_data *destin
 VESK_API void vesk_fru_snmp_idx_data_free_ext(vesk_fru_snmp_idx_data *message, vesk_release release,
     void *context, uint32_t flags);
 
+/* ---- Events and FRU type registration ---- */
+
+/* A context block of an event: two numbers and a text. */
+typedef struct vesk_event_context_data {
+    uint32_t f1;         /* 1, bit 0 */
+    uint32_t f2;         /* 2, bit 1 */
+    char     *f3;        /* 3, bit 2 */
+    uint8_t  present[1];
+} vesk_event_context_data;
+
+enum vesk_event_context_data_presence {
+    VESK_EVENT_CONTEXT_DATA_F1 = 0,
+    VESK_EVENT_CONTEXT_DATA_F2 = 1,
+    VESK_EVENT_CONTEXT_DATA_F3 = 2
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_event_context_data_encode_ext(const vesk_event_context_data *message, void *buffer,
+    uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_event_context_data_decode_ext(vesk_event_context_data *message, const void *buffer,
+    uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_event_context_data_duplicate(vesk_event_context_data *destination,
+    const vesk_event_context_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_event_context_data_free_ext(vesk_event_context_data *message, vesk_release release,
+    void *context, uint32_t flags);
+
+/* An event: the EID that it concerns, two context blocks, two texts and a 64-bit value. */
+typedef struct vesk_event_data {
+    vesk_drin_eid_st        eid;        /* 1, bit 0 */
+    vesk_event_context_data context_a;  /* 2, bit 1 */
+    vesk_event_context_data context_b;  /* 3, bit 2 */
+    char                    *f4;        /* 4, bit 3 */
+    char                    *f5;        /* 5, bit 4 */
+    uint64_t                f6;         /* 6, bit 5 */
+    uint8_t                 present[1];
+} vesk_event_data;
+
+enum vesk_event_data_presence {
+    VESK_EVENT_DATA_EID = 0,
+    VESK_EVENT_DATA_CONTEXT_A = 1,
+    VESK_EVENT_DATA_CONTEXT_B = 2,
+    VESK_EVENT_DATA_F4 = 3,
+    VESK_EVENT_DATA_F5 = 4,
+    VESK_EVENT_DATA_F6 = 5
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_event_data_encode_ext(const vesk_event_data *message, void *buffer, uint64_t length,
+    vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_event_data_decode_ext(vesk_event_data *message, const void *buffer, uint64_t length,
+    vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_event_data_duplicate(vesk_event_data *destination, const vesk_event_data *source,
+    vesk_alloc alloc, void *context);
+VESK_API void vesk_event_data_free_ext(vesk_event_data *message, vesk_release release, void *context,
+    uint32_t flags);
+
+/* Registers a FRU type for an EID: numbers, two texts, the event to raise, a raw block and a flag. */
+typedef struct vesk_register_fru_type_data {
+    uint32_t         f1;         /* 1, bit 0 */
+    vesk_drin_eid_st eid;        /* 2, bit 1 */
+    uint32_t         f3;         /* 3, bit 2 */
+    uint32_t         f4;         /* 4, bit 3 */
+    uint32_t         f5;         /* 5, bit 4 */
+    char             *f6;        /* 6, bit 5 */
+    uint32_t         f7;         /* 7, bit 6 */
+    uint32_t         f8;         /* 8, bit 7 */
+    uint32_t         f9;         /* 9, bit 8 */
+    uint32_t         f10;        /* 10, bit 9 */
+    char             *f11;       /* 11, bit 10 */
+    vesk_event_data  event;      /* 12, bit 11 */
+    uint8_t          *f13;       /* 13, bit 12 */
+    uint64_t         f13_length;
+    uint32_t         f14;        /* 14, bit 13 */
+    uint32_t         f15;        /* 15, bit 14 */
+    uint8_t          f16;        /* 16, bit 15 */
+    uint8_t          present[2];
+} vesk_register_fru_type_data;
+
+enum vesk_register_fru_type_data_presence {
+    VESK_REGISTER_FRU_TYPE_DATA_F1 = 0,
+    VESK_REGISTER_FRU_TYPE_DATA_EID = 1,
+    VESK_REGISTER_FRU_TYPE_DATA_F3 = 2,
+    VESK_REGISTER_FRU_TYPE_DATA_F4 = 3,
+    VESK_REGISTER_FRU_TYPE_DATA_F5 = 4,
+    VESK_REGISTER_FRU_TYPE_DATA_F6 = 5,
+    VESK_REGISTER_FRU_TYPE_DATA_F7 = 6,
+    VESK_REGISTER_FRU_TYPE_DATA_F8 = 7,
+    VESK_REGISTER_FRU_TYPE_DATA_F9 = 8,
+    VESK_REGISTER_FRU_TYPE_DATA_F10 = 9,
+    VESK_REGISTER_FRU_TYPE_DATA_F11 = 10,
+    VESK_REGISTER_FRU_TYPE_DATA_EVENT = 11,
+    VESK_REGISTER_FRU_TYPE_DATA_F13 = 12,
+    VESK_REGISTER_FRU_TYPE_DATA_F14 = 13,
+    VESK_REGISTER_FRU_TYPE_DATA_F15 = 14,
+    VESK_REGISTER_FRU_TYPE_DATA_F16 = 15
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_register_fru_type_data_encode_ext(const vesk_register_fru_type_data *message,
+    void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_register_fru_type_data_decode_ext(vesk_register_fru_type_data *message,
+    const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_register_fru_type_data_duplicate(vesk_register_fru_type_data *destination,
+    const vesk_register_fru_type_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_register_fru_type_data_free_ext(vesk_register_fru_type_data *message,
+    vesk_release release, void *context, uint32_t flags);
+
 /* ---- EEPROM records ---- */
 
 /* The decoded contents of an identification EEPROM, keyed by the EID of the unit that carries it. */
@@ -504,6 +611,966 @@ VESK_API int32_t vesk_scratch_eeprom_duplicate(vesk_scratch_eeprom *destination,
     const vesk_scratch_eeprom *source, vesk_alloc alloc, void *context);
 VESK_API void vesk_scratch_eeprom_free_ext(vesk_scratch_eeprom *message, vesk_release release, void *context,
     uint32_t flags);
+
+/* ---- Database entity and sensor records ---- */
+
+/* One power zone. */
+typedef struct vesk_inv_db_power_zone_data {
+    uint32_t f1;         /* 1, bit 0 */
+    uint8_t  f2;         /* 2, bit 1 */
+    uint8_t  f3;         /* 3, bit 2 */
+    uint32_t f4;         /* 4, bit 3 */
+    uint8_t  f5;         /* 5, bit 4 */
+    uint32_t f6;         /* 6, bit 5 */
+    uint8_t  present[1];
+} vesk_inv_db_power_zone_data;
+
+enum vesk_inv_db_power_zone_data_presence {
+    VESK_INV_DB_POWER_ZONE_DATA_F1 = 0,
+    VESK_INV_DB_POWER_ZONE_DATA_F2 = 1,
+    VESK_INV_DB_POWER_ZONE_DATA_F3 = 2,
+    VESK_INV_DB_POWER_ZONE_DATA_F4 = 3,
+    VESK_INV_DB_POWER_ZONE_DATA_F5 = 4,
+    VESK_INV_DB_POWER_ZONE_DATA_F6 = 5
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_inv_db_power_zone_data_encode_ext(const vesk_inv_db_power_zone_data *message,
+    void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_inv_db_power_zone_data_decode_ext(vesk_inv_db_power_zone_data *message,
+    const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_inv_db_power_zone_data_duplicate(vesk_inv_db_power_zone_data *destination,
+    const vesk_inv_db_power_zone_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_inv_db_power_zone_data_free_ext(vesk_inv_db_power_zone_data *message,
+    vesk_release release, void *context, uint32_t flags);
+
+/* The power information of a device, which is one power zone. */
+typedef struct vesk_inv_db_power_info_data {
+    vesk_inv_db_power_zone_data power_zone; /* 1, bit 0 */
+    uint8_t                     present[1];
+} vesk_inv_db_power_info_data;
+
+enum vesk_inv_db_power_info_data_presence {
+    VESK_INV_DB_POWER_INFO_DATA_POWER_ZONE = 0
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_inv_db_power_info_data_encode_ext(const vesk_inv_db_power_info_data *message,
+    void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_inv_db_power_info_data_decode_ext(vesk_inv_db_power_info_data *message,
+    const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_inv_db_power_info_data_duplicate(vesk_inv_db_power_info_data *destination,
+    const vesk_inv_db_power_info_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_inv_db_power_info_data_free_ext(vesk_inv_db_power_info_data *message,
+    vesk_release release, void *context, uint32_t flags);
+
+/* A device's node on an I2C bus. */
+typedef struct vesk_inv_db_i2c_node_data {
+    uint32_t f1;         /* 1, bit 0 */
+    uint32_t f2;         /* 2, bit 1 */
+    uint32_t f3;         /* 3, bit 2 */
+    uint32_t f4;         /* 4, bit 3 */
+    uint32_t f5;         /* 5, bit 4 */
+    uint8_t  f6;         /* 6, bit 5 */
+    uint8_t  present[1];
+} vesk_inv_db_i2c_node_data;
+
+enum vesk_inv_db_i2c_node_data_presence {
+    VESK_INV_DB_I2C_NODE_DATA_F1 = 0,
+    VESK_INV_DB_I2C_NODE_DATA_F2 = 1,
+    VESK_INV_DB_I2C_NODE_DATA_F3 = 2,
+    VESK_INV_DB_I2C_NODE_DATA_F4 = 3,
+    VESK_INV_DB_I2C_NODE_DATA_F5 = 4,
+    VESK_INV_DB_I2C_NODE_DATA_F6 = 5
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_inv_db_i2c_node_data_encode_ext(const vesk_inv_db_i2c_node_data *message,
+    void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_inv_db_i2c_node_data_decode_ext(vesk_inv_db_i2c_node_data *message, const void *buffer,
+    uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_inv_db_i2c_node_data_duplicate(vesk_inv_db_i2c_node_data *destination,
+    const vesk_inv_db_i2c_node_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_inv_db_i2c_node_data_free_ext(vesk_inv_db_i2c_node_data *message, vesk_release release,
+    void *context, uint32_t flags);
+
+/* The common head of every database device and sensor record. The only message with field numbers above 31. */
+typedef struct vesk_inv_db_base_entity_data {
+    vesk_drin_eid_st                eid;            /* 1, bit 0 */
+    uint32_t                        f2;             /* 2, bit 1 */
+    uint32_t                        f3;             /* 3, bit 2 */
+    char                            *f4;            /* 4, bit 3 */
+    char                            *f5;            /* 5, bit 4 */
+    uint32_t                        f6;             /* 6, bit 5 */
+    uint8_t                         f7;             /* 7, bit 6 */
+    uint8_t                         f8;             /* 8, bit 7 */
+    uint8_t                         f9;             /* 9, bit 8 */
+    uint8_t                         f10;            /* 10, bit 9 */
+    uint8_t                         f11;            /* 11, bit 10 */
+    uint8_t                         f12;            /* 12, bit 11 */
+    char                            *f13;           /* 13, bit 12 */
+    char                            *f14;           /* 14, bit 13 */
+    char                            *f15;           /* 15, bit 14 */
+    uint32_t                        f16;            /* 16, bit 15 */
+    uint32_t                        f17;            /* 17, bit 16 */
+    uint32_t                        f18;            /* 18, bit 17 */
+    uint32_t                        f19;            /* 19, bit 18 */
+    uint32_t                        f20;            /* 20, bit 19 */
+    uint32_t                        f21;            /* 21, bit 20 */
+    uint32_t                        f22;            /* 22, bit 21 */
+    uint64_t                        f23;            /* 23, bit 22 */
+    vesk_inv_db_power_consumer_data power_consumer; /* 24, bit 23 */
+    vesk_inv_db_power_producer_data power_producer; /* 25, bit 24 */
+    vesk_inv_db_i2c_node_data       i2c_node;       /* 26, bit 25 */
+    uint32_t                        f27;            /* 27, bit 26 */
+    uint32_t                        f28;            /* 28, bit 27 */
+    char                            *f29;           /* 29, bit 28 */
+    uint8_t                         f30;            /* 30, bit 29 */
+    uint32_t                        f31;            /* 31, bit 30 */
+    uint32_t                        f32;            /* 32, bit 31 */
+    uint32_t                        f33;            /* 33, bit 32 */
+    uint32_t                        f34;            /* 34, bit 33 */
+    uint8_t                         present[5];
+} vesk_inv_db_base_entity_data;
+
+enum vesk_inv_db_base_entity_data_presence {
+    VESK_INV_DB_BASE_ENTITY_DATA_EID = 0,
+    VESK_INV_DB_BASE_ENTITY_DATA_F2 = 1,
+    VESK_INV_DB_BASE_ENTITY_DATA_F3 = 2,
+    VESK_INV_DB_BASE_ENTITY_DATA_F4 = 3,
+    VESK_INV_DB_BASE_ENTITY_DATA_F5 = 4,
+    VESK_INV_DB_BASE_ENTITY_DATA_F6 = 5,
+    VESK_INV_DB_BASE_ENTITY_DATA_F7 = 6,
+    VESK_INV_DB_BASE_ENTITY_DATA_F8 = 7,
+    VESK_INV_DB_BASE_ENTITY_DATA_F9 = 8,
+    VESK_INV_DB_BASE_ENTITY_DATA_F10 = 9,
+    VESK_INV_DB_BASE_ENTITY_DATA_F11 = 10,
+    VESK_INV_DB_BASE_ENTITY_DATA_F12 = 11,
+    VESK_INV_DB_BASE_ENTITY_DATA_F13 = 12,
+    VESK_INV_DB_BASE_ENTITY_DATA_F14 = 13,
+    VESK_INV_DB_BASE_ENTITY_DATA_F15 = 14,
+    VESK_INV_DB_BASE_ENTITY_DATA_F16 = 15,
+    VESK_INV_DB_BASE_ENTITY_DATA_F17 = 16,
+    VESK_INV_DB_BASE_ENTITY_DATA_F18 = 17,
+    VESK_INV_DB_BASE_ENTITY_DATA_F19 = 18,
+    VESK_INV_DB_BASE_ENTITY_DATA_F20 = 19,
+    VESK_INV_DB_BASE_ENTITY_DATA_F21 = 20,
+    VESK_INV_DB_BASE_ENTITY_DATA_F22 = 21,
+    VESK_INV_DB_BASE_ENTITY_DATA_F23 = 22,
+    VESK_INV_DB_BASE_ENTITY_DATA_POWER_CONSUMER = 23,
+    VESK_INV_DB_BASE_ENTITY_DATA_POWER_PRODUCER = 24,
+    VESK_INV_DB_BASE_ENTITY_DATA_I2C_NODE = 25,
+    VESK_INV_DB_BASE_ENTITY_DATA_F27 = 26,
+    VESK_INV_DB_BASE_ENTITY_DATA_F28 = 27,
+    VESK_INV_DB_BASE_ENTITY_DATA_F29 = 28,
+    VESK_INV_DB_BASE_ENTITY_DATA_F30 = 29,
+    VESK_INV_DB_BASE_ENTITY_DATA_F31 = 30,
+    VESK_INV_DB_BASE_ENTITY_DATA_F32 = 31,
+    VESK_INV_DB_BASE_ENTITY_DATA_F33 = 32,
+    VESK_INV_DB_BASE_ENTITY_DATA_F34 = 33
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_inv_db_base_entity_data_encode_ext(const vesk_inv_db_base_entity_data *message,
+    void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_inv_db_base_entity_data_decode_ext(vesk_inv_db_base_entity_data *message,
+    const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_inv_db_base_entity_data_duplicate(vesk_inv_db_base_entity_data *destination,
+    const vesk_inv_db_base_entity_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_inv_db_base_entity_data_free_ext(vesk_inv_db_base_entity_data *message,
+    vesk_release release, void *context, uint32_t flags);
+
+/* A set of sensor thresholds with three flags. */
+typedef struct vesk_inv_db_threshold_data {
+    uint32_t f1;         /* 1, bit 0 */
+    uint32_t f2;         /* 2, bit 1 */
+    uint32_t f3;         /* 3, bit 2 */
+    uint32_t f4;         /* 4, bit 3 */
+    uint32_t f5;         /* 5, bit 4 */
+    uint32_t f6;         /* 6, bit 5 */
+    uint8_t  f7;         /* 7, bit 6 */
+    uint8_t  f8;         /* 8, bit 7 */
+    uint8_t  f9;         /* 9, bit 8 */
+    uint8_t  present[2];
+} vesk_inv_db_threshold_data;
+
+enum vesk_inv_db_threshold_data_presence {
+    VESK_INV_DB_THRESHOLD_DATA_F1 = 0,
+    VESK_INV_DB_THRESHOLD_DATA_F2 = 1,
+    VESK_INV_DB_THRESHOLD_DATA_F3 = 2,
+    VESK_INV_DB_THRESHOLD_DATA_F4 = 3,
+    VESK_INV_DB_THRESHOLD_DATA_F5 = 4,
+    VESK_INV_DB_THRESHOLD_DATA_F6 = 5,
+    VESK_INV_DB_THRESHOLD_DATA_F7 = 6,
+    VESK_INV_DB_THRESHOLD_DATA_F8 = 7,
+    VESK_INV_DB_THRESHOLD_DATA_F9 = 8
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_inv_db_threshold_data_encode_ext(const vesk_inv_db_threshold_data *message,
+    void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_inv_db_threshold_data_decode_ext(vesk_inv_db_threshold_data *message,
+    const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_inv_db_threshold_data_duplicate(vesk_inv_db_threshold_data *destination,
+    const vesk_inv_db_threshold_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_inv_db_threshold_data_free_ext(vesk_inv_db_threshold_data *message, vesk_release release,
+    void *context, uint32_t flags);
+
+/* The common part of every sensor record: the sensor's entity, its thresholds and fields of its own. */
+typedef struct vesk_inv_db_base_sensor_data {
+    vesk_inv_db_base_entity_data base_entity; /* 1, bit 0 */
+    vesk_inv_db_threshold_data   threshold;   /* 2, bit 1 */
+    uint32_t                     f3;          /* 3, bit 2 */
+    uint32_t                     f4;          /* 4, bit 3 */
+    uint32_t                     f5;          /* 5, bit 4 */
+    uint64_t                     f6;          /* 6, bit 5 */
+    uint8_t                      f7;          /* 7, bit 6 */
+    uint8_t                      f8;          /* 8, bit 7 */
+    uint32_t                     f9;          /* 9, bit 8 */
+    uint32_t                     f10;         /* 10, bit 9 */
+    uint32_t                     f11;         /* 11, bit 10 */
+    uint32_t                     f12;         /* 12, bit 11 */
+    uint8_t                      present[2];
+} vesk_inv_db_base_sensor_data;
+
+enum vesk_inv_db_base_sensor_data_presence {
+    VESK_INV_DB_BASE_SENSOR_DATA_BASE_ENTITY = 0,
+    VESK_INV_DB_BASE_SENSOR_DATA_THRESHOLD = 1,
+    VESK_INV_DB_BASE_SENSOR_DATA_F3 = 2,
+    VESK_INV_DB_BASE_SENSOR_DATA_F4 = 3,
+    VESK_INV_DB_BASE_SENSOR_DATA_F5 = 4,
+    VESK_INV_DB_BASE_SENSOR_DATA_F6 = 5,
+    VESK_INV_DB_BASE_SENSOR_DATA_F7 = 6,
+    VESK_INV_DB_BASE_SENSOR_DATA_F8 = 7,
+    VESK_INV_DB_BASE_SENSOR_DATA_F9 = 8,
+    VESK_INV_DB_BASE_SENSOR_DATA_F10 = 9,
+    VESK_INV_DB_BASE_SENSOR_DATA_F11 = 10,
+    VESK_INV_DB_BASE_SENSOR_DATA_F12 = 11
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_inv_db_base_sensor_data_encode_ext(const vesk_inv_db_base_sensor_data *message,
+    void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_inv_db_base_sensor_data_decode_ext(vesk_inv_db_base_sensor_data *message,
+    const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_inv_db_base_sensor_data_duplicate(vesk_inv_db_base_sensor_data *destination,
+    const vesk_inv_db_base_sensor_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_inv_db_base_sensor_data_free_ext(vesk_inv_db_base_sensor_data *message,
+    vesk_release release, void *context, uint32_t flags);
+
+/* A pressure sensor: its base sensor and one number. */
+typedef struct vesk_inv_db_pressure_sensor_data {
+    vesk_inv_db_base_sensor_data base_sensor; /* 1, bit 0 */
+    uint32_t                     f2;          /* 2, bit 1 */
+    uint8_t                      present[1];
+} vesk_inv_db_pressure_sensor_data;
+
+enum vesk_inv_db_pressure_sensor_data_presence {
+    VESK_INV_DB_PRESSURE_SENSOR_DATA_BASE_SENSOR = 0,
+    VESK_INV_DB_PRESSURE_SENSOR_DATA_F2 = 1
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_inv_db_pressure_sensor_data_encode_ext(const vesk_inv_db_pressure_sensor_data *message, void *buffer, uint64_t length, vesk_segment *segments,
+    uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_inv_db_pressure_sensor_data_decode_ext(vesk_inv_db_pressure_sensor_data *message,
+    const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_inv_db_pressure_sensor_data_duplicate(vesk_inv_db_pressure_sensor_data *destination,
+    const vesk_inv_db_pressure_sensor_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_inv_db_pressure_sensor_data_free_ext(vesk_inv_db_pressure_sensor_data *message,
+    vesk_release release, void *context, uint32_t flags);
+
+/* A temperature sensor: its base sensor and five numbers. */
+typedef struct vesk_inv_db_temp_sensor_data {
+    vesk_inv_db_base_sensor_data base_sensor; /* 1, bit 0 */
+    uint32_t                     f2;          /* 2, bit 1 */
+    uint32_t                     f3;          /* 3, bit 2 */
+    uint32_t                     f4;          /* 4, bit 3 */
+    uint32_t                     f5;          /* 5, bit 4 */
+    uint32_t                     f6;          /* 6, bit 5 */
+    uint8_t                      present[1];
+} vesk_inv_db_temp_sensor_data;
+
+enum vesk_inv_db_temp_sensor_data_presence {
+    VESK_INV_DB_TEMP_SENSOR_DATA_BASE_SENSOR = 0,
+    VESK_INV_DB_TEMP_SENSOR_DATA_F2 = 1,
+    VESK_INV_DB_TEMP_SENSOR_DATA_F3 = 2,
+    VESK_INV_DB_TEMP_SENSOR_DATA_F4 = 3,
+    VESK_INV_DB_TEMP_SENSOR_DATA_F5 = 4,
+    VESK_INV_DB_TEMP_SENSOR_DATA_F6 = 5
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_inv_db_temp_sensor_data_encode_ext(const vesk_inv_db_temp_sensor_data *message,
+    void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_inv_db_temp_sensor_data_decode_ext(vesk_inv_db_temp_sensor_data *message,
+    const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_inv_db_temp_sensor_data_duplicate(vesk_inv_db_temp_sensor_data *destination,
+    const vesk_inv_db_temp_sensor_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_inv_db_temp_sensor_data_free_ext(vesk_inv_db_temp_sensor_data *message,
+    vesk_release release, void *context, uint32_t flags);
+
+/* A voltage sensor: its base sensor and two numbers. */
+typedef struct vesk_inv_db_voltage_sensor_data {
+    vesk_inv_db_base_sensor_data base_sensor; /* 1, bit 0 */
+    uint32_t                     f2;          /* 2, bit 1 */
+    uint32_t                     f3;          /* 3, bit 2 */
+    uint8_t                      present[1];
+} vesk_inv_db_voltage_sensor_data;
+
+enum vesk_inv_db_voltage_sensor_data_presence {
+    VESK_INV_DB_VOLTAGE_SENSOR_DATA_BASE_SENSOR = 0,
+    VESK_INV_DB_VOLTAGE_SENSOR_DATA_F2 = 1,
+    VESK_INV_DB_VOLTAGE_SENSOR_DATA_F3 = 2
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_inv_db_voltage_sensor_data_encode_ext(const vesk_inv_db_voltage_sensor_data *message,
+    void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_inv_db_voltage_sensor_data_decode_ext(vesk_inv_db_voltage_sensor_data *message,
+    const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_inv_db_voltage_sensor_data_duplicate(vesk_inv_db_voltage_sensor_data *destination,
+    const vesk_inv_db_voltage_sensor_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_inv_db_voltage_sensor_data_free_ext(vesk_inv_db_voltage_sensor_data *message,
+    vesk_release release, void *context, uint32_t flags);
+
+/* A current sensor: its base sensor and one number. */
+typedef struct vesk_inv_db_current_sensor_data {
+    vesk_inv_db_base_sensor_data base_sensor; /* 1, bit 0 */
+    uint32_t                     f2;          /* 2, bit 1 */
+    uint8_t                      present[1];
+} vesk_inv_db_current_sensor_data;
+
+enum vesk_inv_db_current_sensor_data_presence {
+    VESK_INV_DB_CURRENT_SENSOR_DATA_BASE_SENSOR = 0,
+    VESK_INV_DB_CURRENT_SENSOR_DATA_F2 = 1
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_inv_db_current_sensor_data_encode_ext(const vesk_inv_db_current_sensor_data *message,
+    void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_inv_db_current_sensor_data_decode_ext(vesk_inv_db_current_sensor_data *message,
+    const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_inv_db_current_sensor_data_duplicate(vesk_inv_db_current_sensor_data *destination,
+    const vesk_inv_db_current_sensor_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_inv_db_current_sensor_data_free_ext(vesk_inv_db_current_sensor_data *message,
+    vesk_release release, void *context, uint32_t flags);
+
+/* An LED sensor: its base sensor and two numbers. */
+typedef struct vesk_inv_db_led_sensor_data {
+    vesk_inv_db_base_sensor_data base_sensor; /* 1, bit 0 */
+    uint32_t                     f2;          /* 2, bit 1 */
+    uint32_t                     f3;          /* 3, bit 2 */
+    uint8_t                      present[1];
+} vesk_inv_db_led_sensor_data;
+
+enum vesk_inv_db_led_sensor_data_presence {
+    VESK_INV_DB_LED_SENSOR_DATA_BASE_SENSOR = 0,
+    VESK_INV_DB_LED_SENSOR_DATA_F2 = 1,
+    VESK_INV_DB_LED_SENSOR_DATA_F3 = 2
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_inv_db_led_sensor_data_encode_ext(const vesk_inv_db_led_sensor_data *message,
+    void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_inv_db_led_sensor_data_decode_ext(vesk_inv_db_led_sensor_data *message,
+    const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_inv_db_led_sensor_data_duplicate(vesk_inv_db_led_sensor_data *destination,
+    const vesk_inv_db_led_sensor_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_inv_db_led_sensor_data_free_ext(vesk_inv_db_led_sensor_data *message,
+    vesk_release release, void *context, uint32_t flags);
+
+/* A power-usage sensor: its base sensor and one number. */
+typedef struct vesk_inv_db_power_usage_sensor_data {
+    vesk_inv_db_base_sensor_data base_sensor; /* 1, bit 0 */
+    uint32_t                     f2;          /* 2, bit 1 */
+    uint8_t                      present[1];
+} vesk_inv_db_power_usage_sensor_data;
+
+enum vesk_inv_db_power_usage_sensor_data_presence {
+    VESK_INV_DB_POWER_USAGE_SENSOR_DATA_BASE_SENSOR = 0,
+    VESK_INV_DB_POWER_USAGE_SENSOR_DATA_F2 = 1
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_inv_db_power_usage_sensor_data_encode_ext(const vesk_inv_db_power_usage_sensor_data *message, void *buffer, uint64_t length, vesk_segment *segments,
+    uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_inv_db_power_usage_sensor_data_decode_ext(vesk_inv_db_power_usage_sensor_data *message,
+    const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_inv_db_power_usage_sensor_data_duplicate(vesk_inv_db_power_usage_sensor_data *destination, const vesk_inv_db_power_usage_sensor_data *source,
+    vesk_alloc alloc, void *context);
+VESK_API void vesk_inv_db_power_usage_sensor_data_free_ext(vesk_inv_db_power_usage_sensor_data *message,
+    vesk_release release, void *context, uint32_t flags);
+
+/* ---- Database device records ---- */
+
+/* An FPGA device: its base entity, flags and numbers. */
+typedef struct vesk_inv_db_fpga_data {
+    vesk_inv_db_base_entity_data base_entity; /* 1, bit 0 */
+    uint8_t                      f2;          /* 2, bit 1 */
+    uint32_t                     f3;          /* 3, bit 2 */
+    uint32_t                     f4;          /* 4, bit 3 */
+    uint32_t                     f5;          /* 5, bit 4 */
+    uint32_t                     f6;          /* 6, bit 5 */
+    uint32_t                     f7;          /* 7, bit 6 */
+    uint32_t                     f8;          /* 8, bit 7 */
+    uint32_t                     f9;          /* 9, bit 8 */
+    uint32_t                     f10;         /* 10, bit 9 */
+    uint32_t                     f11;         /* 11, bit 10 */
+    uint32_t                     f12;         /* 12, bit 11 */
+    uint32_t                     f13;         /* 13, bit 12 */
+    uint32_t                     f14;         /* 14, bit 13 */
+    uint32_t                     f15;         /* 15, bit 14 */
+    uint32_t                     f16;         /* 16, bit 15 */
+    uint32_t                     f17;         /* 17, bit 16 */
+    uint8_t                      f18;         /* 18, bit 17 */
+    uint8_t                      present[3];
+} vesk_inv_db_fpga_data;
+
+enum vesk_inv_db_fpga_data_presence {
+    VESK_INV_DB_FPGA_DATA_BASE_ENTITY = 0,
+    VESK_INV_DB_FPGA_DATA_F2 = 1,
+    VESK_INV_DB_FPGA_DATA_F3 = 2,
+    VESK_INV_DB_FPGA_DATA_F4 = 3,
+    VESK_INV_DB_FPGA_DATA_F5 = 4,
+    VESK_INV_DB_FPGA_DATA_F6 = 5,
+    VESK_INV_DB_FPGA_DATA_F7 = 6,
+    VESK_INV_DB_FPGA_DATA_F8 = 7,
+    VESK_INV_DB_FPGA_DATA_F9 = 8,
+    VESK_INV_DB_FPGA_DATA_F10 = 9,
+    VESK_INV_DB_FPGA_DATA_F11 = 10,
+    VESK_INV_DB_FPGA_DATA_F12 = 11,
+    VESK_INV_DB_FPGA_DATA_F13 = 12,
+    VESK_INV_DB_FPGA_DATA_F14 = 13,
+    VESK_INV_DB_FPGA_DATA_F15 = 14,
+    VESK_INV_DB_FPGA_DATA_F16 = 15,
+    VESK_INV_DB_FPGA_DATA_F17 = 16,
+    VESK_INV_DB_FPGA_DATA_F18 = 17
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_inv_db_fpga_data_encode_ext(const vesk_inv_db_fpga_data *message, void *buffer,
+    uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_inv_db_fpga_data_decode_ext(vesk_inv_db_fpga_data *message, const void *buffer,
+    uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_inv_db_fpga_data_duplicate(vesk_inv_db_fpga_data *destination,
+    const vesk_inv_db_fpga_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_inv_db_fpga_data_free_ext(vesk_inv_db_fpga_data *message, vesk_release release,
+    void *context, uint32_t flags);
+
+/* An EEPROM device: its base entity, fifteen strings, one byte block and numbers. */
+typedef struct vesk_inv_db_eeprom_data {
+    vesk_inv_db_base_entity_data base_entity; /* 1, bit 0 */
+    uint32_t                     f2;          /* 2, bit 1 */
+    uint32_t                     f3;          /* 3, bit 2 */
+    uint32_t                     f4;          /* 4, bit 3 */
+    char                         *f5;         /* 5, bit 4 */
+    char                         *f6;         /* 6, bit 5 */
+    char                         *f7;         /* 7, bit 6 */
+    char                         *f8;         /* 8, bit 7 */
+    char                         *f9;         /* 9, bit 8 */
+    char                         *f10;        /* 10, bit 9 */
+    char                         *f11;        /* 11, bit 10 */
+    char                         *f12;        /* 12, bit 11 */
+    char                         *f13;        /* 13, bit 12 */
+    char                         *f14;        /* 14, bit 13 */
+    char                         *f15;        /* 15, bit 14 */
+    char                         *f16;        /* 16, bit 15 */
+    char                         *f17;        /* 17, bit 16 */
+    uint32_t                     f18;         /* 18, bit 17 */
+    uint32_t                     f19;         /* 19, bit 18 */
+    uint32_t                     f20;         /* 20, bit 19 */
+    uint32_t                     f21;         /* 21, bit 20 */
+    uint8_t                      *f22;        /* 22, bit 21 */
+    uint64_t                     f22_length;
+    uint32_t                     f23;         /* 23, bit 22 */
+    uint32_t                     f24;         /* 24, bit 23 */
+    char                         *f25;        /* 25, bit 24 */
+    uint32_t                     f26;         /* 26, bit 25 */
+    char                         *f27;        /* 27, bit 26 */
+    uint32_t                     f28;         /* 28, bit 27 */
+    uint32_t                     f29;         /* 29, bit 28 */
+    uint32_t                     f30;         /* 30, bit 29 */
+    uint32_t                     f31;         /* 31, bit 30 */
+    uint8_t                      present[4];
+} vesk_inv_db_eeprom_data;
+
+enum vesk_inv_db_eeprom_data_presence {
+    VESK_INV_DB_EEPROM_DATA_BASE_ENTITY = 0,
+    VESK_INV_DB_EEPROM_DATA_F2 = 1,
+    VESK_INV_DB_EEPROM_DATA_F3 = 2,
+    VESK_INV_DB_EEPROM_DATA_F4 = 3,
+    VESK_INV_DB_EEPROM_DATA_F5 = 4,
+    VESK_INV_DB_EEPROM_DATA_F6 = 5,
+    VESK_INV_DB_EEPROM_DATA_F7 = 6,
+    VESK_INV_DB_EEPROM_DATA_F8 = 7,
+    VESK_INV_DB_EEPROM_DATA_F9 = 8,
+    VESK_INV_DB_EEPROM_DATA_F10 = 9,
+    VESK_INV_DB_EEPROM_DATA_F11 = 10,
+    VESK_INV_DB_EEPROM_DATA_F12 = 11,
+    VESK_INV_DB_EEPROM_DATA_F13 = 12,
+    VESK_INV_DB_EEPROM_DATA_F14 = 13,
+    VESK_INV_DB_EEPROM_DATA_F15 = 14,
+    VESK_INV_DB_EEPROM_DATA_F16 = 15,
+    VESK_INV_DB_EEPROM_DATA_F17 = 16,
+    VESK_INV_DB_EEPROM_DATA_F18 = 17,
+    VESK_INV_DB_EEPROM_DATA_F19 = 18,
+    VESK_INV_DB_EEPROM_DATA_F20 = 19,
+    VESK_INV_DB_EEPROM_DATA_F21 = 20,
+    VESK_INV_DB_EEPROM_DATA_F22 = 21,
+    VESK_INV_DB_EEPROM_DATA_F23 = 22,
+    VESK_INV_DB_EEPROM_DATA_F24 = 23,
+    VESK_INV_DB_EEPROM_DATA_F25 = 24,
+    VESK_INV_DB_EEPROM_DATA_F26 = 25,
+    VESK_INV_DB_EEPROM_DATA_F27 = 26,
+    VESK_INV_DB_EEPROM_DATA_F28 = 27,
+    VESK_INV_DB_EEPROM_DATA_F29 = 28,
+    VESK_INV_DB_EEPROM_DATA_F30 = 29,
+    VESK_INV_DB_EEPROM_DATA_F31 = 30
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_inv_db_eeprom_data_encode_ext(const vesk_inv_db_eeprom_data *message, void *buffer,
+    uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_inv_db_eeprom_data_decode_ext(vesk_inv_db_eeprom_data *message, const void *buffer,
+    uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_inv_db_eeprom_data_duplicate(vesk_inv_db_eeprom_data *destination,
+    const vesk_inv_db_eeprom_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_inv_db_eeprom_data_free_ext(vesk_inv_db_eeprom_data *message, vesk_release release,
+    void *context, uint32_t flags);
+
+/* A power-entry module: its base entity, its power information and four numbers. */
+typedef struct vesk_inv_db_pem_data {
+    vesk_inv_db_base_entity_data base_entity; /* 1, bit 0 */
+    vesk_inv_db_power_info_data  power_info;  /* 2, bit 1 */
+    uint32_t                     f3;          /* 3, bit 2 */
+    uint32_t                     f4;          /* 4, bit 3 */
+    uint32_t                     f5;          /* 5, bit 4 */
+    uint32_t                     f6;          /* 6, bit 5 */
+    uint8_t                      present[1];
+} vesk_inv_db_pem_data;
+
+enum vesk_inv_db_pem_data_presence {
+    VESK_INV_DB_PEM_DATA_BASE_ENTITY = 0,
+    VESK_INV_DB_PEM_DATA_POWER_INFO = 1,
+    VESK_INV_DB_PEM_DATA_F3 = 2,
+    VESK_INV_DB_PEM_DATA_F4 = 3,
+    VESK_INV_DB_PEM_DATA_F5 = 4,
+    VESK_INV_DB_PEM_DATA_F6 = 5
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_inv_db_pem_data_encode_ext(const vesk_inv_db_pem_data *message, void *buffer,
+    uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_inv_db_pem_data_decode_ext(vesk_inv_db_pem_data *message, const void *buffer,
+    uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_inv_db_pem_data_duplicate(vesk_inv_db_pem_data *destination,
+    const vesk_inv_db_pem_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_inv_db_pem_data_free_ext(vesk_inv_db_pem_data *message, vesk_release release,
+    void *context, uint32_t flags);
+
+/* A port: its base entity and one number. */
+typedef struct vesk_inv_db_base_port_data {
+    vesk_inv_db_base_entity_data base_entity; /* 1, bit 0 */
+    uint32_t                     f2;          /* 2, bit 1 */
+    uint8_t                      present[1];
+} vesk_inv_db_base_port_data;
+
+enum vesk_inv_db_base_port_data_presence {
+    VESK_INV_DB_BASE_PORT_DATA_BASE_ENTITY = 0,
+    VESK_INV_DB_BASE_PORT_DATA_F2 = 1
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_inv_db_base_port_data_encode_ext(const vesk_inv_db_base_port_data *message,
+    void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_inv_db_base_port_data_decode_ext(vesk_inv_db_base_port_data *message,
+    const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_inv_db_base_port_data_duplicate(vesk_inv_db_base_port_data *destination,
+    const vesk_inv_db_base_port_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_inv_db_base_port_data_free_ext(vesk_inv_db_base_port_data *message, vesk_release release,
+    void *context, uint32_t flags);
+
+/* A fan: its base entity, numbers, two flags and a threshold set of its own. */
+typedef struct vesk_inv_db_fan_data {
+    vesk_inv_db_base_entity_data base_entity; /* 1, bit 0 */
+    uint32_t                     f2;          /* 2, bit 1 */
+    uint32_t                     f3;          /* 3, bit 2 */
+    uint32_t                     f4;          /* 4, bit 3 */
+    uint32_t                     f5;          /* 5, bit 4 */
+    uint64_t                     f6;          /* 6, bit 5 */
+    uint8_t                      f7;          /* 7, bit 6 */
+    uint8_t                      f8;          /* 8, bit 7 */
+    vesk_inv_db_threshold_data   threshold;   /* 9, bit 8 */
+    uint8_t                      present[2];
+} vesk_inv_db_fan_data;
+
+enum vesk_inv_db_fan_data_presence {
+    VESK_INV_DB_FAN_DATA_BASE_ENTITY = 0,
+    VESK_INV_DB_FAN_DATA_F2 = 1,
+    VESK_INV_DB_FAN_DATA_F3 = 2,
+    VESK_INV_DB_FAN_DATA_F4 = 3,
+    VESK_INV_DB_FAN_DATA_F5 = 4,
+    VESK_INV_DB_FAN_DATA_F6 = 5,
+    VESK_INV_DB_FAN_DATA_F7 = 6,
+    VESK_INV_DB_FAN_DATA_F8 = 7,
+    VESK_INV_DB_FAN_DATA_THRESHOLD = 8
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_inv_db_fan_data_encode_ext(const vesk_inv_db_fan_data *message, void *buffer,
+    uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_inv_db_fan_data_decode_ext(vesk_inv_db_fan_data *message, const void *buffer,
+    uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_inv_db_fan_data_duplicate(vesk_inv_db_fan_data *destination,
+    const vesk_inv_db_fan_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_inv_db_fan_data_free_ext(vesk_inv_db_fan_data *message, vesk_release release,
+    void *context, uint32_t flags);
+
+/* ---- Logical slots and sensor data records (SDR) ---- */
+
+/* The identity of one sensor data record; the element type of two lists. */
+typedef struct vesk_sdr_identity_info {
+    uint32_t f1;         /* 1, bit 0 */
+    uint32_t f2;         /* 2, bit 1 */
+    char     *f3;        /* 3, bit 2 */
+    uint8_t  present[1];
+} vesk_sdr_identity_info;
+
+enum vesk_sdr_identity_info_presence {
+    VESK_SDR_IDENTITY_INFO_F1 = 0,
+    VESK_SDR_IDENTITY_INFO_F2 = 1,
+    VESK_SDR_IDENTITY_INFO_F3 = 2
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_sdr_identity_info_encode_ext(const vesk_sdr_identity_info *message, void *buffer,
+    uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_sdr_identity_info_decode_ext(vesk_sdr_identity_info *message, const void *buffer,
+    uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_sdr_identity_info_duplicate(vesk_sdr_identity_info *destination,
+    const vesk_sdr_identity_info *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_sdr_identity_info_free_ext(vesk_sdr_identity_info *message, vesk_release release,
+    void *context, uint32_t flags);
+
+/* One slice of sensor data records; the element type of a list of logic_slot_data. */
+typedef struct vesk_inv_sdr_slice_info {
+    uint32_t f1;         /* 1, bit 0 */
+    uint32_t f2;         /* 2, bit 1 */
+    uint32_t f3;         /* 3, bit 2 */
+    uint32_t f4;         /* 4, bit 3 */
+    uint32_t f5;         /* 5, bit 4 */
+    uint8_t  present[1];
+} vesk_inv_sdr_slice_info;
+
+enum vesk_inv_sdr_slice_info_presence {
+    VESK_INV_SDR_SLICE_INFO_F1 = 0,
+    VESK_INV_SDR_SLICE_INFO_F2 = 1,
+    VESK_INV_SDR_SLICE_INFO_F3 = 2,
+    VESK_INV_SDR_SLICE_INFO_F4 = 3,
+    VESK_INV_SDR_SLICE_INFO_F5 = 4
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_inv_sdr_slice_info_encode_ext(const vesk_inv_sdr_slice_info *message, void *buffer,
+    uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_inv_sdr_slice_info_decode_ext(vesk_inv_sdr_slice_info *message, const void *buffer,
+    uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_inv_sdr_slice_info_duplicate(vesk_inv_sdr_slice_info *destination,
+    const vesk_inv_sdr_slice_info *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_inv_sdr_slice_info_free_ext(vesk_inv_sdr_slice_info *message, vesk_release release,
+    void *context, uint32_t flags);
+
+/* One logical slot: two EIDs, strings and numbers, an event, a byte block and two lists. */
+typedef struct vesk_logic_slot_data {
+    uint32_t                f1;                 /* 1, bit 0 */
+    vesk_drin_eid_st        eid_a;              /* 2, bit 1 */
+    uint32_t                f3;                 /* 3, bit 2 */
+    uint32_t                f4;                 /* 4, bit 3 */
+    uint32_t                f5;                 /* 5, bit 4 */
+    vesk_drin_eid_st        eid_b;              /* 6, bit 5 */
+    char                    *f7;                /* 7, bit 6 */
+    char                    *f8;                /* 8, bit 7 */
+    uint32_t                f9;                 /* 9, bit 8 */
+    uint32_t                f10;                /* 10, bit 9 */
+    uint32_t                f11;                /* 11, bit 10 */
+    char                    *f12;               /* 12, bit 11 */
+    uint32_t                f13;                /* 13, bit 12 */
+    uint32_t                f14;                /* 14, bit 13 */
+    uint32_t                f15;                /* 15, bit 14 */
+    uint32_t                f16;                /* 16, bit 15 */
+    char                    *f17;               /* 17, bit 16 */
+    vesk_event_data         event;              /* 18, bit 17 */
+    uint8_t                 *f19;               /* 19, bit 18 */
+    uint64_t                f19_length;
+    uint32_t                f20;                /* 20, bit 19 */
+    uint32_t                f21;                /* 21, bit 20 */
+    uint32_t                f22;                /* 22, bit 21 */
+    uint8_t                 f23;                /* 23, bit 22 */
+    uint8_t                 f24;                /* 24, bit 23 */
+    vesk_sdr_identity_info  *sdr_identity;      /* 25, bit 24 */
+    uint32_t                sdr_identity_count;
+    vesk_inv_sdr_slice_info *sdr_slice;         /* 26, bit 25 */
+    uint32_t                sdr_slice_count;
+    uint8_t                 present[4];
+} vesk_logic_slot_data;
+
+enum vesk_logic_slot_data_presence {
+    VESK_LOGIC_SLOT_DATA_F1 = 0,
+    VESK_LOGIC_SLOT_DATA_EID_A = 1,
+    VESK_LOGIC_SLOT_DATA_F3 = 2,
+    VESK_LOGIC_SLOT_DATA_F4 = 3,
+    VESK_LOGIC_SLOT_DATA_F5 = 4,
+    VESK_LOGIC_SLOT_DATA_EID_B = 5,
+    VESK_LOGIC_SLOT_DATA_F7 = 6,
+    VESK_LOGIC_SLOT_DATA_F8 = 7,
+    VESK_LOGIC_SLOT_DATA_F9 = 8,
+    VESK_LOGIC_SLOT_DATA_F10 = 9,
+    VESK_LOGIC_SLOT_DATA_F11 = 10,
+    VESK_LOGIC_SLOT_DATA_F12 = 11,
+    VESK_LOGIC_SLOT_DATA_F13 = 12,
+    VESK_LOGIC_SLOT_DATA_F14 = 13,
+    VESK_LOGIC_SLOT_DATA_F15 = 14,
+    VESK_LOGIC_SLOT_DATA_F16 = 15,
+    VESK_LOGIC_SLOT_DATA_F17 = 16,
+    VESK_LOGIC_SLOT_DATA_EVENT = 17,
+    VESK_LOGIC_SLOT_DATA_F19 = 18,
+    VESK_LOGIC_SLOT_DATA_F20 = 19,
+    VESK_LOGIC_SLOT_DATA_F21 = 20,
+    VESK_LOGIC_SLOT_DATA_F22 = 21,
+    VESK_LOGIC_SLOT_DATA_F23 = 22,
+    VESK_LOGIC_SLOT_DATA_F24 = 23,
+    VESK_LOGIC_SLOT_DATA_SDR_IDENTITY = 24,
+    VESK_LOGIC_SLOT_DATA_SDR_SLICE = 25
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_logic_slot_data_encode_ext(const vesk_logic_slot_data *message, void *buffer,
+    uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_logic_slot_data_decode_ext(vesk_logic_slot_data *message, const void *buffer,
+    uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_logic_slot_data_duplicate(vesk_logic_slot_data *destination,
+    const vesk_logic_slot_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_logic_slot_data_free_ext(vesk_logic_slot_data *message, vesk_release release,
+    void *context, uint32_t flags);
+
+/* A sensor data object with its list of identities. */
+typedef struct vesk_sdr_data_object {
+    uint32_t               f1;                 /* 1, bit 0 */
+    uint32_t               f2;                 /* 2, bit 1 */
+    vesk_sdr_identity_info *sdr_identity;      /* 3, bit 2 */
+    uint32_t               sdr_identity_count;
+    uint32_t               f4;                 /* 4, bit 3 */
+    uint8_t                present[1];
+} vesk_sdr_data_object;
+
+enum vesk_sdr_data_object_presence {
+    VESK_SDR_DATA_OBJECT_F1 = 0,
+    VESK_SDR_DATA_OBJECT_F2 = 1,
+    VESK_SDR_DATA_OBJECT_SDR_IDENTITY = 2,
+    VESK_SDR_DATA_OBJECT_F4 = 3
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_sdr_data_object_encode_ext(const vesk_sdr_data_object *message, void *buffer,
+    uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_sdr_data_object_decode_ext(vesk_sdr_data_object *message, const void *buffer,
+    uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_sdr_data_object_duplicate(vesk_sdr_data_object *destination,
+    const vesk_sdr_data_object *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_sdr_data_object_free_ext(vesk_sdr_data_object *message, vesk_release release,
+    void *context, uint32_t flags);
+
+/* The sensor data records of one entity: a sensor data object and a number. */
+typedef struct vesk_inv_sdr_data {
+    vesk_sdr_data_object sdr_data_object; /* 1, bit 0 */
+    uint32_t             f2;              /* 2, bit 1 */
+    uint8_t              present[1];
+} vesk_inv_sdr_data;
+
+enum vesk_inv_sdr_data_presence {
+    VESK_INV_SDR_DATA_SDR_DATA_OBJECT = 0,
+    VESK_INV_SDR_DATA_F2 = 1
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_inv_sdr_data_encode_ext(const vesk_inv_sdr_data *message, void *buffer,
+    uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_inv_sdr_data_decode_ext(vesk_inv_sdr_data *message, const void *buffer,
+    uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_inv_sdr_data_duplicate(vesk_inv_sdr_data *destination, const vesk_inv_sdr_data *source,
+    vesk_alloc alloc, void *context);
+VESK_API void vesk_inv_sdr_data_free_ext(vesk_inv_sdr_data *message, vesk_release release, void *context,
+    uint32_t flags);
+
+/* ---- FRU change records ---- */
+
+/* An online insertion or removal of a unit: the policy in force, a number, the unit's EID, numbers, two
+ * texts, nine more numbers and two flags. */
+typedef struct vesk_inv_fru_oir_data {
+    vesk_inv_policy  policy;     /* 1, bit 0 */
+    uint32_t         f2;         /* 2, bit 1 */
+    vesk_drin_eid_st eid;        /* 3, bit 2 */
+    uint32_t         f4;         /* 4, bit 3 */
+    uint32_t         f5;         /* 5, bit 4 */
+    uint32_t         f6;         /* 6, bit 5 */
+    char             *f7;        /* 7, bit 6 */
+    char             *f8;        /* 8, bit 7 */
+    uint32_t         f9;         /* 9, bit 8 */
+    uint32_t         f10;        /* 10, bit 9 */
+    uint32_t         f11;        /* 11, bit 10 */
+    uint32_t         f12;        /* 12, bit 11 */
+    uint32_t         f13;        /* 13, bit 12 */
+    uint32_t         f14;        /* 14, bit 13 */
+    uint32_t         f15;        /* 15, bit 14 */
+    uint32_t         f16;        /* 16, bit 15 */
+    uint32_t         f17;        /* 17, bit 16 */
+    uint8_t          f18;        /* 18, bit 17 */
+    uint8_t          f19;        /* 19, bit 18 */
+    uint8_t          present[3];
+} vesk_inv_fru_oir_data;
+
+enum vesk_inv_fru_oir_data_presence {
+    VESK_INV_FRU_OIR_DATA_POLICY = 0,
+    VESK_INV_FRU_OIR_DATA_F2 = 1,
+    VESK_INV_FRU_OIR_DATA_EID = 2,
+    VESK_INV_FRU_OIR_DATA_F4 = 3,
+    VESK_INV_FRU_OIR_DATA_F5 = 4,
+    VESK_INV_FRU_OIR_DATA_F6 = 5,
+    VESK_INV_FRU_OIR_DATA_F7 = 6,
+    VESK_INV_FRU_OIR_DATA_F8 = 7,
+    VESK_INV_FRU_OIR_DATA_F9 = 8,
+    VESK_INV_FRU_OIR_DATA_F10 = 9,
+    VESK_INV_FRU_OIR_DATA_F11 = 10,
+    VESK_INV_FRU_OIR_DATA_F12 = 11,
+    VESK_INV_FRU_OIR_DATA_F13 = 12,
+    VESK_INV_FRU_OIR_DATA_F14 = 13,
+    VESK_INV_FRU_OIR_DATA_F15 = 14,
+    VESK_INV_FRU_OIR_DATA_F16 = 15,
+    VESK_INV_FRU_OIR_DATA_F17 = 16,
+    VESK_INV_FRU_OIR_DATA_F18 = 17,
+    VESK_INV_FRU_OIR_DATA_F19 = 18
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_inv_fru_oir_data_encode_ext(const vesk_inv_fru_oir_data *message, void *buffer,
+    uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_inv_fru_oir_data_decode_ext(vesk_inv_fru_oir_data *message, const void *buffer,
+    uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_inv_fru_oir_data_duplicate(vesk_inv_fru_oir_data *destination,
+    const vesk_inv_fru_oir_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_inv_fru_oir_data_free_ext(vesk_inv_fru_oir_data *message, vesk_release release,
+    void *context, uint32_t flags);
+
+/* A change of a unit's name prefix: the EID, the prefix text, a number and a flag. */
+typedef struct vesk_inv_fru_prefix_update_data {
+    vesk_drin_eid_st eid;        /* 1, bit 0 */
+    char             *f2;        /* 2, bit 1 */
+    uint32_t         f3;         /* 3, bit 2 */
+    uint8_t          f4;         /* 4, bit 3 */
+    uint8_t          present[1];
+} vesk_inv_fru_prefix_update_data;
+
+enum vesk_inv_fru_prefix_update_data_presence {
+    VESK_INV_FRU_PREFIX_UPDATE_DATA_EID = 0,
+    VESK_INV_FRU_PREFIX_UPDATE_DATA_F2 = 1,
+    VESK_INV_FRU_PREFIX_UPDATE_DATA_F3 = 2,
+    VESK_INV_FRU_PREFIX_UPDATE_DATA_F4 = 3
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_inv_fru_prefix_update_data_encode_ext(const vesk_inv_fru_prefix_update_data *message,
+    void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_inv_fru_prefix_update_data_decode_ext(vesk_inv_fru_prefix_update_data *message,
+    const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_inv_fru_prefix_update_data_duplicate(vesk_inv_fru_prefix_update_data *destination,
+    const vesk_inv_fru_prefix_update_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_inv_fru_prefix_update_data_free_ext(vesk_inv_fru_prefix_update_data *message,
+    vesk_release release, void *context, uint32_t flags);
+
+/* A change of a unit's location text; the same layout as inv_fru_prefix_update_data. */
+typedef struct vesk_inv_fru_location_update_data {
+    vesk_drin_eid_st eid;        /* 1, bit 0 */
+    char             *f2;        /* 2, bit 1 */
+    uint32_t         f3;         /* 3, bit 2 */
+    uint8_t          f4;         /* 4, bit 3 */
+    uint8_t          present[1];
+} vesk_inv_fru_location_update_data;
+
+enum vesk_inv_fru_location_update_data_presence {
+    VESK_INV_FRU_LOCATION_UPDATE_DATA_EID = 0,
+    VESK_INV_FRU_LOCATION_UPDATE_DATA_F2 = 1,
+    VESK_INV_FRU_LOCATION_UPDATE_DATA_F3 = 2,
+    VESK_INV_FRU_LOCATION_UPDATE_DATA_F4 = 3
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_inv_fru_location_update_data_encode_ext(const vesk_inv_fru_location_update_data *message, void *buffer, uint64_t length, vesk_segment *segments,
+    uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_inv_fru_location_update_data_decode_ext(vesk_inv_fru_location_update_data *message,
+    const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_inv_fru_location_update_data_duplicate(vesk_inv_fru_location_update_data *destination,
+    const vesk_inv_fru_location_update_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_inv_fru_location_update_data_free_ext(vesk_inv_fru_location_update_data *message,
+    vesk_release release, void *context, uint32_t flags);
+
+/* A change of the SNMP index range of a unit: the EID and three numbers. */
+typedef struct vesk_inv_fru_snmp_range_update_data {
+    vesk_drin_eid_st eid;        /* 1, bit 0 */
+    uint32_t         f2;         /* 2, bit 1 */
+    uint32_t         f3;         /* 3, bit 2 */
+    uint32_t         f4;         /* 4, bit 3 */
+    uint8_t          present[1];
+} vesk_inv_fru_snmp_range_update_data;
+
+enum vesk_inv_fru_snmp_range_update_data_presence {
+    VESK_INV_FRU_SNMP_RANGE_UPDATE_DATA_EID = 0,
+    VESK_INV_FRU_SNMP_RANGE_UPDATE_DATA_F2 = 1,
+    VESK_INV_FRU_SNMP_RANGE_UPDATE_DATA_F3 = 2,
+    VESK_INV_FRU_SNMP_RANGE_UPDATE_DATA_F4 = 3
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_inv_fru_snmp_range_update_data_encode_ext(const vesk_inv_fru_snmp_range_update_data *message, void *buffer, uint64_t length, vesk_segment *segments,
+    uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_inv_fru_snmp_range_update_data_decode_ext(vesk_inv_fru_snmp_range_update_data *message,
+    const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_inv_fru_snmp_range_update_data_duplicate(vesk_inv_fru_snmp_range_update_data *destination, const vesk_inv_fru_snmp_range_update_data *source,
+    vesk_alloc alloc, void *context);
+VESK_API void vesk_inv_fru_snmp_range_update_data_free_ext(vesk_inv_fru_snmp_range_update_data *message,
+    vesk_release release, void *context, uint32_t flags);
+
+/* A change of a unit's attributes: the EID, two numbers, two texts and two flags. */
+typedef struct vesk_inv_fru_attr_update_data {
+    vesk_drin_eid_st eid;        /* 1, bit 0 */
+    uint32_t         f2;         /* 2, bit 1 */
+    uint32_t         f3;         /* 3, bit 2 */
+    char             *f4;        /* 4, bit 3 */
+    char             *f5;        /* 5, bit 4 */
+    uint8_t          f6;         /* 6, bit 5 */
+    uint8_t          f7;         /* 7, bit 6 */
+    uint8_t          present[1];
+} vesk_inv_fru_attr_update_data;
+
+enum vesk_inv_fru_attr_update_data_presence {
+    VESK_INV_FRU_ATTR_UPDATE_DATA_EID = 0,
+    VESK_INV_FRU_ATTR_UPDATE_DATA_F2 = 1,
+    VESK_INV_FRU_ATTR_UPDATE_DATA_F3 = 2,
+    VESK_INV_FRU_ATTR_UPDATE_DATA_F4 = 3,
+    VESK_INV_FRU_ATTR_UPDATE_DATA_F5 = 4,
+    VESK_INV_FRU_ATTR_UPDATE_DATA_F6 = 5,
+    VESK_INV_FRU_ATTR_UPDATE_DATA_F7 = 6
+};
+
+/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+VESK_API uint64_t vesk_inv_fru_attr_update_data_encode_ext(const vesk_inv_fru_attr_update_data *message,
+    void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+VESK_API int32_t vesk_inv_fru_attr_update_data_decode_ext(vesk_inv_fru_attr_update_data *message,
+    const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+VESK_API int32_t vesk_inv_fru_attr_update_data_duplicate(vesk_inv_fru_attr_update_data *destination,
+    const vesk_inv_fru_attr_update_data *source, vesk_alloc alloc, void *context);
+VESK_API void vesk_inv_fru_attr_update_data_free_ext(vesk_inv_fru_attr_update_data *message,
+    vesk_release release, void *context, uint32_t flags);
 
 #ifdef __cplusplus
 }

@@ -125,6 +125,40 @@ inline constexpr auto schema<vesk_fru_snmp_idx_data> = fields(
     field<4>(&vesk_fru_snmp_idx_data::f4));
 
 template <>
+inline constexpr auto schema<vesk_event_context_data> = fields(
+    field<1>(&vesk_event_context_data::f1),
+    field<2>(&vesk_event_context_data::f2),
+    field<3>(&vesk_event_context_data::f3));
+
+template <>
+inline constexpr auto schema<vesk_event_data> = fields(
+    field<1>(&vesk_event_data::eid),
+    field<2>(&vesk_event_data::context_a),
+    field<3>(&vesk_event_data::context_b),
+    field<4>(&vesk_event_data::f4),
+    field<5>(&vesk_event_data::f5),
+    field<6>(&vesk_event_data::f6));
+
+template <>
+inline constexpr auto schema<vesk_register_fru_type_data> = fields(
+    field<1>(&vesk_register_fru_type_data::f1),
+    field<2>(&vesk_register_fru_type_data::eid),
+    field<3>(&vesk_register_fru_type_data::f3),
+    field<4>(&vesk_register_fru_type_data::f4),
+    field<5>(&vesk_register_fru_type_data::f5),
+    field<6>(&vesk_register_fru_type_data::f6),
+    field<7>(&vesk_register_fru_type_data::f7),
+    field<8>(&vesk_register_fru_type_data::f8),
+    field<9>(&vesk_register_fru_type_data::f9),
+    field<10>(&vesk_register_fru_type_data::f10),
+    field<11>(&vesk_register_fru_type_data::f11),
+    field<12>(&vesk_register_fru_type_data::event),
+    bytes<13>(&vesk_register_fru_type_data::f13, &vesk_register_fru_type_data::f13_length),
+    field<14>(&vesk_register_fru_type_data::f14),
+    field<15>(&vesk_register_fru_type_data::f15),
+    field<16>(&vesk_register_fru_type_data::f16));
+
+template <>
 inline constexpr auto schema<vesk_eeprom_data> = fields(
     field<1>(&vesk_eeprom_data::eid),
     field<2>(&vesk_eeprom_data::f2),
@@ -163,5 +197,316 @@ inline constexpr auto schema<vesk_scratch_eeprom> = fields(
     bytes<2>(&vesk_scratch_eeprom::f2, &vesk_scratch_eeprom::f2_length),
     field<3>(&vesk_scratch_eeprom::f3),
     field<4>(&vesk_scratch_eeprom::f4));
+
+template <>
+inline constexpr auto schema<vesk_inv_db_power_zone_data> = fields(
+    field<1>(&vesk_inv_db_power_zone_data::f1),
+    field<2>(&vesk_inv_db_power_zone_data::f2),
+    field<3>(&vesk_inv_db_power_zone_data::f3),
+    field<4>(&vesk_inv_db_power_zone_data::f4),
+    field<5>(&vesk_inv_db_power_zone_data::f5),
+    field<6>(&vesk_inv_db_power_zone_data::f6));
+
+template <>
+inline constexpr auto schema<vesk_inv_db_power_info_data> = fields(
+    field<1>(&vesk_inv_db_power_info_data::power_zone));
+
+template <>
+inline constexpr auto schema<vesk_inv_db_i2c_node_data> = fields(
+    field<1>(&vesk_inv_db_i2c_node_data::f1),
+    field<2>(&vesk_inv_db_i2c_node_data::f2),
+    field<3>(&vesk_inv_db_i2c_node_data::f3),
+    field<4>(&vesk_inv_db_i2c_node_data::f4),
+    field<5>(&vesk_inv_db_i2c_node_data::f5),
+    field<6>(&vesk_inv_db_i2c_node_data::f6));
+
+template <>
+inline constexpr auto schema<vesk_inv_db_base_entity_data> = fields(
+    field<1>(&vesk_inv_db_base_entity_data::eid),
+    field<2>(&vesk_inv_db_base_entity_data::f2),
+    field<3>(&vesk_inv_db_base_entity_data::f3),
+    field<4>(&vesk_inv_db_base_entity_data::f4),
+    field<5>(&vesk_inv_db_base_entity_data::f5),
+    field<6>(&vesk_inv_db_base_entity_data::f6),
+    field<7>(&vesk_inv_db_base_entity_data::f7),
+    field<8>(&vesk_inv_db_base_entity_data::f8),
+    field<9>(&vesk_inv_db_base_entity_data::f9),
+    field<10>(&vesk_inv_db_base_entity_data::f10),
+    field<11>(&vesk_inv_db_base_entity_data::f11),
+    field<12>(&vesk_inv_db_base_entity_data::f12),
+    field<13>(&vesk_inv_db_base_entity_data::f13),
+    field<14>(&vesk_inv_db_base_entity_data::f14),
+    field<15>(&vesk_inv_db_base_entity_data::f15),
+    field<16>(&vesk_inv_db_base_entity_data::f16),
+    field<17>(&vesk_inv_db_base_entity_data::f17),
+    field<18>(&vesk_inv_db_base_entity_data::f18),
+    field<19>(&vesk_inv_db_base_entity_data::f19),
+    field<20>(&vesk_inv_db_base_entity_data::f20),
+    field<21>(&vesk_inv_db_base_entity_data::f21),
+    field<22>(&vesk_inv_db_base_entity_data::f22),
+    field<23>(&vesk_inv_db_base_entity_data::f23),
+    field<24>(&vesk_inv_db_base_entity_data::power_consumer),
+    field<25>(&vesk_inv_db_base_entity_data::power_producer),
+    field<26>(&vesk_inv_db_base_entity_data::i2c_node),
+    field<27>(&vesk_inv_db_base_entity_data::f27),
+    field<28>(&vesk_inv_db_base_entity_data::f28),
+    field<29>(&vesk_inv_db_base_entity_data::f29),
+    field<30>(&vesk_inv_db_base_entity_data::f30),
+    field<31>(&vesk_inv_db_base_entity_data::f31),
+    field<32>(&vesk_inv_db_base_entity_data::f32),
+    field<33>(&vesk_inv_db_base_entity_data::f33),
+    field<34>(&vesk_inv_db_base_entity_data::f34));
+
+template <>
+inline constexpr auto schema<vesk_inv_db_threshold_data> = fields(
+    field<1>(&vesk_inv_db_threshold_data::f1),
+    field<2>(&vesk_inv_db_threshold_data::f2),
+    field<3>(&vesk_inv_db_threshold_data::f3),
+    field<4>(&vesk_inv_db_threshold_data::f4),
+    field<5>(&vesk_inv_db_threshold_data::f5),
+    field<6>(&vesk_inv_db_threshold_data::f6),
+    field<7>(&vesk_inv_db_threshold_data::f7),
+    field<8>(&vesk_inv_db_threshold_data::f8),
+    field<9>(&vesk_inv_db_threshold_data::f9));
+
+template <>
+inline constexpr auto schema<vesk_inv_db_base_sensor_data> = fields(
+    field<1>(&vesk_inv_db_base_sensor_data::base_entity),
+    field<2>(&vesk_inv_db_base_sensor_data::threshold),
+    field<3>(&vesk_inv_db_base_sensor_data::f3),
+    field<4>(&vesk_inv_db_base_sensor_data::f4),
+    field<5>(&vesk_inv_db_base_sensor_data::f5),
+    field<6>(&vesk_inv_db_base_sensor_data::f6),
+    field<7>(&vesk_inv_db_base_sensor_data::f7),
+    field<8>(&vesk_inv_db_base_sensor_data::f8),
+    field<9>(&vesk_inv_db_base_sensor_data::f9),
+    field<10>(&vesk_inv_db_base_sensor_data::f10),
+    field<11>(&vesk_inv_db_base_sensor_data::f11),
+    field<12>(&vesk_inv_db_base_sensor_data::f12));
+
+template <>
+inline constexpr auto schema<vesk_inv_db_pressure_sensor_data> = fields(
+    field<1>(&vesk_inv_db_pressure_sensor_data::base_sensor),
+    field<2>(&vesk_inv_db_pressure_sensor_data::f2));
+
+template <>
+inline constexpr auto schema<vesk_inv_db_temp_sensor_data> = fields(
+    field<1>(&vesk_inv_db_temp_sensor_data::base_sensor),
+    field<2>(&vesk_inv_db_temp_sensor_data::f2),
+    field<3>(&vesk_inv_db_temp_sensor_data::f3),
+    field<4>(&vesk_inv_db_temp_sensor_data::f4),
+    field<5>(&vesk_inv_db_temp_sensor_data::f5),
+    field<6>(&vesk_inv_db_temp_sensor_data::f6));
+
+template <>
+inline constexpr auto schema<vesk_inv_db_voltage_sensor_data> = fields(
+    field<1>(&vesk_inv_db_voltage_sensor_data::base_sensor),
+    field<2>(&vesk_inv_db_voltage_sensor_data::f2),
+    field<3>(&vesk_inv_db_voltage_sensor_data::f3));
+
+template <>
+inline constexpr auto schema<vesk_inv_db_current_sensor_data> = fields(
+    field<1>(&vesk_inv_db_current_sensor_data::base_sensor),
+    field<2>(&vesk_inv_db_current_sensor_data::f2));
+
+template <>
+inline constexpr auto schema<vesk_inv_db_led_sensor_data> = fields(
+    field<1>(&vesk_inv_db_led_sensor_data::base_sensor),
+    field<2>(&vesk_inv_db_led_sensor_data::f2),
+    field<3>(&vesk_inv_db_led_sensor_data::f3));
+
+template <>
+inline constexpr auto schema<vesk_inv_db_power_usage_sensor_data> = fields(
+    field<1>(&vesk_inv_db_power_usage_sensor_data::base_sensor),
+    field<2>(&vesk_inv_db_power_usage_sensor_data::f2));
+
+template <>
+inline constexpr auto schema<vesk_inv_db_fpga_data> = fields(
+    field<1>(&vesk_inv_db_fpga_data::base_entity),
+    field<2>(&vesk_inv_db_fpga_data::f2),
+    field<3>(&vesk_inv_db_fpga_data::f3),
+    field<4>(&vesk_inv_db_fpga_data::f4),
+    field<5>(&vesk_inv_db_fpga_data::f5),
+    field<6>(&vesk_inv_db_fpga_data::f6),
+    field<7>(&vesk_inv_db_fpga_data::f7),
+    field<8>(&vesk_inv_db_fpga_data::f8),
+    field<9>(&vesk_inv_db_fpga_data::f9),
+    field<10>(&vesk_inv_db_fpga_data::f10),
+    field<11>(&vesk_inv_db_fpga_data::f11),
+    field<12>(&vesk_inv_db_fpga_data::f12),
+    field<13>(&vesk_inv_db_fpga_data::f13),
+    field<14>(&vesk_inv_db_fpga_data::f14),
+    field<15>(&vesk_inv_db_fpga_data::f15),
+    field<16>(&vesk_inv_db_fpga_data::f16),
+    field<17>(&vesk_inv_db_fpga_data::f17),
+    field<18>(&vesk_inv_db_fpga_data::f18));
+
+template <>
+inline constexpr auto schema<vesk_inv_db_eeprom_data> = fields(
+    field<1>(&vesk_inv_db_eeprom_data::base_entity),
+    field<2>(&vesk_inv_db_eeprom_data::f2),
+    field<3>(&vesk_inv_db_eeprom_data::f3),
+    field<4>(&vesk_inv_db_eeprom_data::f4),
+    field<5>(&vesk_inv_db_eeprom_data::f5),
+    field<6>(&vesk_inv_db_eeprom_data::f6),
+    field<7>(&vesk_inv_db_eeprom_data::f7),
+    field<8>(&vesk_inv_db_eeprom_data::f8),
+    field<9>(&vesk_inv_db_eeprom_data::f9),
+    field<10>(&vesk_inv_db_eeprom_data::f10),
+    field<11>(&vesk_inv_db_eeprom_data::f11),
+    field<12>(&vesk_inv_db_eeprom_data::f12),
+    field<13>(&vesk_inv_db_eeprom_data::f13),
+    field<14>(&vesk_inv_db_eeprom_data::f14),
+    field<15>(&vesk_inv_db_eeprom_data::f15),
+    field<16>(&vesk_inv_db_eeprom_data::f16),
+    field<17>(&vesk_inv_db_eeprom_data::f17),
+    field<18>(&vesk_inv_db_eeprom_data::f18),
+    field<19>(&vesk_inv_db_eeprom_data::f19),
+    field<20>(&vesk_inv_db_eeprom_data::f20),
+    field<21>(&vesk_inv_db_eeprom_data::f21),
+    bytes<22>(&vesk_inv_db_eeprom_data::f22, &vesk_inv_db_eeprom_data::f22_length),
+    field<23>(&vesk_inv_db_eeprom_data::f23),
+    field<24>(&vesk_inv_db_eeprom_data::f24),
+    field<25>(&vesk_inv_db_eeprom_data::f25),
+    field<26>(&vesk_inv_db_eeprom_data::f26),
+    field<27>(&vesk_inv_db_eeprom_data::f27),
+    field<28>(&vesk_inv_db_eeprom_data::f28),
+    field<29>(&vesk_inv_db_eeprom_data::f29),
+    field<30>(&vesk_inv_db_eeprom_data::f30),
+    field<31>(&vesk_inv_db_eeprom_data::f31));
+
+template <>
+inline constexpr auto schema<vesk_inv_db_pem_data> = fields(
+    field<1>(&vesk_inv_db_pem_data::base_entity),
+    field<2>(&vesk_inv_db_pem_data::power_info),
+    field<3>(&vesk_inv_db_pem_data::f3),
+    field<4>(&vesk_inv_db_pem_data::f4),
+    field<5>(&vesk_inv_db_pem_data::f5),
+    field<6>(&vesk_inv_db_pem_data::f6));
+
+template <>
+inline constexpr auto schema<vesk_inv_db_base_port_data> = fields(
+    field<1>(&vesk_inv_db_base_port_data::base_entity),
+    field<2>(&vesk_inv_db_base_port_data::f2));
+
+template <>
+inline constexpr auto schema<vesk_inv_db_fan_data> = fields(
+    field<1>(&vesk_inv_db_fan_data::base_entity),
+    field<2>(&vesk_inv_db_fan_data::f2),
+    field<3>(&vesk_inv_db_fan_data::f3),
+    field<4>(&vesk_inv_db_fan_data::f4),
+    field<5>(&vesk_inv_db_fan_data::f5),
+    field<6>(&vesk_inv_db_fan_data::f6),
+    field<7>(&vesk_inv_db_fan_data::f7),
+    field<8>(&vesk_inv_db_fan_data::f8),
+    field<9>(&vesk_inv_db_fan_data::threshold));
+
+template <>
+inline constexpr auto schema<vesk_sdr_identity_info> = fields(
+    field<1>(&vesk_sdr_identity_info::f1),
+    field<2>(&vesk_sdr_identity_info::f2),
+    field<3>(&vesk_sdr_identity_info::f3));
+
+template <>
+inline constexpr auto schema<vesk_inv_sdr_slice_info> = fields(
+    field<1>(&vesk_inv_sdr_slice_info::f1),
+    field<2>(&vesk_inv_sdr_slice_info::f2),
+    field<3>(&vesk_inv_sdr_slice_info::f3),
+    field<4>(&vesk_inv_sdr_slice_info::f4),
+    field<5>(&vesk_inv_sdr_slice_info::f5));
+
+template <>
+inline constexpr auto schema<vesk_logic_slot_data> = fields(
+    field<1>(&vesk_logic_slot_data::f1),
+    field<2>(&vesk_logic_slot_data::eid_a),
+    field<3>(&vesk_logic_slot_data::f3),
+    field<4>(&vesk_logic_slot_data::f4),
+    field<5>(&vesk_logic_slot_data::f5),
+    field<6>(&vesk_logic_slot_data::eid_b),
+    field<7>(&vesk_logic_slot_data::f7),
+    field<8>(&vesk_logic_slot_data::f8),
+    field<9>(&vesk_logic_slot_data::f9),
+    field<10>(&vesk_logic_slot_data::f10),
+    field<11>(&vesk_logic_slot_data::f11),
+    field<12>(&vesk_logic_slot_data::f12),
+    field<13>(&vesk_logic_slot_data::f13),
+    field<14>(&vesk_logic_slot_data::f14),
+    field<15>(&vesk_logic_slot_data::f15),
+    field<16>(&vesk_logic_slot_data::f16),
+    field<17>(&vesk_logic_slot_data::f17),
+    field<18>(&vesk_logic_slot_data::event),
+    bytes<19>(&vesk_logic_slot_data::f19, &vesk_logic_slot_data::f19_length),
+    field<20>(&vesk_logic_slot_data::f20),
+    field<21>(&vesk_logic_slot_data::f21),
+    field<22>(&vesk_logic_slot_data::f22),
+    field<23>(&vesk_logic_slot_data::f23),
+    field<24>(&vesk_logic_slot_data::f24),
+    list<25>(&vesk_logic_slot_data::sdr_identity, &vesk_logic_slot_data::sdr_identity_count),
+    list<26>(&vesk_logic_slot_data::sdr_slice, &vesk_logic_slot_data::sdr_slice_count));
+
+template <>
+inline constexpr auto schema<vesk_sdr_data_object> = fields(
+    field<1>(&vesk_sdr_data_object::f1),
+    field<2>(&vesk_sdr_data_object::f2),
+    list<3>(&vesk_sdr_data_object::sdr_identity, &vesk_sdr_data_object::sdr_identity_count),
+    field<4>(&vesk_sdr_data_object::f4));
+
+template <>
+inline constexpr auto schema<vesk_inv_sdr_data> = fields(
+    field<1>(&vesk_inv_sdr_data::sdr_data_object),
+    field<2>(&vesk_inv_sdr_data::f2));
+
+template <>
+inline constexpr auto schema<vesk_inv_fru_oir_data> = fields(
+    field<1>(&vesk_inv_fru_oir_data::policy),
+    field<2>(&vesk_inv_fru_oir_data::f2),
+    field<3>(&vesk_inv_fru_oir_data::eid),
+    field<4>(&vesk_inv_fru_oir_data::f4),
+    field<5>(&vesk_inv_fru_oir_data::f5),
+    field<6>(&vesk_inv_fru_oir_data::f6),
+    field<7>(&vesk_inv_fru_oir_data::f7),
+    field<8>(&vesk_inv_fru_oir_data::f8),
+    field<9>(&vesk_inv_fru_oir_data::f9),
+    field<10>(&vesk_inv_fru_oir_data::f10),
+    field<11>(&vesk_inv_fru_oir_data::f11),
+    field<12>(&vesk_inv_fru_oir_data::f12),
+    field<13>(&vesk_inv_fru_oir_data::f13),
+    field<14>(&vesk_inv_fru_oir_data::f14),
+    field<15>(&vesk_inv_fru_oir_data::f15),
+    field<16>(&vesk_inv_fru_oir_data::f16),
+    field<17>(&vesk_inv_fru_oir_data::f17),
+    field<18>(&vesk_inv_fru_oir_data::f18),
+    field<19>(&vesk_inv_fru_oir_data::f19));
+
+template <>
+inline constexpr auto schema<vesk_inv_fru_prefix_update_data> = fields(
+    field<1>(&vesk_inv_fru_prefix_update_data::eid),
+    field<2>(&vesk_inv_fru_prefix_update_data::f2),
+    field<3>(&vesk_inv_fru_prefix_update_data::f3),
+    field<4>(&vesk_inv_fru_prefix_update_data::f4));
+
+template <>
+inline constexpr auto schema<vesk_inv_fru_location_update_data> = fields(
+    field<1>(&vesk_inv_fru_location_update_data::eid),
+    field<2>(&vesk_inv_fru_location_update_data::f2),
+    field<3>(&vesk_inv_fru_location_update_data::f3),
+    field<4>(&vesk_inv_fru_location_update_data::f4));
+
+template <>
+inline constexpr auto schema<vesk_inv_fru_snmp_range_update_data> = fields(
+    field<1>(&vesk_inv_fru_snmp_range_update_data::eid),
+    field<2>(&vesk_inv_fru_snmp_range_update_data::f2),
+    field<3>(&vesk_inv_fru_snmp_range_update_data::f3),
+    field<4>(&vesk_inv_fru_snmp_range_update_data::f4));
+
+template <>
+inline constexpr auto schema<vesk_inv_fru_attr_update_data> = fields(
+    field<1>(&vesk_inv_fru_attr_update_data::eid),
+    field<2>(&vesk_inv_fru_attr_update_data::f2),
+    field<3>(&vesk_inv_fru_attr_update_data::f3),
+    field<4>(&vesk_inv_fru_attr_update_data::f4),
+    field<5>(&vesk_inv_fru_attr_update_data::f5),
+    field<6>(&vesk_inv_fru_attr_update_data::f6),
+    field<7>(&vesk_inv_fru_attr_update_data::f7));
 
 }  // namespace vesk
