@@ -14,7 +14,7 @@ namespace vesk::generator {
 //   FILE.symbols       the names of the exported functions, one per line
 //
 // Parameters, separated by commas:
-//   prefix=NAME        what C names begin with: structure NAME_pem_data, enumerator NAME_PEM_DATA_F3 in upper case,
+//   prefix=NAME        what C names begin with: structure NAME_record, enumerator NAME_RECORD_F3 in upper case,
 //                      public headers in <NAME/...>. "vesk" if it is not given.
 //   imported=FILE      messages of this imported file belong to another library and are called through their exported
 //                      functions. May be given more than once.

@@ -21,7 +21,7 @@ struct Field {
 };
 
 struct Message {
-    std::string name;    // C name, pem_data with its prefix
+    std::string name;    // C name, with the prefix
     std::string family;  // heading of the family that begins here; empty inside a family
     std::string comment;
     std::vector<Field> fields;

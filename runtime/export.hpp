@@ -1,6 +1,6 @@
 // The four exported functions of a message type, in one line per type:
 //
-//     VESK_EXPORT(vesk_pem_data)
+//     VESK_EXPORT(vesk_T)
 #pragma once
 
 #include "runtime/check_schema.hpp"

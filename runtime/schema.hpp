@@ -1,11 +1,10 @@
 // The words a field list is written in, what a message type's field list says, and the checks that the compiler makes
 // of it.
 //
-//     template <> inline constexpr auto schema<vesk_led_data> = fields(
-//         field<1>(&vesk_led_data::entity_common),
-//         field<2>(&vesk_led_data::fru_common),
-//         field<3>(&vesk_led_data::f3),
-//         ...
+//     template <> inline constexpr auto schema<vesk_T> = fields(
+//         field<1>(&vesk_T::name),
+//         bytes<2>(&vesk_T::image, &vesk_T::image_length),
+//         list<7>(&vesk_T::part_list, &vesk_T::part_list_count));
 //
 // The kind of a field follows from the type of its member, its presence bit from its place in the list.
 #pragma once
@@ -167,11 +166,9 @@ void mark_present(Message& message) {
     message.present[Index / 8] |= presence_mask(Index);
 }
 
-// Sets one presence bit of `message` to `present`; the other bits of its byte stay as they are.
 template <class Message, std::size_t Index>
-void set_presence(Message& message, bool present) {
-    const std::uint8_t others = message.present[Index / 8] & static_cast<std::uint8_t>(~presence_mask(Index));
-    message.present[Index / 8] = others | (present ? presence_mask(Index) : std::uint8_t{0});
+void mark_absent(Message& message) {
+    message.present[Index / 8] &= static_cast<std::uint8_t>(~presence_mask(Index));
 }
 
 }  // namespace vesk

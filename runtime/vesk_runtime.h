@@ -58,10 +58,10 @@ typedef void (*vesk_release)(void *block, void *context);
 /* Presence bits. Every structure ends in `present`, one bit per field, and every field has an enumerator with the
  * number of its bit:
  *
- *     vesk_pem_data pem = {0};                 zero-initialised is cleared: nothing present, nothing owned
- *     pem.f3 = 4800;
- *     VESK_MARK(&pem, VESK_PEM_DATA_F3);       without its bit a value is not encoded
- *     if (VESK_HAS(&pem, VESK_PEM_DATA_F3)) ...
+ *     vesk_T record = {0};               zero-initialised is cleared: nothing present, nothing owned
+ *     record.f3 = 4800;
+ *     VESK_MARK(&record, VESK_T_F3);     without its bit a value is not encoded
+ *     if (VESK_HAS(&record, VESK_T_F3)) ...
  *
  * `message` is evaluated once, `bit` twice. */
 #define VESK_HAS(message, bit) ((((message)->present[(bit) / 8] >> ((bit) % 8)) & 1) != 0)
@@ -134,11 +134,12 @@ static inline void vesk_unmark(uint8_t *byte, unsigned bit) { *byte = (uint8_t)(
  *   context   passed to alloc unchanged; may be null.
  *   flags     0 or VESK_BYTES_BY_REFERENCE.
  *
- * Result: VESK_OK, or the code of the first error in the order of the input. Unknown fields are skipped, and one that
- * is cut short at the very end of the input is no error. A number that occurs again replaces the earlier value. A
- * nested message that occurs again replaces the earlier one as a whole, and the blocks of the earlier one are lost: a
- * caller who cannot trust the sender keeps a ledger of its own, or an arena. The elements of a list must stand in one
- * unbroken run. Strings are copied as they stand: an embedded NUL ends the string for everyone who reads it as C does.
+ * Result: VESK_OK, or the code of the first error in the order of the input; what the decode function of an imported
+ * type returned is passed on unchanged. Unknown fields are skipped, and one that is cut short at the very end of the
+ * input is no error. A number that occurs again replaces the earlier value. A nested message that occurs again
+ * replaces the earlier one as a whole, and the blocks of the earlier one are lost: a caller who cannot trust the
+ * sender keeps a ledger of its own, or an arena. The elements of a list must stand in one unbroken run. Strings are
+ * copied as they stand: an embedded NUL ends the string for everyone who reads it as C does.
  *
  * Ownership: the message owns every block that it points to, also after an error, when it holds what was read before
  * the error; in either case give it to vesk_T_free_ext with the same flags.
@@ -156,9 +157,10 @@ static inline void vesk_unmark(uint8_t *byte, unsigned bit) { *byte = (uint8_t)(
  *                 counts as failed.
  *   context       passed to alloc unchanged; may be null.
  *
- * Result: VESK_OK; VESK_NO_MEMORY if any block could not be had; else the first other code that the functions of an
- * imported type returned. The copy goes on after a failure: fields that could not be copied are empty and their
- * presence bits are clear.
+ * Result: VESK_OK; VESK_NO_MEMORY if one of the message's own strings, bytes fields or lists could not be had; else the
+ * first code other than VESK_OK that a nested message or element came back with, which is VESK_NO_MEMORY or what the
+ * duplicate function of an imported type returned. The copy goes on after a failure: fields that could not be copied
+ * are empty and their presence bits are clear.
  * Ownership: destination owns its blocks, also after an error; give it to vesk_T_free_ext with flags 0.
  *
  *

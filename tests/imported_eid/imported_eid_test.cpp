@@ -130,6 +130,20 @@ TEST(imported_encode, identifiers_of_elements_are_written_in_their_order) {
     }
 }
 
+TEST(imported_encode, list_of_identifiers_is_written_one_by_one) {
+    vesk_drin_eid_st eids[3] = {identifier(2), identifier(0), identifier(3)};
+    vesk_resp_eid response = {};
+    response.eid_list = eids;
+    response.eid_list_count = 3;
+    VESK_MARK(&response, VESK_RESP_EID_EID_LIST);
+    const Encoding encoding = encode_recorded(response, 64);
+    EXPECT_EQ(encoding.length, 11u);  // 22 02 (..) 22 00 22 03 (...)
+    ASSERT_EQ(encoding.writes.size(), 3u) << "req_eid is empty and not written";
+    for (std::size_t i = 0; i < 3; ++i) EXPECT_EQ(encoding.writes[i].message, &eids[i]);
+    EXPECT_EQ(encoding.writes[0].buffer, encoding.buffer.data() + 2);
+    EXPECT_EQ(encoding.writes[2].buffer, encoding.buffer.data() + 8);
+}
+
 TEST(imported_encode, measuring_measures) {
     const vesk_register_container_eid_data message = registration(identifier(3));
     const Calls calls = calls_during([&] { EXPECT_EQ(measured(message), 9u); });
@@ -445,6 +459,21 @@ TEST(imported_decode, counting_a_list_calls_nothing) {
     EXPECT_EQ(response.calls[1].context, &response.ledger);
 }
 
+TEST(imported_decode, list_of_identifiers_is_decoded_one_by_one) {
+    const Decoding<vesk_resp_eid> response(
+        concatenate({message_field(4, hex("AA")), message_field(4, {}), message_field(4, hex("BB CC"))}));
+    ASSERT_EQ(response.calls.size(), 3u);
+    for (std::size_t i = 0; i < 3; ++i) {
+        EXPECT_EQ(response.calls[i].message, &response->eid_list[i]);
+        EXPECT_EQ(response.calls[i].context, &response.ledger);
+        EXPECT_EQ(response->eid_list[i].f1, response.calls[i].length);
+    }
+    EXPECT_EQ(response.calls[0].length, 1u);
+    EXPECT_EQ(response.calls[1].length, 0u);
+    EXPECT_EQ(response.calls[2].length, 2u);
+    EXPECT_EQ(response.calls[2].buffer, response.input.data() + 7);
+}
+
 // ---- Duplicating ---------------------------------------------------------------------------------------------------
 
 template <class T>
@@ -595,6 +624,21 @@ TEST(imported_duplicate, code_of_an_element_behind_a_failed_array_does_not_count
     vesk_resp_inv_data_free_ext(&copy, Ledger::release, &ledger, 0);
 }
 
+TEST(imported_duplicate, list_of_identifiers_is_copied_one_by_one) {
+    vesk_drin_eid_st eids[3] = {identifier(2), identifier_with_code(-9), identifier_with_code(-7)};
+    vesk_resp_eid source = {};
+    source.eid_list = eids;
+    source.eid_list_count = 3;
+    const Duplication<vesk_resp_eid> copy(source);
+    EXPECT_EQ(copy.code, -9);
+    ASSERT_EQ(copy.calls.size(), 4u);
+    EXPECT_EQ(copy.calls[0].source, &source.req_eid.eid);
+    for (std::size_t i = 0; i < 3; ++i) {
+        EXPECT_EQ(copy.calls[i + 1].source, &eids[i]);
+        EXPECT_EQ(copy.calls[i + 1].message, &copy->eid_list[i]);
+    }
+}
+
 // ---- Releasing -----------------------------------------------------------------------------------------------------
 
 TEST(imported_free, each_identifier_is_freed_once_in_declaration_order_whatever_its_bit) {
@@ -632,6 +676,19 @@ TEST(imported_free, identifiers_of_elements_are_freed_while_the_list_goes) {
     EXPECT_EQ(calls[1].message, second);
     calls = calls_during([&] { vesk_resp_inv_data_free_ext(&response, Ledger::release, &ledger, 0); });
     EXPECT_TRUE(calls.empty()) << "there are no elements any more";
+}
+
+TEST(imported_free, list_of_identifiers_is_freed_one_by_one) {
+    const Bytes input = message(message_field(4, hex("AA")), message_field(4, hex("BB")));
+    Ledger ledger;
+    vesk_resp_eid response;
+    ASSERT_EQ(vesk_resp_eid_decode_ext(&response, input.data(), input.size(), Ledger::alloc, &ledger, 0), VESK_OK);
+    const vesk_drin_eid_st* eids = response.eid_list;
+    const Calls calls = calls_during([&] { vesk_resp_eid_free_ext(&response, Ledger::release, &ledger, 0); });
+    ASSERT_EQ(calls.size(), 3u);
+    EXPECT_EQ(calls[0].message, &response.req_eid.eid);
+    EXPECT_EQ(calls[1].message, &eids[0]);
+    EXPECT_EQ(calls[2].message, &eids[1]);
 }
 
 }  // namespace

@@ -3,6 +3,8 @@
 
 #include <cstddef>
 #include <cstring>
+#include <initializer_list>
+#include <string>
 #include <type_traits>
 
 #include "tests/support/api.hpp"
@@ -46,6 +48,43 @@ Output encode_into(const T& message, std::size_t room, std::uint32_t flags = 0) 
     output.buffer.resize(room);
     return output;
 }
+
+// The presence bytes, the first one first: "00 00 08".
+template <class T>
+std::string presence_of(const T& message) {
+    return to_hex(Bytes(message.present, message.present + sizeof message.present));
+}
+
+// What a decoded input encodes to; bytes that no test expects if it is refused.
+template <class T>
+Bytes reencoded(const Bytes& input) {
+    const Decoded<T> decoded(input);
+    return decoded.code == VESK_OK ? encoded(decoded.message) : hex("DEADBEEF");
+}
+
+// What a ledger was asked.
+inline Request asked_for(std::uint64_t size) { return {Request::What::alloc, size}; }
+inline Request given_back(std::uint64_t size) { return {Request::What::release, size}; }
+
+// A copy in storage that was filled with `background`, of which some allocations may fail. Freed at the end.
+template <class T>
+struct Copy {
+    explicit Copy(const T& source, std::initializer_list<std::uint64_t> failing_requests = {},
+                  std::uint8_t background = 0x5A)
+        : message(filled_with<T>(background)) {
+        for (std::uint64_t n : failing_requests) ledger.fail_request(n);
+        code = Api<T>::duplicate(&message, &source, Ledger::alloc, &ledger);
+    }
+    ~Copy() { Api<T>::free(&message, Ledger::release, &ledger, 0); }
+    Copy(const Copy&) = delete;
+    Copy& operator=(const Copy&) = delete;
+
+    const T* operator->() const { return &message; }
+
+    Ledger ledger;
+    T message;
+    std::int32_t code;
+};
 
 // A whole bytes field.
 inline Bytes bytes_field(std::uint32_t number, const Bytes& content) { return message_field(number, content); }

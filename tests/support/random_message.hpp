@@ -29,7 +29,7 @@ public:
 private:
     void fill(const TypeInfo& type, void* message);
     void fill_field(const FieldInfo& field, void* message, bool wanted);
-    std::uint64_t number() { return random_() >> random_() % 64; }
+    std::uint64_t number() { return chance(3) ? ~std::uint64_t{0} : random_() >> random_() % 64; }
     std::uint64_t below(std::uint64_t limit) { return random_() % limit; }
     bool chance(unsigned percent) { return below(100) < percent; }
     std::size_t content_length();

@@ -37,8 +37,6 @@ void expect_no_leds(const Response& response) {
     EXPECT_FALSE(response.has_leds());
 }
 
-Request asked_for(std::uint64_t size) { return {Request::What::alloc, size}; }
-
 // ---- A run ---------------------------------------------------------------------------------------------------------
 
 TEST(decode_list, three_elements_are_one_block_of_three) {

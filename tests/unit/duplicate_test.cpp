@@ -6,25 +6,6 @@
 namespace vesk::test {
 namespace {
 
-// A copy in storage that was filled with `background`, of which some allocations may fail. Freed at the end.
-template <class T>
-struct Copy {
-    explicit Copy(const T& source, std::initializer_list<std::uint64_t> failing_requests = {},
-                  std::uint8_t background = 0x5A)
-        : message(filled_with<T>(background)) {
-        for (std::uint64_t n : failing_requests) ledger.fail_request(n);
-        code = Api<T>::duplicate(&message, &source, Ledger::alloc, &ledger);
-    }
-    ~Copy() { Api<T>::free(&message, Ledger::release, &ledger, 0); }
-    const T* operator->() const { return &message; }
-
-    Ledger ledger;
-    T message;
-    std::int32_t code;
-};
-
-Request asked_for(std::uint64_t size) { return {Request::What::alloc, size}; }
-
 const Bytes four_bytes = hex("00 01 02 FF");
 
 // Every field of a scratch-pad EEPROM.

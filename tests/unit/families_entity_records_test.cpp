@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "tests/support/api.hpp"
+#include "tests/support/messages.hpp"
 
 namespace vesk::test {
 namespace {
@@ -175,12 +175,6 @@ struct HeadOnlyType {
     const char* name;
     Bytes (*reencoded)(const Bytes& input);
 };
-
-template <class Record>
-Bytes reencoded(const Bytes& input) {
-    const Decoded<Record> record(input);
-    return record.code == VESK_OK ? encoded(record.message) : hex("DEADBEEF");
-}
 
 TEST(entity_records, craft_chassis_fan_and_base_read_each_other) {
     const HeadOnlyType types[] = {{"craft_data", reencoded<vesk_craft_data>},

@@ -8,8 +8,6 @@ namespace {
 
 constexpr std::uint32_t by_reference = VESK_BYTES_BY_REFERENCE;
 
-Request given_back(std::uint64_t size) { return {Request::What::release, size}; }
-
 // A message that was decoded with `flags`, and is freed by the test.
 template <class T>
 struct Filled {
