@@ -72,25 +72,31 @@ inline Step decode_value(Message& message, const std::uint8_t* at, const std::ui
 
 // Reads the field and marks it present; the bit is set only when the field is complete.
 template <class Message, std::size_t Index>
-inline Step decode_field(Message& message, std::uint32_t tag, const std::uint8_t* at, const std::uint8_t* end,
-                         Allocator allocator, std::uint32_t flags) {
-    if (tag != tag_of<Message, Index>) return {nullptr, VESK_WRONG_WIRE_TYPE};
+inline Step decode_field(Message& message, const std::uint8_t* at, const std::uint8_t* end, Allocator allocator,
+                         std::uint32_t flags) {
     const Step step = decode_value<Message, Index>(message, at, end, allocator, flags);
     if (step.code == VESK_OK) mark_present<Message, Index>(message);
     return step;
+}
+
+template <class Message, std::size_t... Indices>
+constexpr bool is_known([[maybe_unused]] std::uint32_t number, std::index_sequence<Indices...>) {
+    return ((number == number_of<Message, Indices>) || ...);
 }
 
 // Finds the field of a tag from `Index` on and reads it, or skips a field that the message does not have.
 template <class Message, std::size_t Index = 0>
 [[gnu::always_inline]] inline Step decode_or_skip(Message& message, std::uint32_t tag, const std::uint8_t* at,
                                                   const std::uint8_t* end, Allocator allocator, std::uint32_t flags) {
-    if constexpr (Index == field_count<Message>) {
-        return skip_field(wire_type_of_tag(tag), at, end);
-    } else {
-        if (number_of_tag(tag) == number_of<Message, Index>) {
-            return decode_field<Message, Index>(message, tag, at, end, allocator, flags);
-        }
+    if constexpr (Index < field_count<Message>) {
+        if (tag == tag_of<Message, Index>) return decode_field<Message, Index>(message, at, end, allocator, flags);
         return decode_or_skip<Message, Index + 1>(message, tag, at, end, allocator, flags);
+    } else {
+        // A known number in a tag that no field has: the wire type is wrong.
+        if (is_known<Message>(number_of_tag(tag), std::make_index_sequence<field_count<Message>>{})) {
+            return {nullptr, VESK_WRONG_WIRE_TYPE};
+        }
+        return skip_field(wire_type_of_tag(tag), at, end);
     }
 }
 

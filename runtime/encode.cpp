@@ -27,16 +27,17 @@ const void* address_of(std::uint64_t position, Buffer buffer) {
     return reinterpret_cast<const void*>(base + static_cast<std::uintptr_t>(position));
 }
 
-// What of the buffer is left from `position` on; (null, 0) if nothing is.
-Buffer rest_of(Buffer buffer, std::uint64_t position) {
-    if (position >= buffer.length) return {nullptr, 0};
-    return {buffer.data + position, buffer.length - position};
-}
-
-// What of the segment list is left behind `used` segments; (null, 0) if nothing is.
-Segments rest_of(Segments segments, std::uint32_t used) {
-    if (used >= segments.capacity) return {nullptr, 0};
-    return {segments.array + used, segments.capacity - used};
+// What is left of an output for a nested message: (null, 0) where nothing is.
+Output rest_of(const Output& output, Progress progress) {
+    const auto& [buffer, segments, flags] = output;
+    Output rest{{nullptr, 0}, {nullptr, 0}, flags};
+    if (progress.position < buffer.length) {
+        rest.buffer = {buffer.data + progress.position, buffer.length - progress.position};
+    }
+    if (progress.segments_used < segments.capacity) {
+        rest.segments = {segments.array + progress.segments_used, segments.capacity - progress.segments_used};
+    }
+    return rest;
 }
 
 }  // namespace
@@ -54,45 +55,44 @@ std::uint64_t encode_string(std::uint32_t tag, const char* string, std::uint64_t
     return position + length;
 }
 
-Progress close_run(Progress progress, Buffer buffer, Segments segments) {
-    progress.segments_used = add_segment(address_of(progress.run_start, buffer), progress.position - progress.run_start,
-                                         progress.segments_used, segments);
+Progress close_run(Progress progress, const Output& output) {
+    progress.segments_used =
+        add_segment(address_of(progress.run_start, output.buffer), progress.position - progress.run_start,
+                    progress.segments_used, output.segments);
     progress.run_start = progress.position;
     return progress;
 }
 
 Progress encode_bytes(std::uint32_t tag, const std::uint8_t* data, std::uint64_t length, Progress progress,
-                      Buffer buffer, Segments segments, std::uint32_t flags) {
-    progress.position = write_varint(tag, progress.position, buffer);
-    progress.position = write_length(length, progress.position, buffer);
-    const std::uint64_t size = bytes_size(length, progress.position, flags);
-    store_whole(data, size, progress.position, buffer);
+                      const Output& output) {
+    progress.position = write_varint(tag, progress.position, output.buffer);
+    progress.position = write_length(length, progress.position, output.buffer);
+    const std::uint64_t size = bytes_size(length, progress.position, output.flags);
+    store_whole(data, size, progress.position, output.buffer);
     progress.position += size;
-    if ((flags & VESK_BYTES_BY_REFERENCE) != 0 && length != 0) {
-        progress = close_run(progress, buffer, segments);
-        progress.segments_used = add_segment(data, length, progress.segments_used, segments);
+    if ((output.flags & VESK_BYTES_BY_REFERENCE) != 0 && length != 0) {
+        progress = close_run(progress, output);
+        progress.segments_used = add_segment(data, length, progress.segments_used, output.segments);
     }
     return progress;
 }
 
 Progress encode_nested(std::uint32_t tag, const void* nested, std::uint64_t size, EncodeNested encode_one,
-                       Progress progress, Buffer buffer, Segments segments, std::uint32_t flags) {
-    progress.position = write_varint(tag, progress.position, buffer);
-    progress.position = write_length(size, progress.position, buffer);
-    const Encoded encoded =
-        encode_one(nested, rest_of(buffer, progress.position), rest_of(segments, progress.segments_used), flags);
+                       Progress progress, const Output& output) {
+    progress.position = write_varint(tag, progress.position, output.buffer);
+    progress.position = write_length(size, progress.position, output.buffer);
+    const Encoded encoded = encode_one(nested, rest_of(output, progress));
     progress.position += size;
     progress.segments_used += encoded.segments;
     return progress;
 }
 
 Progress encode_list(std::uint32_t tag, const void* array, std::uint32_t count, std::size_t element_size,
-                     MeasureNested measure_one, EncodeNested encode_one, Progress progress, Buffer buffer,
-                     Segments segments, std::uint32_t flags) {
+                     MeasureNested measure_one, EncodeNested encode_one, Progress progress, const Output& output) {
     const char* element = static_cast<const char*>(array);
     for (std::uint32_t i = 0; i < count; ++i, element += element_size) {
-        const std::uint64_t size = measure_one(element, flags);
-        progress = encode_nested(tag, element, size, encode_one, progress, buffer, segments, flags);
+        const std::uint64_t size = measure_one(element, output.flags);
+        progress = encode_nested(tag, element, size, encode_one, progress, output);
     }
     return progress;
 }

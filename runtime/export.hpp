@@ -18,7 +18,8 @@ inline std::uint64_t encode_ext(const Message& message, void* buffer, std::uint6
     if (buffer == nullptr && length == 0 && segment_count == nullptr) return measure(message, flags);
     // Without a count nothing can be listed, as with a list that has no room.
     const std::uint32_t capacity = segment_count != nullptr ? *segment_count : 0;
-    const Encoded encoded = encode(message, {static_cast<std::uint8_t*>(buffer), length}, {segments, capacity}, flags);
+    const Encoded encoded =
+        encode(message, {{static_cast<std::uint8_t*>(buffer), length}, {segments, capacity}, flags});
     if (segment_count != nullptr) *segment_count = encoded.segments;
     return encoded.length;
 }
