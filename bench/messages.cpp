@@ -1,0 +1,121 @@
+#include "bench/messages.hpp"
+
+#include <algorithm>
+
+namespace vesk::bench {
+namespace {
+
+using test::element_at;
+using test::load;
+using test::member_at;
+using test::store;
+
+std::uint32_t count_lists(const TypeInfo& type) {
+    return static_cast<std::uint32_t>(std::count_if(type.fields.begin(), type.fields.end(),
+                                                    [](const FieldInfo& field) { return field.kind == Kind::list; }));
+}
+
+}  // namespace
+
+DrawnMessage::DrawnMessage(const TypeInfo& type, const Recipe& recipe, std::uint64_t seed)
+    : recipe_(recipe), choices_(seed), values_(seed + 1), message_(type, 0) {
+    fill(type, message_.get(), 0);
+}
+
+void DrawnMessage::fill(const TypeInfo& type, void* message, unsigned depth) {
+    const std::uint32_t lists = count_lists(type);
+    std::uint32_t list = 0;
+    for (std::size_t index = 0; index < type.fields.size(); ++index) {
+        const FieldInfo& field = type.fields[index];
+        std::uint32_t records = 0;
+        if (field.kind == Kind::list && depth == 0) {
+            const std::uint32_t turn = (list++ + lists - recipe_.first_list % lists) % lists;
+            records = recipe_.records / lists + (turn < recipe_.records % lists ? 1 : 0);
+        } else if (choices_() % 100 >= recipe_.percent_set) {
+            continue;
+        }
+        if (!fill_field(field, message, depth, records)) continue;
+        const std::size_t byte = type.presence_offset + index / 8;
+        store(message, byte, static_cast<std::uint8_t>(load<std::uint8_t>(message, byte) | 1u << index % 8));
+    }
+}
+
+// False for a list that came out empty: it is like one that is not there.
+bool DrawnMessage::fill_field(const FieldInfo& field, void* message, unsigned depth, std::uint32_t records) {
+    switch (field.kind) {
+        case Kind::uint32: store(message, field.offset, static_cast<std::uint32_t>(number() >> 32)); return true;
+        case Kind::uint64: store(message, field.offset, number()); return true;
+        case Kind::boolean: store(message, field.offset, static_cast<std::uint8_t>(values_() % 2)); return true;
+        case Kind::string: {
+            const std::size_t length = 4 + values_() % 21;
+            std::uint8_t* text = new_block(length + 1);
+            std::generate_n(text, length, [&] { return static_cast<std::uint8_t>('a' + values_() % 26); });
+            store(message, field.offset, text);
+            return true;
+        }
+        case Kind::bytes: {
+            std::uint8_t* data = new_block(recipe_.bytes_size);
+            std::generate_n(data, recipe_.bytes_size, [&] { return static_cast<std::uint8_t>(values_()); });
+            store(message, field.offset, data);
+            store(message, field.second_offset, recipe_.bytes_size);
+            return true;
+        }
+        case Kind::message:
+            fill(*field.nested, static_cast<std::uint8_t*>(message) + field.offset, depth + 1);
+            return true;
+        case Kind::list:
+            return fill_list(field, message, depth, depth == 0 ? records : static_cast<std::uint32_t>(choices_() % 4));
+    }
+    return false;
+}
+
+bool DrawnMessage::fill_list(const FieldInfo& field, void* message, unsigned depth, std::uint32_t count) {
+    if (count == 0) return false;
+    const TypeInfo& element = *field.nested;
+    std::uint8_t* array = new_block(count * element.size);
+    const std::mt19937_64 choices = choices_;
+    for (std::uint32_t i = 0; i < count; ++i) {
+        if (recipe_.same_fields) choices_ = choices;
+        fill(element, element_at(array, element, i), depth + 1);
+    }
+    store(message, field.offset, array);
+    store(message, field.second_offset, count);
+    return true;
+}
+
+std::uint8_t* DrawnMessage::new_block(std::size_t size) {
+    blocks_.push_back(std::make_unique<std::uint8_t[]>(size));
+    return blocks_.back().get();
+}
+
+namespace {
+
+void add_parts(const TypeInfo& type, const void* message, Extent* extent) {
+    const auto add_part = [&](std::uint64_t size) { extent->longest_part = std::max(extent->longest_part, size); };
+    for (const FieldInfo& field : type.fields) {
+        if (field.kind == Kind::message) add_parts(*field.nested, member_at(message, field.offset), extent);
+        if (field.kind == Kind::bytes) add_part(load<std::uint64_t>(message, field.second_offset));
+        if (field.kind == Kind::string) {
+            const auto* text = load<const char*>(message, field.offset);
+            if (text != nullptr) add_part(std::strlen(text));
+        }
+        if (field.kind == Kind::list) {
+            const auto count = load<std::uint32_t>(message, field.second_offset);
+            add_part(count);
+            extent->structures += count * field.nested->size;
+            for (std::size_t i = 0; i < count; ++i) {
+                add_parts(*field.nested, element_at(load<void*>(message, field.offset), *field.nested, i), extent);
+            }
+        }
+    }
+}
+
+}  // namespace
+
+Extent extent_of(const TypeInfo& type, const void* message) {
+    Extent extent{type.size, 0};
+    add_parts(type, message, &extent);
+    return extent;
+}
+
+}  // namespace vesk::bench

@@ -1,0 +1,174 @@
+"""What bench/run prints: for each workload and operation the library's time, the fastest peer's, and their ratio."""
+
+import json
+import statistics
+
+# Rows of the table, in its order.
+TITLES = {
+    "request": "Small request: req_inv_data with EID and policy",
+    "sensor": "sensor_data, all fields",
+    "notification": "notify_event_data with all its records",
+    "main_same": "Main answer: resp_inv_data, 17 lists of 64 records, 60 % set, the same fields in a list",
+    "main_drawn": "Main answer, fields drawn for each record",
+    "handles": "resp_clients_hdl_data, 10,000 handles",
+    "eeprom_64k": "scratch_eeprom with 64 KiB, copied",
+    "eeprom_64k_by_reference": "scratch_eeprom with 64 KiB, by reference (peers copy)",
+    "eeprom_64_by_reference": "scratch_eeprom with 64 bytes, by reference (peers copy)",
+    "idprom_4k": "idprom_data with 4 KiB, copied",
+    "idprom_4k_by_reference": "idprom_data with 4 KiB, by reference (peers copy)",
+    "scalars": "Scalars only: resp_admin_memory_data",
+    "fields_34": "inv_db_base_entity_data, all 34 fields",
+}
+
+OPERATIONS = {
+    "measure": "measure",
+    "encode": "encode",
+    "measure_and_encode": "measure + encode",
+    "decode": "decode (arena)",
+    "duplicate": "duplicate (arena)",
+    "decode_and_free": "decode + free (malloc)",
+}
+
+NOT_PEERS = ("vesk", "literal", "floor")
+
+
+def _targets(decode, encode, measure_and_encode, measure, duplicate, decode_and_free):
+    return {"decode": decode, "encode": encode, "measure_and_encode": measure_and_encode, "measure": measure,
+            "duplicate": duplicate, "decode_and_free": decode_and_free}
+
+
+# The library's time over the fastest peer's is to be at most this.
+_RECORD = _targets(0.85, 0.85, 1.1, 1.5, 0.35, 0.60)
+_SMALL = _targets(0.75, 0.85, 1.2, 1.5, 0.50, 0.60)
+_COPIED = _targets(1.0, 1.0, 1.0, None, 1.0, 1.0)
+TARGETS = {
+    "main_same": _targets(0.70, 0.55, 0.75, 1.0, 0.25, 0.45),
+    "main_drawn": _targets(0.80, 0.50, 0.65, 0.70, 0.25, 0.50),
+    "handles": _targets(0.70, 0.50, 0.60, 0.90, 0.40, 0.50),
+    "sensor": _RECORD,
+    "notification": _RECORD,
+    "request": _SMALL,
+    "scalars": _SMALL,
+    "fields_34": _SMALL,
+    "eeprom_64k": _COPIED,
+    "idprom_4k": _COPIED,
+}
+
+# The same for the literal implementation.
+LITERAL_TARGETS = {
+    workload: {"measure": 0.10, "measure_and_encode": 0.15} for workload in ("main_same", "main_drawn")
+}
+
+
+def title_of(workload):
+    if workload.startswith("growth_"):
+        return f"Growth series: resp_inv_data with {int(workload[len('growth_'):]):,} records"
+    return TITLES[workload]
+
+
+def median_ratio(ours, theirs):
+    """The median over the rounds in which both took part."""
+    return statistics.median(a / b for a, b in zip(ours, theirs) if a is not None and b is not None)
+
+
+def _summarise_operation(rounds):
+    times = {name: statistics.median(time for time in lane if time is not None) for name, lane in rounds.items()}
+    peers = [name for name in times if name not in NOT_PEERS]
+    fastest = min(peers, key=times.get)
+    ratios = {name: median_ratio(rounds["vesk"], lane) for name, lane in rounds.items() if name != "vesk"}
+    return {"rounds": len(rounds["vesk"]), "nanoseconds": times, "ratios": ratios, "fastest_peer": fastest}
+
+
+def summarise(measured):
+    """Medians of the times, and of the library's ratio to each other implementation."""
+    summary = {}
+    for workload, result in measured.items():
+        operations = {name: _summarise_operation(rounds) for name, rounds in result["operations"].items()}
+        for name, operation in operations.items():
+            operation["target"] = TARGETS.get(workload, {}).get(name)
+            operation["literal_target"] = LITERAL_TARGETS.get(workload, {}).get(name)
+        summary[workload] = {**result, "operations": operations}
+    return summary
+
+
+def in_words(nanoseconds):
+    for unit, size in (("s", 1e9), ("ms", 1e6), ("us", 1e3)):
+        if nanoseconds >= size:
+            return f"{nanoseconds / size:.3g} {unit}" if nanoseconds < 100 * size else f"{nanoseconds / size:.0f} {unit}"
+    return f"{nanoseconds:.3g} ns" if nanoseconds < 100 else f"{nanoseconds:.0f} ns"
+
+
+def verdict(ratio, target):
+    if target is None:
+        return ""
+    # Compared as printed.
+    return f"{target:.2f} " + ("met" if round(ratio, 2) <= target else "MISSED")
+
+
+def _row(operation):
+    times, ratios = operation["nanoseconds"], operation["ratios"]
+    peer = operation["fastest_peer"]
+    literal = ""
+    if "literal" in ratios:
+        literal = f"{ratios['literal']:.2f}"
+        if operation["literal_target"] is not None:
+            literal += f" (target {verdict(ratios['literal'], operation['literal_target'])})"
+    floor = f"{ratios['floor']:.1f}" if "floor" in ratios else ""
+    return [in_words(times["vesk"]), f"{in_words(times[peer])}  {peer}", f"{ratios[peer]:.2f}",
+            verdict(ratios[peer], operation["target"]), floor, literal]
+
+
+HEADINGS = ["", "vesk", "fastest peer", "ratio", "target", "to floor", "to literal"]
+
+
+def notes(result):
+    if result["longest_part"] > 65535:
+        return "nanopb left out: Debian's counts in 16 bits, and a field or list here passes 65,535"
+    return ""
+
+
+def print_table(summary, with_peers=False):
+    for workload, result in summary.items():
+        count = result["messages"]
+        plural = f"{count} messages in turn, up to" if count > 1 else "one message,"
+        print(f"\n{title_of(workload)}  [{workload}; {plural} {result['longest_encoding']:,} bytes]")
+        if notes(result):
+            print(f"  {notes(result)}")
+        rows = [HEADINGS] + [[OPERATIONS[name]] + _row(operation) for name, operation in result["operations"].items()]
+        widths = [max(len(row[column]) for row in rows) for column in range(len(HEADINGS))]
+        for row in rows:
+            print("  " + "  ".join(cell.ljust(width) for cell, width in zip(row, widths)).rstrip())
+        if with_peers:
+            _print_peers(result)
+
+
+def _print_peers(result):
+    for name, operation in result["operations"].items():
+        times = sorted(operation["nanoseconds"].items(), key=lambda item: item[1])
+        print(f"    {OPERATIONS[name]}: " + ", ".join(f"{peer} {in_words(time)}" for peer, time in times))
+
+
+def print_score(summary):
+    """How many targets are met, and which are not."""
+    missed = []
+    total = 0
+    for workload, result in summary.items():
+        for name, operation in result["operations"].items():
+            pairs = [(operation["fastest_peer"], operation["target"], ""),
+                     ("literal", operation["literal_target"], " of literal")]
+            for other, target, suffix in pairs:
+                if target is None or other not in operation["ratios"]:
+                    continue
+                total += 1
+                ratio = operation["ratios"][other]
+                if round(ratio, 2) > target:
+                    missed.append(f"{workload} {OPERATIONS[name]} {ratio:.2f} > {target:.2f}{suffix}")
+    print(f"\n{total - len(missed)} of {total} targets met" + ("" if not missed else "; missed:"))
+    for line in missed:
+        print(f"  {line}")
+
+
+def write_json(summary, machine, path):
+    with open(path, "w", encoding="utf-8") as file:
+        json.dump({"machine": machine, "workloads": summary}, file, indent=1)
+        file.write("\n")
