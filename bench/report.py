@@ -74,9 +74,9 @@ def median_ratio(ours, theirs):
 def _summarise_operation(rounds):
     times = {name: statistics.median(time for time in lane if time is not None) for name, lane in rounds.items()}
     peers = [name for name in times if name not in NOT_PEERS]
-    fastest = min(peers, key=times.get)
     ratios = {name: median_ratio(rounds["vesk"], lane) for name, lane in rounds.items() if name != "vesk"}
-    return {"rounds": len(rounds["vesk"]), "nanoseconds": times, "ratios": ratios, "fastest_peer": fastest}
+    return {"rounds": len(rounds["vesk"]), "nanoseconds": times, "ratios": ratios,
+            "fastest_peer": min(peers, key=times.get)}
 
 
 def summarise(measured):
