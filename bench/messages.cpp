@@ -1,6 +1,7 @@
 #include "bench/messages.hpp"
 
 #include <algorithm>
+#include <numeric>
 
 namespace vesk::bench {
 namespace {
@@ -27,21 +28,23 @@ void DrawnMessage::fill(const TypeInfo& type, void* message, unsigned depth) {
     std::uint32_t list = 0;
     for (std::size_t index = 0; index < type.fields.size(); ++index) {
         const FieldInfo& field = type.fields[index];
-        std::uint32_t records = 0;
+        std::uint32_t elements = 0;
         if (field.kind == Kind::list && depth == 0) {
             const std::uint32_t turn = (list++ + lists - recipe_.first_list % lists) % lists;
-            records = recipe_.records / lists + (turn < recipe_.records % lists ? 1 : 0);
+            elements = recipe_.records / lists + (turn < recipe_.records % lists ? 1 : 0);
         } else if (choices_() % 100 >= recipe_.percent_set) {
             continue;
+        } else if (field.kind == Kind::list) {
+            elements = static_cast<std::uint32_t>(choices_() % 4);
         }
-        if (!fill_field(field, message, depth, records)) continue;
+        if (!fill_field(field, message, depth, elements)) continue;
         const std::size_t byte = type.presence_offset + index / 8;
         store(message, byte, static_cast<std::uint8_t>(load<std::uint8_t>(message, byte) | 1u << index % 8));
     }
 }
 
 // False for a list that came out empty: it is like one that is not there.
-bool DrawnMessage::fill_field(const FieldInfo& field, void* message, unsigned depth, std::uint32_t records) {
+bool DrawnMessage::fill_field(const FieldInfo& field, void* message, unsigned depth, std::uint32_t elements) {
     switch (field.kind) {
         case Kind::uint32: store(message, field.offset, static_cast<std::uint32_t>(number() >> 32)); return true;
         case Kind::uint64: store(message, field.offset, number()); return true;
@@ -54,8 +57,9 @@ bool DrawnMessage::fill_field(const FieldInfo& field, void* message, unsigned de
             return true;
         }
         case Kind::bytes: {
+            // One draw whatever the size: messages that differ only in it have the same content elsewhere.
             std::uint8_t* data = new_block(recipe_.bytes_size);
-            std::generate_n(data, recipe_.bytes_size, [&] { return static_cast<std::uint8_t>(values_()); });
+            std::iota(data, data + recipe_.bytes_size, static_cast<std::uint8_t>(values_()));
             store(message, field.offset, data);
             store(message, field.second_offset, recipe_.bytes_size);
             return true;
@@ -63,8 +67,7 @@ bool DrawnMessage::fill_field(const FieldInfo& field, void* message, unsigned de
         case Kind::message:
             fill(*field.nested, static_cast<std::uint8_t*>(message) + field.offset, depth + 1);
             return true;
-        case Kind::list:
-            return fill_list(field, message, depth, depth == 0 ? records : static_cast<std::uint32_t>(choices_() % 4));
+        case Kind::list: return fill_list(field, message, depth, elements);
     }
     return false;
 }

@@ -34,7 +34,7 @@ public:
 
 private:
     void fill(const TypeInfo& type, void* message, unsigned depth);
-    bool fill_field(const FieldInfo& field, void* message, unsigned depth, std::uint32_t records);
+    bool fill_field(const FieldInfo& field, void* message, unsigned depth, std::uint32_t elements);
     bool fill_list(const FieldInfo& field, void* message, unsigned depth, std::uint32_t count);
     std::uint64_t number() { return values_() >> values_() % 64; }
     std::uint8_t* new_block(std::size_t size);

@@ -13,7 +13,7 @@ TITLES = {
     "handles": "resp_clients_hdl_data, 10,000 handles",
     "eeprom_64k": "scratch_eeprom with 64 KiB, copied",
     "eeprom_64k_by_reference": "scratch_eeprom with 64 KiB, by reference (peers copy)",
-    "eeprom_64_by_reference": "scratch_eeprom with 64 bytes, by reference (peers copy)",
+    "eeprom_16k_by_reference": "scratch_eeprom with 16 KiB, by reference (peers copy)",
     "idprom_4k": "idprom_data with 4 KiB, copied",
     "idprom_4k_by_reference": "idprom_data with 4 KiB, by reference (peers copy)",
     "scalars": "Scalars only: resp_admin_memory_data",
@@ -168,7 +168,23 @@ def print_score(summary):
         print(f"  {line}")
 
 
-def write_json(summary, machine, path):
+def print_counts(ours, literal, exponents):
+    """Instructions per call inside the library, and how they grow."""
+    print("Instructions per call inside libvesk_inventory.so, libc's and the entity identifier's library not counted")
+    for workload, operations in ours.items():
+        print(f"\n{title_of(workload)}  [{workload}]")
+        for name, title in OPERATIONS.items():
+            line = f"  {title:22}  {operations[name]:14,.0f}"
+            if workload in literal:
+                line += f"   {operations[name] / literal[workload][name]:.2f} of the literal implementation"
+            print(line)
+    if exponents:
+        print("\nInstructions grow with the number of records to the power of")
+        for name, exponent in exponents.items():
+            print(f"  {OPERATIONS[name]:22}  {exponent:.3f}")
+
+
+def write_json(values, path):
     with open(path, "w", encoding="utf-8") as file:
-        json.dump({"machine": machine, "workloads": summary}, file, indent=1)
+        json.dump(values, file, indent=1)
         file.write("\n")

@@ -47,7 +47,7 @@ std::vector<WorkloadPlan> all_workloads(std::uint32_t most_records) {
         plan("handles", "resp_clients_hdl_data", 1, {.records = 10000}),
         plan("eeprom_64k", "scratch_eeprom", 4, {.bytes_size = 65536}),
         plan("eeprom_64k_by_reference", "scratch_eeprom", 4, {.bytes_size = 65536}, by_reference),
-        plan("eeprom_64_by_reference", "scratch_eeprom", 4, {.bytes_size = 64}, by_reference),
+        plan("eeprom_16k_by_reference", "scratch_eeprom", 4, {.bytes_size = 16384}, by_reference),
         plan("idprom_4k", "idprom_data", 16, {.bytes_size = 4096}),
         plan("idprom_4k_by_reference", "idprom_data", 16, {.bytes_size = 4096}, by_reference),
         plan("scalars", "resp_admin_memory_data", many, {}),
