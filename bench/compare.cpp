@@ -29,6 +29,8 @@ struct Settings {
     std::string output;
 };
 
+using Clock = std::chrono::steady_clock;
+
 // Time that this thread had a processor: other programs on the machine do not count.
 double now() {
     timespec time{};
@@ -95,16 +97,16 @@ Lane make_lane(const Entry& entry, Operation operation, double seconds) {
     }
 }
 
-// One that is many times slower than the fastest would eat up the time of all: it sits out most rounds.
+// One that takes several times as long as the library, the first lane, would eat up the time of all: it sits out most
+// rounds.
 void spare_slow_lanes(std::vector<Lane>* lanes) {
-    double least = lanes->front().seconds;
-    for (const Lane& lane : *lanes) least = std::min(least, lane.seconds);
-    for (Lane& lane : *lanes) lane.every = std::max<std::size_t>(1, static_cast<std::size_t>(lane.seconds / least / 6));
+    const double ours = lanes->front().seconds;
+    for (Lane& lane : *lanes) lane.every = std::max<std::size_t>(1, static_cast<std::size_t>(lane.seconds / ours / 2));
 }
 
 void run_slice(Lane* lane, Operation operation) {
-    // The caches are full of the one before.
-    time_of(*lane->entry, operation, std::max<std::size_t>(1, lane->calls / 8));
+    // The caches are full of the one before; a long slice does not notice.
+    if (lane->seconds < 0.005) time_of(*lane->entry, operation, std::max<std::size_t>(1, lane->calls / 8));
     const double time = time_of(*lane->entry, operation, lane->calls);
     lane->nanoseconds.push_back(1e9 * time / static_cast<double>(lane->calls));
 }
@@ -116,9 +118,9 @@ json measure_operation(const std::vector<Entry>& entries, Operation operation, c
         if (takes_part(entry, operation)) lanes.push_back(make_lane(entry, operation, settings.seconds_per_slice));
     }
     spare_slow_lanes(&lanes);
-    const double start = now();
+    const auto end = Clock::now() + std::chrono::duration<double>(settings.seconds_per_operation);
     for (std::size_t round = 0; round < settings.most_rounds; ++round) {
-        if (round >= settings.fewest_rounds && now() - start > settings.seconds_per_operation) break;
+        if (round >= settings.fewest_rounds && Clock::now() > end) break;
         for (std::size_t i = 0; i < lanes.size(); ++i) {
             Lane& lane = lanes[(i + round) % lanes.size()];
             if (round % lane.every == 0) {
