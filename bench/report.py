@@ -84,9 +84,7 @@ def _summarise_operation(rounds):
     return {"rounds": len(rounds["vesk"]), "nanoseconds": times,
             "ratios": {name: median_ratio(rounds["vesk"], lane) for name, lane in others.items()},
             "ratio_quartiles": {name: _quartiles(rounds["vesk"], lane) for name, lane in others.items()},
-            "fastest_peer": min(peers, key=times.get),
-            # A message that is used again asks for no memory and gives none back.
-            "fastest_that_frees": min((name for name in peers if name != "protobuf reused"), key=times.get)}
+            "fastest_peer": min(peers, key=times.get)}
 
 
 def summarise(measured):
@@ -101,18 +99,24 @@ def summarise(measured):
     return summary
 
 
+def _three_digits(value):
+    return f"{value:.3g}" if value < 100 else f"{value:.0f}"
+
+
 def in_words(nanoseconds):
     for unit, size in (("s", 1e9), ("ms", 1e6), ("us", 1e3)):
         if nanoseconds >= size:
-            return f"{nanoseconds / size:.3g} {unit}" if nanoseconds < 100 * size else f"{nanoseconds / size:.0f} {unit}"
-    return f"{nanoseconds:.3g} ns" if nanoseconds < 100 else f"{nanoseconds:.0f} ns"
+            return _three_digits(nanoseconds / size) + " " + unit
+    return _three_digits(nanoseconds) + " ns"
+
+
+def is_met(ratio, target):
+    """Compared as printed."""
+    return round(ratio, 2) <= target
 
 
 def verdict(ratio, target):
-    if target is None:
-        return ""
-    # Compared as printed.
-    return f"{target:.2f} " + ("met" if round(ratio, 2) <= target else "MISSED")
+    return "" if target is None else f"{target:.2f} " + ("met" if is_met(ratio, target) else "MISSED")
 
 
 def _compared_with(operation, peer):
@@ -138,8 +142,11 @@ def rows_of(operations):
     rows = []
     for name, operation in operations.items():
         rows.append([OPERATIONS[name]] + _row(operation))
-        if name == "decode_and_free" and operation["fastest_that_frees"] != operation["fastest_peer"]:
-            rows.append(["  of those that free", ""] + _compared_with(operation, operation["fastest_that_frees"]) + ["", ""])
+        if name == "decode_and_free" and operation["fastest_peer"] == "protobuf reused":
+            # A message that is used again asks for no memory and gives none back.
+            freeing = [peer for peer in operation["ratios"] if peer not in NOT_PEERS + ("protobuf reused",)]
+            peer = min(freeing, key=operation["nanoseconds"].get)
+            rows.append(["  of those that free", ""] + _compared_with(operation, peer) + ["", ""])
     return rows
 
 
@@ -186,26 +193,27 @@ def print_score(summary):
                     continue
                 total += 1
                 ratio = operation["ratios"][other]
-                if round(ratio, 2) > target:
+                if not is_met(ratio, target):
                     missed.append(f"{workload} {OPERATIONS[name]} {ratio:.2f} > {target:.2f}{suffix}")
     print(f"\n{total - len(missed)} of {total} targets met" + ("" if not missed else "; missed:"))
     for line in missed:
         print(f"  {line}")
 
 
-def print_counts(ours, literal, exponents):
+def print_counts(instructions, literal_instructions, growth_exponents):
     """Instructions per call inside the library, and how they grow."""
     print("Instructions per call inside libvesk_inventory.so, libc's and the entity identifier's library not counted")
-    for workload, operations in ours.items():
+    for workload, operations in instructions.items():
         print(f"\n{title_of(workload)}  [{workload}]")
         for name, title in OPERATIONS.items():
             line = f"  {title:22}  {operations[name]:14,.0f}"
-            if workload in literal:
-                line += f"   {operations[name] / literal[workload][name]:.2f} of the literal implementation"
+            if workload in literal_instructions:
+                share = operations[name] / literal_instructions[workload][name]
+                line += f"   {share:.2f} of the literal implementation"
             print(line)
-    if exponents:
+    if growth_exponents:
         print("\nInstructions grow with the number of records to the power of")
-        for name, exponent in exponents.items():
+        for name, exponent in growth_exponents.items():
             print(f"  {OPERATIONS[name]:22}  {exponent:.3f}")
 
 

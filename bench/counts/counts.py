@@ -145,7 +145,7 @@ def check_reference(program):
     # Both lengths take three bytes on the wire.
     counts = count(program, "eeprom_(16|64)k_by_reference")
     small, large = counts["eeprom_16k_by_reference"], counts["eeprom_64k_by_reference"]
-    wrong = [f"{operation} by reference takes {small[operation]:,.0f} instructions for 16 KiB, {large[operation]:,.0f} for 64"
+    wrong = [f"{operation} by reference: {small[operation]:,.0f} instructions for 16 KiB, {large[operation]:,.0f} for 64"
              for operation in small if operation != "duplicate" and small[operation] != large[operation]]
     if wrong:
         raise Failure("\n".join(wrong))

@@ -1,0 +1,149 @@
+"""Writes the measured parts of docs/performance.md, which stand between marks, and the plot beside it."""
+
+import pathlib
+import re
+import subprocess
+import tempfile
+
+import report
+
+# Order and look of the implementations in tables and plot: name, colour, width of the line.
+IMPLEMENTATIONS = {
+    "vesk": ("#d62728", 3),
+    "literal": ("#ff9896", 1.5),
+    "protobuf heap": ("#1f77b4", 1.5),
+    "protobuf arena": ("#17becf", 1.5),
+    "protobuf reused": ("#2ca02c", 1.5),
+    "protobuf-c malloc": ("#9467bd", 1.5),
+    "protobuf-c arena": ("#c5b0d5", 1.5),
+    "nanopb malloc": ("#8c564b", 1.5),
+    "floor": ("#7f7f7f", 1.5),
+}
+PLOTTED = [name for name in IMPLEMENTATIONS if name != "floor"]  # far below: the others would lie on one another
+
+
+def _table(rows):
+    head, *body = [["" if cell is None else str(cell) for cell in row] for row in rows]
+    lines = ["| " + " | ".join(head) + " |", "|---|" + "---:|" * (len(head) - 1)]
+    return "\n".join(lines + ["| " + " | ".join(row) + " |" for row in body]) + "\n"
+
+
+def _ratio_table(summary):
+    """A row per workload; in a cell the ratio to the fastest peer and the target."""
+    rows = [[""] + list(report.OPERATIONS.values())]
+    for workload, result in summary.items():
+        if workload.startswith("growth_"):
+            continue
+        cells = []
+        for name in report.OPERATIONS:
+            operation = result["operations"][name]
+            ratio, target = operation["ratios"][operation["fastest_peer"]], operation["target"]
+            cell = f"{ratio:.2f}"
+            if target is not None:
+                cell = f"**{cell}** of {target:.2f}" if report.is_met(ratio, target) else f"{cell} of {target:.2f}"
+            cells.append(cell)
+        rows.append([report.title_of(workload)] + cells)
+    return _table(rows)
+
+
+def _time_tables(summary):
+    text = ""
+    for workload, result in summary.items():
+        text += f"**{report.title_of(workload)}** (`{workload}`, up to {result['longest_encoding']:,} bytes)\n\n"
+        if report.notes(result):
+            text += f"{report.notes(result)}.\n\n"
+        operations = result["operations"]
+        rows = [[""] + list(report.OPERATIONS.values())]
+        for implementation in IMPLEMENTATIONS:
+            times = [operations[name]["nanoseconds"].get(implementation) for name in report.OPERATIONS]
+            if any(time is not None for time in times):
+                rows.append([implementation] + [time and report.in_words(time) for time in times])
+        text += _table(rows) + "\n"
+    return text
+
+
+def _count_table(ours, literal):
+    rows = [[""] + list(report.OPERATIONS.values())]
+    for workload, operations in ours.items():
+        if workload in literal:
+            shares = {name: operations[name] / literal[workload][name] for name in report.OPERATIONS}
+            rows.append([report.title_of(workload)] +
+                        [f"{operations[name]:,.0f} ({shares[name]:.2f})" for name in report.OPERATIONS])
+    return _table(rows)
+
+
+def _growth_table(exponents):
+    return _table([list(report.OPERATIONS.values()), [f"{exponents[name]:.3f}" for name in report.OPERATIONS]])
+
+
+def _replace_part(text, name, content):
+    pattern = re.compile(f"(<!-- measured: {name} -->\n).*?(<!-- end -->)", re.S)
+    text, replaced = pattern.subn(lambda match: match.group(1) + content.strip("\n") + "\n" + match.group(2), text)
+    if replaced != 1:
+        raise ValueError(f"the document has {replaced} places for {name}")
+    return text
+
+
+def write_document(path, machine, summary, counted):
+    path = pathlib.Path(path)
+    text = path.read_text(encoding="utf-8")
+    parts = {
+        "machine": f"Measured on {machine['cpu']}, {machine['compiler']}.",
+        "ratios": _ratio_table(summary),
+        "times": _time_tables(summary),
+        "instructions": _count_table(counted["instructions"], counted["literal_instructions"]),
+        "growth": _growth_table(counted["growth_exponents"]),
+    }
+    for name, content in parts.items():
+        text = _replace_part(text, name, content)
+    path.write_text(text, encoding="utf-8")
+
+
+def _style(implementation):
+    colour, width = IMPLEMENTATIONS[implementation]
+    return f"with linespoints pointtype 7 pointsize 0.4 linewidth {width} linecolor rgb '{colour}'"
+
+
+def _curves(folder, operation, series):
+    """The gnuplot terms for one panel: a curve per implementation, its points in a file."""
+    curves = []
+    for implementation in PLOTTED:
+        points = [(records, result["operations"][operation]["nanoseconds"].get(implementation))
+                  for records, result in series.items()]
+        points = [f"{records} {time / records}\n" for records, time in points if time is not None]
+        if points:
+            data = pathlib.Path(folder) / f"{operation}, {implementation}"
+            data.write_text("".join(points), encoding="utf-8")
+            curves.append(f"'{data}' {_style(implementation)}")
+    return ", ".join(curves)
+
+
+def write_plot(path, summary):
+    """Nanoseconds per record over the number of records, a panel per operation."""
+    series = {int(workload.removeprefix("growth_")): result for workload, result in summary.items()
+              if workload.startswith("growth_")}
+    script = f"""
+        set terminal svg size 1100,740 font 'sans-serif,12' background '#ffffff'
+        set output '{path}'
+        set logscale xy
+        set format x '10^{{%T}}'
+        set format y '%g'
+        set grid
+        set xlabel 'records' offset 0,0.5
+        unset key
+        set multiplot layout 2,3 margins 0.07,0.98,0.12,0.95 spacing 0.06,0.12
+        """
+    with tempfile.TemporaryDirectory() as folder:
+        for index, (operation, title) in enumerate(report.OPERATIONS.items()):
+            script += "set ylabel 'ns per record' offset 1,0\n" if index % 3 == 0 else "unset ylabel\n"
+            script += f"set title '{title}' offset 0,-0.5\nplot {_curves(folder, operation, series)}\n"
+        # The key of all panels, in a plot of its own.
+        entries = ", ".join(f"-1 {_style(name)} title '{name}'" for name in PLOTTED)
+        script += f"""
+            set margins screen 0, screen 1, screen 0, screen 0.05
+            unset border; unset tics; unset grid; unset title; unset xlabel; unset ylabel; unset logscale
+            set key center center horizontal maxrows 1 samplen 2
+            plot [0:1] [0:1] {entries}
+            unset multiplot
+            """
+        subprocess.run(["gnuplot"], input=script, text=True, check=True)
