@@ -89,11 +89,10 @@ def check_baseline(program, baseline_file, compiler):
     for workload, operations in baseline["instructions"].items():
         for operation, before in operations.items():
             after = counts[workload][operation]
-            change = after / before - 1
-            line = f"{workload} {operation}: {before:,.0f} -> {after:,.0f} instructions per call ({change:+.1%})"
-            if change > TOLERANCE:
+            line = f"{workload} {operation}: {before:,.0f} -> {after:,.0f} instructions per call ({after / before - 1:+.1%})"
+            if after > before * (1 + TOLERANCE):
                 rose.append(line)
-            elif change < -TOLERANCE:
+            elif after < before * (1 - TOLERANCE):
                 print(f"fell, {remake}: {line}")
     if rose:
         raise Failure("\n".join(f"rose by more than {TOLERANCE:.0%}: {line}" for line in rose) +
