@@ -15,7 +15,10 @@ function(vesk_set_core_options target)
         -Wall -Wextra -Wpedantic -Wconversion -Wshadow
         -fno-exceptions -fno-rtti
         -fno-stack-protector -U_FORTIFY_SOURCE  # each would import a function of its own
-        $<$<CXX_COMPILER_ID:GNU>:-fno-tree-loop-distribute-patterns>)  # a byte loop stays one, and is not memmove
+        $<$<CXX_COMPILER_ID:GNU>:-fno-tree-loop-distribute-patterns>  # a byte loop stays one, and is not memmove
+        -fno-plt  # the imported functions are called often, and bound when the library is loaded
+        -fno-align-functions  # padding made a tenth of the code and bought no time
+        $<$<CXX_COMPILER_ID:GNU>:-fno-align-jumps -fno-align-loops -fno-align-labels>)
 endfunction()
 
 # A shared library of generated units. It exports the functions in the units' .symbols files and nothing else, under

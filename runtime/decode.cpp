@@ -25,13 +25,13 @@ bool count_run(std::uint32_t* count, std::uint32_t number, const std::uint8_t* a
 
 }  // namespace
 
-Step decode_string(char** member, const std::uint8_t* at, const std::uint8_t* end, Allocator allocator) {
+Step decode_string(char** member, const std::uint8_t* at, const std::uint8_t* end, const Source& source) {
     if (*member != nullptr) return {nullptr, VESK_MALFORMED};
-    if (allocator.alloc == nullptr) return {nullptr, VESK_NO_MEMORY};
+    if (source.allocator.alloc == nullptr) return {nullptr, VESK_NO_MEMORY};
     std::uint32_t length;
     at = read_length(at, end, &length);
     if (at == nullptr) return {nullptr, VESK_MALFORMED};
-    char* string = static_cast<char*>(allocator.alloc(std::uint64_t{length} + 1, allocator.context));
+    char* string = static_cast<char*>(source.allocator.alloc(std::uint64_t{length} + 1, source.allocator.context));
     if (string == nullptr) return {nullptr, VESK_NO_MEMORY};
     std::memcpy(string, at, length);
     string[length] = '\0';
@@ -40,10 +40,10 @@ Step decode_string(char** member, const std::uint8_t* at, const std::uint8_t* en
 }
 
 Step decode_bytes(std::uint8_t** data, std::uint64_t* length, const std::uint8_t* at, const std::uint8_t* end,
-                  Allocator allocator, std::uint32_t flags) {
-    const bool by_reference = (flags & VESK_BYTES_BY_REFERENCE) != 0;
+                  const Source& source) {
+    const bool by_reference = (source.flags & VESK_BYTES_BY_REFERENCE) != 0;
     if (*data != nullptr) return {nullptr, VESK_MALFORMED};
-    if (!by_reference && allocator.alloc == nullptr) return {nullptr, VESK_NO_MEMORY};
+    if (!by_reference && source.allocator.alloc == nullptr) return {nullptr, VESK_NO_MEMORY};
     std::uint32_t size;
     at = read_length(at, end, &size);
     if (at == nullptr) return {nullptr, VESK_MALFORMED};
@@ -51,7 +51,7 @@ Step decode_bytes(std::uint8_t** data, std::uint64_t* length, const std::uint8_t
         // The contract makes these bytes read only; the member is not const because an owned copy is not.
         *data = const_cast<std::uint8_t*>(at);
     } else {
-        void* block = allocator.alloc(size, allocator.context);
+        void* block = source.allocator.alloc(size, source.allocator.context);
         if (block == nullptr) return {nullptr, VESK_NO_MEMORY};
         std::memcpy(block, at, size);
         *data = static_cast<std::uint8_t*>(block);
@@ -60,23 +60,34 @@ Step decode_bytes(std::uint8_t** data, std::uint64_t* length, const std::uint8_t
     return {at + size, VESK_OK};
 }
 
-Step decode_nested(void* nested, DecodeNested decode_one, const std::uint8_t* at, const std::uint8_t* end,
-                   Allocator allocator, std::uint32_t flags) {
+namespace {
+
+Step decode_range(void* nested, const NestedDecoder& decoder, const std::uint8_t* at, std::uint32_t length,
+                  const Source& source) {
+    const std::uint8_t* const end = at + length;
+    const std::int32_t code = decoder.decode(nested, at, end, source);
+    return {code == VESK_OK ? end : nullptr, code};
+}
+
+}  // namespace
+
+Step decode_nested(void* nested, const NestedDecoder& decoder, bool again, const std::uint8_t* at,
+                   const std::uint8_t* end, const Source& source) {
     std::uint32_t length;
     at = read_length(at, end, &length);
     if (at == nullptr) return {nullptr, VESK_MALFORMED};
-    return {at + length, decode_one(nested, at, at + length, allocator, flags)};
+    if (again) std::memset(nested, 0, decoder.size);
+    return decode_range(nested, decoder, at, length, source);
 }
 
 Step decode_list(const void* array, void* array_member, std::uint32_t* count, std::uint32_t number,
-                 std::size_t element_size, DecodeNested decode_one, const std::uint8_t* at, const std::uint8_t* end,
-                 Allocator allocator, std::uint32_t flags) {
+                 const NestedDecoder& decoder, const std::uint8_t* at, const std::uint8_t* end, const Source& source) {
     if (array != nullptr) return {nullptr, VESK_MALFORMED};
-    if (allocator.alloc == nullptr) return {nullptr, VESK_NO_MEMORY};
+    if (source.allocator.alloc == nullptr) return {nullptr, VESK_NO_MEMORY};
     std::uint32_t elements;
     if (!count_run(&elements, number, at, end)) return {nullptr, VESK_MALFORMED};
-    const std::uint64_t size = std::uint64_t{elements} * element_size;
-    char* block = static_cast<char*>(allocator.alloc(size, allocator.context));
+    const std::uint64_t size = std::uint64_t{elements} * decoder.size;
+    char* block = static_cast<char*>(source.allocator.alloc(size, source.allocator.context));
     if (block == nullptr) return {nullptr, VESK_NO_MEMORY};
     std::memset(block, 0, static_cast<std::size_t>(size));
     set_array(array_member, block);
@@ -84,11 +95,24 @@ Step decode_list(const void* array, void* array_member, std::uint32_t* count, st
     for (std::uint32_t i = 0; i < elements; ++i) {
         std::uint32_t tag;  // counting has shown that it is this list's
         if (i != 0) at = read_varint32(at, end, &tag);
-        const Step step = decode_nested(block + i * element_size, decode_one, at, end, allocator, flags);
+        const Step step = decode_nested(block + i * decoder.size, decoder, false, at, end, source);
         if (step.code != VESK_OK) return step;
         at = step.at;
     }
     return {at, VESK_OK};
+}
+
+Step skip_unknown(std::uint32_t tag, std::uint64_t known_numbers, const std::uint8_t* at, const std::uint8_t* end) {
+    if (is_number_in(number_of_tag(tag), known_numbers)) return {nullptr, VESK_WRONG_WIRE_TYPE};
+    return skip_field(wire_type_of_tag(tag), at, end);
+}
+
+std::int32_t decode_ext(void* message, const NestedDecoder& decoder, const void* buffer, std::uint64_t length,
+                        Allocator allocator, std::uint32_t flags) {
+    const std::uint8_t* const at = static_cast<const std::uint8_t*>(buffer);
+    const std::uint8_t* const end = at + length;
+    std::memset(message, 0, decoder.size);
+    return decoder.decode(message, at, end, {input_between(at, end), allocator, flags});
 }
 
 }  // namespace vesk

@@ -3,121 +3,181 @@
 #pragma once
 
 #include <cstring>
-#include <type_traits>
 
 #include "runtime/memory.hpp"
 #include "runtime/schema.hpp"
 
 namespace vesk {
 
+// What stays the same while a message and all that is in it are decoded.
+struct Source {
+    Input input;
+    Allocator allocator;
+    std::uint32_t flags;
+};
+
+// Reads the range from `at` to `end` into a message that has been cleared. `message` is a Message.
 template <class Message>
-std::int32_t decode(Message& message, const std::uint8_t* at, const std::uint8_t* end, Allocator allocator,
-                    std::uint32_t flags);
+std::int32_t decode(void* message, const std::uint8_t* at, const std::uint8_t* end, const Source& source);
 
-// `decode` for the functions that all types share, which do not know the nested type.
-using DecodeNested = std::int32_t (*)(void* nested, const std::uint8_t* at, const std::uint8_t* end,
-                                      Allocator allocator, std::uint32_t flags);
-
-template <class Nested>
-std::int32_t decode_any(void* nested, const std::uint8_t* at, const std::uint8_t* end, Allocator allocator,
-                        std::uint32_t flags) {
-    return decode(*static_cast<Nested*>(nested), at, end, allocator, flags);
-}
+// What the functions that all types share need to know of a nested type.
+struct NestedDecoder {
+    std::size_t size;  // of the structure
+    std::int32_t (*decode)(void* nested, const std::uint8_t* at, const std::uint8_t* end, const Source& source);
+};
 
 // Each of these reads one field whose tag has been read, `at` being the position behind the tag. The order of its
 // checks is part of the contract: where several would fail, the first decides the code.
-Step decode_string(char** member, const std::uint8_t* at, const std::uint8_t* end, Allocator allocator);
+Step decode_string(char** member, const std::uint8_t* at, const std::uint8_t* end, const Source& source);
 Step decode_bytes(std::uint8_t** data, std::uint64_t* length, const std::uint8_t* at, const std::uint8_t* end,
-                  Allocator allocator, std::uint32_t flags);
-Step decode_nested(void* nested, DecodeNested decode_one, const std::uint8_t* at, const std::uint8_t* end,
-                   Allocator allocator, std::uint32_t flags);
+                  const Source& source);
+// A field that occurs again replaces what was there: the nested message is cleared first.
+Step decode_nested(void* nested, const NestedDecoder& decoder, bool again, const std::uint8_t* at,
+                   const std::uint8_t* end, const Source& source);
 
 // Reads a list, which is one unbroken run of fields of one number: counts the run, allocates it once, then decodes it.
 // `array` is what the member holds, `array_member` its address.
 Step decode_list(const void* array, void* array_member, std::uint32_t* count, std::uint32_t number,
-                 std::size_t element_size, DecodeNested decode_one, const std::uint8_t* at, const std::uint8_t* end,
-                 Allocator allocator, std::uint32_t flags);
+                 const NestedDecoder& decoder, const std::uint8_t* at, const std::uint8_t* end, const Source& source);
 
-template <class Message, std::size_t Index>
-inline Step decode_value(Message& message, const std::uint8_t* at, const std::uint8_t* end, Allocator allocator,
-                         std::uint32_t flags) {
-    constexpr auto field = field_of<Message, Index>;
-    constexpr Kind kind = kind_of<Message, Index>;
-    if constexpr (kind == Kind::message) {
-        using Nested = std::remove_cvref_t<decltype(message.*field.member)>;
-        return decode_nested(&(message.*field.member), decode_any<Nested>, at, end, allocator, flags);
-    } else if constexpr (kind == Kind::list) {
-        using Element = std::remove_cvref_t<decltype(*(message.*field.array))>;
-        return decode_list(message.*field.array, &(message.*field.array), &(message.*field.count),
-                           number_of<Message, Index>, sizeof(Element), decode_any<Element>, at, end, allocator, flags);
-    } else if constexpr (kind == Kind::string) {
-        return decode_string(&(message.*field.member), at, end, allocator);
-    } else if constexpr (kind == Kind::bytes) {
-        return decode_bytes(&(message.*field.data), &(message.*field.length), at, end, allocator, flags);
-    } else if constexpr (kind == Kind::uint64) {
-        at = read_varint64(at, end, &(message.*field.member));
-        return {at, at != nullptr ? VESK_OK : VESK_MALFORMED};
+// Skips the value of a field that the message does not have. `known_numbers` has a bit for each that it has: such a
+// number in a tag that no field has means that the wire type is wrong.
+Step skip_unknown(std::uint32_t tag, std::uint64_t known_numbers, const std::uint8_t* at, const std::uint8_t* end);
+
+template <class Message>
+std::int32_t decode_imported(void* message, const std::uint8_t* at, const std::uint8_t* end, const Source& source) {
+    return imported<Message>.decode(static_cast<Message*>(message), at, static_cast<std::uint64_t>(end - at),
+                                    source.allocator.alloc, source.allocator.context, source.flags);
+}
+
+template <class Message>
+constexpr NestedDecoder make_decoder() {
+    if constexpr (is_imported<Message>) {
+        return {sizeof(Message), decode_imported<Message>};
     } else {
-        std::uint32_t value;
-        at = read_varint32(at, end, &value);
-        if (at == nullptr) return {nullptr, VESK_MALFORMED};
-        if constexpr (kind == Kind::boolean) {
-            message.*field.member = value != 0;
-        } else {
-            message.*field.member = value;
-        }
-        return {at, VESK_OK};
-    }
-}
-
-// Reads the field and marks it present; the bit is set only when the field is complete.
-template <class Message, std::size_t Index>
-inline Step decode_field(Message& message, const std::uint8_t* at, const std::uint8_t* end, Allocator allocator,
-                         std::uint32_t flags) {
-    const Step step = decode_value<Message, Index>(message, at, end, allocator, flags);
-    if (step.code == VESK_OK) mark_present<Message, Index>(message);
-    return step;
-}
-
-template <class Message, std::size_t... Indices>
-constexpr bool is_known([[maybe_unused]] std::uint32_t number, std::index_sequence<Indices...>) {
-    return ((number == number_of<Message, Indices>) || ...);
-}
-
-// Finds the field of a tag from `Index` on and reads it, or skips a field that the message does not have.
-template <class Message, std::size_t Index = 0>
-[[gnu::always_inline]] inline Step decode_or_skip(Message& message, std::uint32_t tag, const std::uint8_t* at,
-                                                  const std::uint8_t* end, Allocator allocator, std::uint32_t flags) {
-    if constexpr (Index < field_count<Message>) {
-        if (tag == tag_of<Message, Index>) return decode_field<Message, Index>(message, at, end, allocator, flags);
-        return decode_or_skip<Message, Index + 1>(message, tag, at, end, allocator, flags);
-    } else {
-        // A known number in a tag that no field has: the wire type is wrong.
-        if (is_known<Message>(number_of_tag(tag), std::make_index_sequence<field_count<Message>>{})) {
-            return {nullptr, VESK_WRONG_WIRE_TYPE};
-        }
-        return skip_field(wire_type_of_tag(tag), at, end);
+        return {sizeof(Message), decode<Message>};
     }
 }
 
 template <class Message>
-[[gnu::noinline]] std::int32_t decode(Message& message, const std::uint8_t* at, const std::uint8_t* end,
-                                      Allocator allocator, std::uint32_t flags) {
-    if constexpr (is_imported<Message>) {
-        return imported<Message>.decode(&message, at, static_cast<std::uint64_t>(end - at), allocator.alloc,
-                                        allocator.context, flags);
+inline constexpr NestedDecoder decoder_of = make_decoder<Message>();
+
+template <class Message, std::size_t Index>
+[[gnu::always_inline]] inline Step decode_field(Message& message, bool again, const std::uint8_t* at,
+                                                const std::uint8_t* end, const Source& source) {
+    constexpr auto field = field_of<Message, Index>;
+    constexpr Kind kind = kind_of<Message, Index>;
+    if constexpr (kind == Kind::message) {
+        return decode_nested(&(message.*field.member), decoder_of<NestedOf<Message, Index>>, again, at, end, source);
+    } else if constexpr (kind == Kind::list) {
+        return decode_list(message.*field.array, &(message.*field.array), &(message.*field.count),
+                           number_of<Message, Index>, decoder_of<NestedOf<Message, Index>>, at, end, source);
+    } else if constexpr (kind == Kind::string) {
+        return decode_string(&(message.*field.member), at, end, source);
+    } else if constexpr (kind == Kind::bytes) {
+        return decode_bytes(&(message.*field.data), &(message.*field.length), at, end, source);
     } else {
-        std::memset(&message, 0, sizeof message);
-        while (at < end) {
-            std::uint32_t tag;
-            at = read_varint32(at, end, &tag);
-            if (at == nullptr) return VESK_MALFORMED;
-            const Step step = decode_or_skip<Message>(message, tag, at, end, allocator, flags);
-            if (step.code != VESK_OK) return step.code;
-            at = step.at;
+        const Number number =
+            kind == Kind::uint64 ? read_number64(at, end, source.input) : read_number32(at, end, source.input);
+        if (number.at == nullptr) return {nullptr, VESK_MALFORMED};
+        if constexpr (kind == Kind::uint64) {
+            message.*field.member = number.value;
+        } else if constexpr (kind == Kind::uint32) {
+            message.*field.member = static_cast<std::uint32_t>(number.value);
+        } else {
+            message.*field.member = number.value != 0;
         }
-        return VESK_OK;
+        return {number.at, VESK_OK};
     }
 }
+
+// How far the decoding of a message has come.
+struct Decoded {
+    const std::uint8_t* at;  // null when it has ended, with the code
+    std::uint64_t presence;
+    std::uint32_t tag;  // the last one read, whose value begins at `at`; but if the code is `unread`, it begins there
+    std::int32_t code;
+};
+
+inline constexpr std::int32_t unread = 1;
+
+// With `long_tags`, reads any tag; without, leaves one of two bytes or more unread.
+template <bool long_tags>
+[[gnu::always_inline]] inline Decoded read_tag(const std::uint8_t* at, std::uint64_t presence,
+                                               const std::uint8_t* end) {
+    if (at == end) return {nullptr, presence, 0, VESK_OK};
+    if (*at < 0x80) return {at + 1, presence, *at, VESK_OK};
+    if constexpr (!long_tags) return {at, presence, 0, unread};
+    const Number tag = read_long_tag(at, end);
+    return {tag.at, presence, static_cast<std::uint32_t>(tag.value), tag.at != nullptr ? VESK_OK : VESK_MALFORMED};
+}
+
+template <class Message, std::size_t Index>
+constexpr bool has_long_tag() {
+    if constexpr (Index < field_count<Message>) return tag_of<Message, Index> >= 0x80;
+    return false;
+}
+
+// Fields usually come in the order of their declaration, so that the tag at hand is that of the next one, or of one
+// soon after it.
+template <class Message, std::size_t Index>
+[[gnu::always_inline]] inline Decoded decode_fields(Message& message, Decoded so_far, const std::uint8_t* end,
+                                                    const Source& source) {
+    if constexpr (Index == field_count<Message>) {
+        return so_far;
+    } else {
+        if (so_far.tag == tag_of<Message, Index>) {
+            const Step step =
+                decode_field<Message, Index>(message, has_bit<Index>(so_far.presence), so_far.at, end, source);
+            if (step.at == nullptr) return {nullptr, so_far.presence, 0, step.code};
+            so_far =
+                read_tag<has_long_tag<Message, Index + 1>()>(step.at, so_far.presence | std::uint64_t{1} << Index, end);
+            if (so_far.at == nullptr || so_far.code == unread) return so_far;
+        }
+        return decode_fields<Message, Index + 1>(message, so_far, end, source);
+    }
+}
+
+// A bit for each field number of the message, or for each that has a value of the wire type.
+template <class Message, std::size_t... Indices>
+constexpr std::uint64_t numbers_of(std::index_sequence<Indices...>, [[maybe_unused]] std::uint32_t wire_type) {
+    return (std::uint64_t{0} | ... |
+            (wire_type == wire_type_of_tag(tag_of<Message, Indices>) ? std::uint64_t{1} << number_of<Message, Indices>
+                                                                     : 0));
+}
+
+inline bool is_number_in(std::uint32_t number, std::uint64_t numbers) {
+    return number < 64 && (numbers >> number & 1) != 0;
+}
+
+template <class Message>
+[[gnu::noinline]] std::int32_t decode(void* untyped, const std::uint8_t* at, const std::uint8_t* end,
+                                      const Source& source) {
+    constexpr auto all_fields = std::make_index_sequence<field_count<Message>>{};
+    constexpr std::uint64_t varint_numbers = numbers_of<Message>(all_fields, varint_type);
+    constexpr std::uint64_t length_numbers = numbers_of<Message>(all_fields, length_type);
+    Message& message = *static_cast<Message*>(untyped);
+    Decoded so_far{at, 0, 0, unread};
+    for (;;) {
+        if (so_far.code == unread) so_far = read_tag<true>(so_far.at, so_far.presence, end);
+        if (so_far.at == nullptr) break;
+        so_far = decode_fields<Message, 0>(message, so_far, end, source);
+        if (so_far.at == nullptr) break;
+        if (so_far.code == unread) continue;
+        // The tag of an earlier field is answered in another turn; what is left is none of this message's tags.
+        const std::uint32_t number = number_of_tag(so_far.tag);
+        if (wire_type_of_tag(so_far.tag) == varint_type && is_number_in(number, varint_numbers)) continue;
+        if (wire_type_of_tag(so_far.tag) == length_type && is_number_in(number, length_numbers)) continue;
+        const Step step = skip_unknown(so_far.tag, varint_numbers | length_numbers, so_far.at, end);
+        so_far = {step.at, so_far.presence, 0, step.code == VESK_OK ? unread : step.code};
+        if (so_far.at == nullptr) break;
+    }
+    store_presence(message, so_far.presence);
+    return so_far.code;
+}
+
+// What an exported function does, with the arguments as it got them.
+std::int32_t decode_ext(void* message, const NestedDecoder& decoder, const void* buffer, std::uint64_t length,
+                        Allocator allocator, std::uint32_t flags);
 
 }  // namespace vesk

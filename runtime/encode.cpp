@@ -30,71 +30,119 @@ const void* address_of(std::uint64_t position, Buffer buffer) {
 // What is left of an output for a nested message: (null, 0) where nothing is.
 Output rest_of(const Output& output, Progress progress) {
     const auto& [buffer, segments, flags] = output;
-    Output rest{{nullptr, 0}, {nullptr, 0}, flags};
+    Output rest{{nullptr, 0}, {nullptr, 0, true}, flags};
     if (progress.position < buffer.length) {
         rest.buffer = {buffer.data + progress.position, buffer.length - progress.position};
     }
     if (progress.segments_used < segments.capacity) {
-        rest.segments = {segments.array + progress.segments_used, segments.capacity - progress.segments_used};
+        rest.segments.array = segments.array + progress.segments_used;
+        rest.segments.capacity = segments.capacity - progress.segments_used;
     }
     return rest;
 }
 
-}  // namespace
-
-std::uint64_t encode_number(std::uint32_t tag, std::uint64_t value, std::uint64_t position, Buffer buffer) {
-    position = write_varint(tag, position, buffer);
-    return write_varint(value, position, buffer);
-}
-
-std::uint64_t encode_string(std::uint32_t tag, const char* string, std::uint64_t position, Buffer buffer) {
-    const std::uint64_t length = std::strlen(string);
-    position = write_varint(tag, position, buffer);
-    position = write_length(length, position, buffer);
-    store_whole(string, length, position, buffer);
-    return position + length;
-}
-
-Progress close_run(Progress progress, const Output& output) {
+// Enters the stretch of the buffer from the run's start to the position into the list.
+void close_run(Progress& progress, const Output& output) {
     progress.segments_used =
         add_segment(address_of(progress.run_start, output.buffer), progress.position - progress.run_start,
                     progress.segments_used, output.segments);
     progress.run_start = progress.position;
-    return progress;
 }
 
-Progress encode_bytes(std::uint32_t tag, const std::uint8_t* data, std::uint64_t length, Progress progress,
-                      const Output& output) {
+// One segment covers the message itself, if it is not empty.
+std::uint32_t count_segments(Written written, const std::uint8_t* begin) {
+    return static_cast<std::uint32_t>(written.segments + (written.at != begin));
+}
+
+// The buffer of an output; a length that passes the end of the address space ends there.
+Target target_of(const Output& output) {
+    std::uint8_t* const begin = output.buffer.data;
+    const std::uint64_t most = ~static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(begin));
+    return {begin, begin + (output.buffer.length < most ? output.buffer.length : most), begin, output.flags};
+}
+
+inline Encoded encode(const void* message, const Encoder& encoder, const Output& output) {
+    const auto& [buffer, segments, flags] = output;
+    const bool listed = segments.capacity != 0 || (segments.counted && (flags & VESK_BYTES_BY_REFERENCE) != 0);
+    if (!listed) {
+        const Written written = encoder.write_pieces(message, target_of(output));
+        if (written.at != nullptr) {
+            return {static_cast<std::uint64_t>(written.at - buffer.data), count_segments(written, buffer.data)};
+        }
+    }
+    Progress progress{0, 0, 0};
+    encoder.encode_fields(message, progress, output);
+    if (progress.run_start < progress.position) close_run(progress, output);
+    return {progress.position, progress.segments_used};
+}
+
+// Writes a nested message that is not left out.
+void encode_measured(std::uint32_t tag, const void* nested, std::uint64_t size, const Encoder& encoder,
+                     Progress& progress, const Output& output) {
+    progress.position = write_varint(tag, progress.position, output.buffer);
+    progress.position = write_length(size, progress.position, output.buffer);
+    const Output rest = rest_of(output, progress);
+    const Encoded encoded =
+        encoder.encode_imported != nullptr ? encoder.encode_imported(nested, rest) : encode(nested, encoder, rest);
+    progress.segments_used += encoded.segments;
+    progress.position += size;
+}
+
+}  // namespace
+
+void encode_numbers(const void* message, std::uint64_t presence, WriteNumbers write, Progress& progress,
+                    const Output& output) {
+    std::uint8_t aside[longest_of_all_numbers];
+    const std::uint8_t* const end = write(message, presence, aside);
+    for (const std::uint8_t* at = aside; at < end; ++at) {
+        progress.position = write_byte(*at, progress.position, output.buffer);
+    }
+}
+
+void encode_string(std::uint32_t tag, const char* string, Progress& progress, const Output& output) {
+    const std::uint64_t length = std::strlen(string);
+    progress.position = write_varint(tag, progress.position, output.buffer);
+    progress.position = write_length(length, progress.position, output.buffer);
+    store_whole(string, length, progress.position, output.buffer);
+    progress.position += length;
+}
+
+void encode_bytes(std::uint32_t tag, const std::uint8_t* data, std::uint64_t length, Progress& progress,
+                  const Output& output) {
     progress.position = write_varint(tag, progress.position, output.buffer);
     progress.position = write_length(length, progress.position, output.buffer);
     const std::uint64_t size = bytes_size(length, progress.position, output.flags);
     store_whole(data, size, progress.position, output.buffer);
     progress.position += size;
     if ((output.flags & VESK_BYTES_BY_REFERENCE) != 0 && length != 0) {
-        progress = close_run(progress, output);
+        close_run(progress, output);
         progress.segments_used = add_segment(data, length, progress.segments_used, output.segments);
     }
-    return progress;
 }
 
-Progress encode_nested(std::uint32_t tag, const void* nested, std::uint64_t size, EncodeNested encode_one,
-                       Progress progress, const Output& output) {
-    progress.position = write_varint(tag, progress.position, output.buffer);
-    progress.position = write_length(size, progress.position, output.buffer);
-    const Encoded encoded = encode_one(nested, rest_of(output, progress));
-    progress.position += size;
-    progress.segments_used += encoded.segments;
-    return progress;
+void encode_nested(std::uint32_t tag, const void* nested, bool present, const Encoder& encoder, Progress& progress,
+                   const Output& output) {
+    const std::uint64_t size = encoder.measure(nested, output.flags);
+    if (size != 0 || present) encode_measured(tag, nested, size, encoder, progress, output);
 }
 
-Progress encode_list(std::uint32_t tag, const void* array, std::uint32_t count, std::size_t element_size,
-                     MeasureNested measure_one, EncodeNested encode_one, Progress progress, const Output& output) {
+void encode_list(std::uint32_t tag, const void* array, std::uint32_t count, const Encoder& encoder, Progress& progress,
+                 const Output& output) {
     const char* element = static_cast<const char*>(array);
-    for (std::uint32_t i = 0; i < count; ++i, element += element_size) {
-        const std::uint64_t size = measure_one(element, output.flags);
-        progress = encode_nested(tag, element, size, encode_one, progress, output);
+    for (std::uint32_t i = 0; i < count; ++i, element += encoder.size) {
+        encode_measured(tag, element, encoder.measure(element, output.flags), encoder, progress, output);
     }
-    return progress;
+}
+
+std::uint64_t encode_ext(const void* message, void* buffer, std::uint64_t length, vesk_segment* segments,
+                         std::uint32_t* segment_count, std::uint32_t flags, const Encoder& encoder) {
+    // Without a count nothing can be listed, as with a list that has no room.
+    const bool counted = segment_count != nullptr;
+    const Output output{
+        {static_cast<std::uint8_t*>(buffer), length}, {segments, counted ? *segment_count : 0, counted}, flags};
+    const Encoded encoded = encode(message, encoder, output);
+    if (counted) *segment_count = encoded.segments;
+    return encoded.length;
 }
 
 }  // namespace vesk

@@ -1,7 +1,11 @@
 // Encoding: a message into the caller's buffer and segment list. Never fails; what does not fit is counted.
+//
+// There are two ways to one result. A message that fits is written without a check for each byte (pieces.hpp). Where
+// the buffer is short, or segments are listed, every store and every segment is checked; that way stands here. It is
+// rare, and so it is small rather than fast.
 #pragma once
 
-#include "runtime/measure.hpp"
+#include "runtime/pieces.hpp"
 
 namespace vesk {
 
@@ -9,6 +13,7 @@ namespace vesk {
 struct Segments {
     vesk_segment* array;
     std::uint32_t capacity;
+    bool counted;  // false if the caller asks for no count
 };
 
 // Where a message goes.
@@ -31,95 +36,137 @@ struct Encoded {
     std::uint32_t segments;
 };
 
+// What the functions that all types share need to know of a type.
+struct Encoder {
+    std::size_t size;  // of the structure
+    std::uint64_t (*measure)(const void* message, std::uint32_t flags);
+    Written (*write_pieces)(const void* message, const Target& target);
+    void (*encode_fields)(const void* message, Progress& progress, const Output& output);
+    // For an imported type, instead of both.
+    Encoded (*encode_imported)(const void* message, const Output& output);
+};
+
 template <class Message>
-Encoded encode(const Message& message, const Output& output);
+std::uint64_t measure_any(const void* message, std::uint32_t flags);
+template <class Message>
+std::uint64_t measure_imported_any(const void* message, std::uint32_t flags);
+template <class Message>
+void encode_fields(const void* message, Progress& progress, const Output& output);
+template <class Message>
+Encoded encode_imported(const void* message, const Output& output);
 
-// `encode` for the functions that all types share, which do not know the nested type.
-using EncodeNested = Encoded (*)(const void* nested, const Output& output);
-
-template <class Nested>
-Encoded encode_any(const void* nested, const Output& output) {
-    return encode(*static_cast<const Nested*>(nested), output);
+template <class Message>
+constexpr Encoder make_encoder() {
+    if constexpr (is_imported<Message>) {
+        return {sizeof(Message), measure_imported_any<Message>, nullptr, nullptr, encode_imported<Message>};
+    } else {
+        return {sizeof(Message), measure_any<Message>, write_pieces<Message>, encode_fields<Message>, nullptr};
+    }
 }
 
-// Each of these writes one field with its tag and returns the position behind it.
-std::uint64_t encode_number(std::uint32_t tag, std::uint64_t value, std::uint64_t position, Buffer buffer);
+template <class Message>
+inline constexpr Encoder encoder_of = make_encoder<Message>();
+
+// ---- The checked way -----------------------------------------------------------------------------------------------
+
+// Each of these writes one field with its tag, or a run of numbers with theirs.
+void encode_numbers(const void* message, std::uint64_t presence, WriteNumbers write, Progress& progress,
+                    const Output& output);
 // The characters are stored whole or not at all.
-std::uint64_t encode_string(std::uint32_t tag, const char* string, std::uint64_t position, Buffer buffer);
+void encode_string(std::uint32_t tag, const char* string, Progress& progress, const Output& output);
 // The data is stored whole or not at all, or listed as a segment.
-Progress encode_bytes(std::uint32_t tag, const std::uint8_t* data, std::uint64_t length, Progress progress,
-                      const Output& output);
-
-// Writes a nested message with its tag and its measured size. The position advances by that size whatever the writing
-// call says: an imported type that measures one length and writes another cannot move the fields behind it.
-Progress encode_nested(std::uint32_t tag, const void* nested, std::uint64_t size, EncodeNested encode_one,
-                       Progress progress, const Output& output);
-
-// Writes every element of a list, also an empty one, each with its tag and length.
-Progress encode_list(std::uint32_t tag, const void* array, std::uint32_t count, std::size_t element_size,
-                     MeasureNested measure_one, EncodeNested encode_one, Progress progress, const Output& output);
-
-// Enters the stretch of the buffer from the run's start to the position into the list.
-Progress close_run(Progress progress, const Output& output);
-
-template <class Message>
-Encoded encode_imported(const Message& message, const Output& output) {
-    const auto& [buffer, segments, flags] = output;
-    std::uint32_t count = segments.capacity;
-    const std::uint64_t length =
-        imported<Message>.encode(&message, buffer.data, buffer.length, segments.array, &count, flags);
-    return {length, count};
-}
+void encode_bytes(std::uint32_t tag, const std::uint8_t* data, std::uint64_t length, Progress& progress,
+                  const Output& output);
+// A nested message is written if it has content or is present. The position advances by its measured size whatever the
+// writing call says: an imported type that measures one length and writes another cannot move the fields behind it.
+void encode_nested(std::uint32_t tag, const void* nested, bool present, const Encoder& encoder, Progress& progress,
+                   const Output& output);
+// Every element is written, also an empty one, each with its tag and length.
+void encode_list(std::uint32_t tag, const void* array, std::uint32_t count, const Encoder& encoder, Progress& progress,
+                 const Output& output);
 
 template <class Message, std::size_t Index>
-inline Progress encode_field(const Message& message, Progress progress, const Output& output) {
+[[gnu::always_inline]] inline void encode_field(const Message& message, bool present, Progress& progress,
+                                                const Output& output) {
     constexpr auto field = field_of<Message, Index>;
     constexpr Kind kind = kind_of<Message, Index>;
     constexpr std::uint32_t tag = tag_of<Message, Index>;
-    const bool present = is_present<Message, Index>(message);
     if constexpr (kind == Kind::message) {
         // A nested message with content is written even if its bit is clear.
         // See encode_nested.content_with_clear_bit_is_written.
-        using Nested = std::remove_cvref_t<decltype(message.*field.member)>;
-        const std::uint64_t size = measure(message.*field.member, output.flags);
-        if (size == 0 && !present) return progress;
-        return encode_nested(tag, &(message.*field.member), size, encode_any<Nested>, progress, output);
+        encode_nested(tag, &(message.*field.member), present, encoder_of<NestedOf<Message, Index>>, progress, output);
     } else if constexpr (kind == Kind::list) {
-        using Element = std::remove_cvref_t<decltype(*(message.*field.array))>;
-        if (!present) return progress;
-        return encode_list(tag, message.*field.array, message.*field.count, sizeof(Element), measure_any<Element>,
-                           encode_any<Element>, progress, output);
+        if (!present) return;
+        encode_list(tag, message.*field.array, message.*field.count, encoder_of<NestedOf<Message, Index>>, progress,
+                    output);
     } else if constexpr (kind == Kind::string) {
-        if (!present || message.*field.member == nullptr) return progress;
-        progress.position = encode_string(tag, message.*field.member, progress.position, output.buffer);
-    } else if constexpr (kind == Kind::bytes) {
-        if (!present) return progress;
-        return encode_bytes(tag, message.*field.data, message.*field.length, progress, output);
+        if (!present || message.*field.member == nullptr) return;
+        encode_string(tag, message.*field.member, progress, output);
     } else {
-        if (present) progress.position = encode_number(tag, message.*field.member, progress.position, output.buffer);
+        static_assert(kind == Kind::bytes);
+        if (present) encode_bytes(tag, message.*field.data, message.*field.length, progress, output);
     }
-    return progress;
 }
 
-template <class Message, std::size_t Index = 0>
-[[gnu::always_inline]] inline Progress encode_fields(const Message& message, Progress progress, const Output& output) {
+template <class Message, std::size_t Index>
+[[gnu::always_inline]] inline void encode_from(const Message& message, std::uint64_t presence, Progress& progress,
+                                               const Output& output) {
     if constexpr (Index == field_count<Message>) {
-        return progress;
+        return;
+    } else if constexpr (is_number<Message, Index>) {
+        constexpr std::size_t end = end_of_numbers<Message, Index>();
+        encode_numbers(&message, presence, write_numbers<Message, Index, end>, progress, output);
+        encode_from<Message, end>(message, presence, progress, output);
     } else {
-        progress = encode_field<Message, Index>(message, progress, output);
-        return encode_fields<Message, Index + 1>(message, progress, output);
+        encode_field<Message, Index>(message, has_bit<Index>(presence), progress, output);
+        encode_from<Message, Index + 1>(message, presence, progress, output);
     }
+}
+
+// Writes all fields of a Message.
+template <class Message>
+[[gnu::cold]] void encode_fields(const void* untyped, Progress& progress, const Output& output) {
+    const Message& message = *static_cast<const Message*>(untyped);
+    encode_from<Message, 0>(message, load_presence(message), progress, output);
+}
+
+// ---- Both ways -----------------------------------------------------------------------------------------------------
+
+template <class Message>
+std::uint64_t measure_any(const void* message, std::uint32_t flags) {
+    Sizes<Message> sizes;
+    return measure(*static_cast<const Message*>(message), sizes, flags).size;
 }
 
 template <class Message>
-[[gnu::noinline]] Encoded encode(const Message& message, const Output& output) {
-    if constexpr (is_imported<Message>) {
-        return encode_imported(message, output);
-    } else {
-        Progress progress = encode_fields<Message>(message, {0, 0, 0}, output);
-        if (progress.run_start < progress.position) progress = close_run(progress, output);
-        return {progress.position, progress.segments_used};
+std::uint64_t measure_imported_any(const void* message, std::uint32_t flags) {
+    return measure_imported(*static_cast<const Message*>(message), flags);
+}
+
+template <class Message>
+Encoded encode_imported(const void* message, const Output& output) {
+    std::uint32_t count = output.segments.capacity;
+    const std::uint64_t length =
+        imported<Message>.encode(static_cast<const Message*>(message), output.buffer.data, output.buffer.length,
+                                 output.segments.array, &count, output.flags);
+    return {length, count};
+}
+
+// What an exported function does, with the arguments as it got them, if it is not to measure alone.
+std::uint64_t encode_ext(const void* message, void* buffer, std::uint64_t length, vesk_segment* segments,
+                         std::uint32_t* segment_count, std::uint32_t flags, const Encoder& encoder);
+
+template <class Message>
+inline std::uint64_t measure_or_encode(const Message* message, void* buffer, std::uint64_t length,
+                                       vesk_segment* segments, std::uint32_t* segment_count, std::uint32_t flags) {
+    if (buffer == nullptr && length == 0 && segment_count == nullptr) {
+        if constexpr (is_small<Message>()) {
+            return measure_small(*message);
+        } else {
+            return measure_any<Message>(message, flags);
+        }
     }
+    return encode_ext(message, buffer, length, segments, segment_count, flags, encoder_of<Message>);
 }
 
 }  // namespace vesk

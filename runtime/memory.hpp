@@ -19,10 +19,11 @@ struct Allocator {
 struct Releaser {
     vesk_release release;
     void* context;
+    std::uint32_t flags;
 };
 
 // Null if the callback is null or has no block.
-inline void* allocate(Allocator allocator, std::uint64_t size) {
+inline void* allocate(const Allocator& allocator, std::uint64_t size) {
     return allocator.alloc != nullptr ? allocator.alloc(size, allocator.context) : nullptr;
 }
 

@@ -2,63 +2,75 @@
 // bytes fields stay as they were.
 #pragma once
 
-#include <type_traits>
-
 #include "runtime/memory.hpp"
 #include "runtime/schema.hpp"
 
 namespace vesk {
 
+// Releases what a Message owns.
 template <class Message>
-void release(Message& message, Releaser releaser, std::uint32_t flags);
+void release(void* message, const Releaser& releaser);
 
-// `release` for the functions that all types share, which do not know the nested type.
-using ReleaseNested = void (*)(void* nested, Releaser releaser, std::uint32_t flags);
-
-template <class Nested>
-void release_any(void* nested, Releaser releaser, std::uint32_t flags) {
-    release(*static_cast<Nested*>(nested), releaser, flags);
+template <class Message>
+void release_imported(void* message, const Releaser& releaser) {
+    imported<Message>.release(static_cast<Message*>(message), releaser.release, releaser.context, releaser.flags);
 }
 
-void release_string(char** member, Releaser releaser);
-void release_bytes(std::uint8_t** data, Releaser releaser, std::uint32_t flags);
+// What the functions that all types share need to know of a nested type.
+struct NestedReleaser {
+    std::size_t size;                                         // of the structure
+    void (*release)(void* nested, const Releaser& releaser);  // null for a plain message
+};
 
+template <class Message>
+constexpr NestedReleaser make_releaser() {
+    if constexpr (is_imported<Message>) {
+        return {sizeof(Message), release_imported<Message>};
+    } else if constexpr (is_plain<Message>()) {
+        return {sizeof(Message), nullptr};
+    } else {
+        return {sizeof(Message), release<Message>};
+    }
+}
+
+template <class Message>
+inline constexpr NestedReleaser releaser_of = make_releaser<Message>();
+
+void release_string(char** member, const Releaser& releaser);
+void release_bytes(std::uint8_t** data, const Releaser& releaser);
 // `array` is what the member holds, `array_member` its address.
-void release_list(void* array, void* array_member, std::uint32_t* count, std::size_t element_size,
-                  ReleaseNested release_one, Releaser releaser, std::uint32_t flags);
+void release_list(void* array, void* array_member, std::uint32_t* count, const NestedReleaser& nested_releaser,
+                  const Releaser& releaser);
 
 template <class Message, std::size_t Index>
-inline void release_field(Message& message, Releaser releaser, std::uint32_t flags) {
+[[gnu::always_inline]] inline void release_field(Message& message, const Releaser& releaser) {
     constexpr auto field = field_of<Message, Index>;
     constexpr Kind kind = kind_of<Message, Index>;
     if constexpr (kind == Kind::message) {
-        release(message.*field.member, releaser, flags);
+        using Nested = NestedOf<Message, Index>;
+        if constexpr (!is_plain<Nested>()) releaser_of<Nested>.release(&(message.*field.member), releaser);
     } else if constexpr (kind == Kind::list) {
-        using Element = std::remove_cvref_t<decltype(*(message.*field.array))>;
-        release_list(message.*field.array, &(message.*field.array), &(message.*field.count), sizeof(Element),
-                     release_any<Element>, releaser, flags);
+        if (message.*field.array == nullptr) return;
+        release_list(message.*field.array, &(message.*field.array), &(message.*field.count),
+                     releaser_of<NestedOf<Message, Index>>, releaser);
     } else if constexpr (kind == Kind::string) {
-        release_string(&(message.*field.member), releaser);
+        if (message.*field.member != nullptr) release_string(&(message.*field.member), releaser);
     } else if constexpr (kind == Kind::bytes) {
-        release_bytes(&(message.*field.data), releaser, flags);
+        release_bytes(&(message.*field.data), releaser);
     }
 }
 
-template <class Message, std::size_t Index = 0>
-[[gnu::always_inline]] inline void release_fields(Message& message, Releaser releaser, std::uint32_t flags) {
+template <class Message, std::size_t Index>
+[[gnu::always_inline]] inline void release_fields(Message& message, const Releaser& releaser) {
     if constexpr (Index < field_count<Message>) {
-        release_field<Message, Index>(message, releaser, flags);
-        release_fields<Message, Index + 1>(message, releaser, flags);
+        release_field<Message, Index>(message, releaser);
+        release_fields<Message, Index + 1>(message, releaser);
     }
 }
 
 template <class Message>
-[[gnu::noinline]] void release(Message& message, Releaser releaser, std::uint32_t flags) {
-    if constexpr (is_imported<Message>) {
-        imported<Message>.release(&message, releaser.release, releaser.context, flags);
-    } else {
-        release_fields<Message>(message, releaser, flags);
-    }
+[[gnu::noinline]] void release(void* message, const Releaser& releaser) {
+    release_fields<Message, 0>(*static_cast<Message*>(message), releaser);
 }
 
 }  // namespace vesk

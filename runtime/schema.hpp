@@ -57,9 +57,9 @@ constexpr ListField<Number, Message, Element> list(Element* Message::*array, std
     return {array, count};
 }
 
-template <std::size_t Index, class AnyField>
+template <std::size_t Index, class Value>
 struct Slot {
-    AnyField value;
+    [[no_unique_address]] Value value;
 };
 
 template <class Indices, class... AnyFields>
@@ -102,8 +102,12 @@ inline constexpr bool is_imported = !std::is_same_v<decltype(imported<Message>),
 template <class Message>
 inline constexpr std::size_t field_count = decltype(schema<Message>)::count;
 
-template <std::size_t Index, class AnyField>
-constexpr const AnyField& get_slot(const Slot<Index, AnyField>& slot) {
+template <std::size_t Index, class Value>
+constexpr const Value& get_slot(const Slot<Index, Value>& slot) {
+    return slot.value;
+}
+template <std::size_t Index, class Value>
+constexpr Value& get_slot(Slot<Index, Value>& slot) {
     return slot.value;
 }
 
@@ -152,6 +156,85 @@ constexpr WireType wire_type_of_kind(Kind kind) {
 template <class Message, std::size_t Index>
 inline constexpr std::uint32_t tag_of = make_tag(number_of<Message, Index>, wire_type_of_kind(kind_of<Message, Index>));
 
+template <class Message, std::uint32_t Number, class Nested>
+Nested nested_of_field(const Field<Number, Message, Nested>&);
+template <class Message, std::uint32_t Number, class Element>
+Element nested_of_field(const ListField<Number, Message, Element>&);
+
+// The message type of a nested field, or of a list's elements.
+template <class Message, std::size_t Index>
+using NestedOf = decltype(nested_of_field<Message>(field_of<Message, Index>));
+
+template <class Message, std::size_t Index>
+inline constexpr bool is_number = wire_type_of_kind(kind_of<Message, Index>) == varint_type;
+
+// One past the last of the fields that are no lists and stand one behind the other from Index on.
+template <class Message, std::size_t Index>
+constexpr std::size_t end_of_plain_fields() {
+    if constexpr (Index < field_count<Message>) {
+        if constexpr (kind_of<Message, Index> != Kind::list) return end_of_plain_fields<Message, Index + 1>();
+    }
+    return Index;
+}
+
+// One past the last of the numbers and flags that stand one behind the other from Index on.
+template <class Message, std::size_t Index>
+constexpr std::size_t end_of_numbers() {
+    if constexpr (Index < field_count<Message>) {
+        if constexpr (is_number<Message, Index>) return end_of_numbers<Message, Index + 1>();
+    }
+    return Index;
+}
+
+// The presence bits of the fields First to Last - 1.
+template <std::size_t First, std::size_t Last>
+inline constexpr std::uint64_t presence_bits = ((std::uint64_t{1} << (Last - First)) - 1) << First;
+
+// The most bytes that the fields First to Last - 1 can take on the wire: 0 if that is not bounded, since one of them is
+// no number or flag.
+template <class Message, std::size_t First, std::size_t Last>
+constexpr std::uint64_t longest_numbers() {
+    if constexpr (First == Last) {
+        return 0;
+    } else if constexpr (!is_number<Message, First>) {
+        return 0;
+    } else {
+        constexpr Kind kind = kind_of<Message, First>;
+        constexpr std::uint64_t longest_value = kind == Kind::uint64 ? 10 : kind == Kind::uint32 ? 5 : 2;
+        constexpr std::uint64_t rest = longest_numbers<Message, First + 1, Last>();
+        if constexpr (First + 1 < Last && rest == 0) return 0;
+        return varint_size(tag_of<Message, First>) + longest_value + rest;
+    }
+}
+
+// True for a message of numbers and flags alone whose length on the wire always takes one byte.
+template <class Message>
+constexpr bool is_small() {
+    if constexpr (is_imported<Message>) {
+        return false;
+    } else {
+        constexpr std::uint64_t longest = longest_numbers<Message, 0, field_count<Message>>();
+        return longest != 0 && longest < 0x80;
+    }
+}
+
+// True for a message that owns nothing, nor does anything in it, and that has nothing imported in it: a copy of the
+// structure is a copy of the message.
+template <class Message, std::size_t Index = 0>
+constexpr bool is_plain() {
+    if constexpr (is_imported<Message>) {
+        return false;
+    } else if constexpr (Index == field_count<Message>) {
+        return true;
+    } else if constexpr (is_number<Message, Index>) {
+        return is_plain<Message, Index + 1>();
+    } else if constexpr (kind_of<Message, Index> == Kind::message) {
+        return is_plain<NestedOf<Message, Index>>() && is_plain<Message, Index + 1>();
+    } else {
+        return false;
+    }
+}
+
 // ---- Presence bits -------------------------------------------------------------------------------------------------
 
 constexpr std::uint8_t presence_mask(std::size_t index) { return static_cast<std::uint8_t>(1u << index % 8); }
@@ -159,6 +242,44 @@ constexpr std::uint8_t presence_mask(std::size_t index) { return static_cast<std
 template <class Message, std::size_t Index>
 bool is_present(const Message& message) {
     return (message.present[Index / 8] & presence_mask(Index)) != 0;
+}
+
+// All presence bits of a message, field Index's being bit Index. What stands above them means nothing.
+template <class Message>
+inline std::uint64_t load_presence(const Message& message) {
+    constexpr std::size_t offset = offsetof(Message, present);
+    constexpr std::size_t size = sizeof message.present;
+    // One load, which may take in the padding behind them.
+    using Word = std::conditional_t<
+        size == 1, std::uint8_t,
+        std::conditional_t<size == 2, std::uint16_t, std::conditional_t<(size <= 4), std::uint32_t, std::uint64_t>>>;
+    std::uint64_t presence = 0;
+    if constexpr (__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ && offset + sizeof(Word) <= sizeof(Message)) {
+        Word word;
+        __builtin_memcpy(&word, reinterpret_cast<const char*>(&message) + offset, sizeof word);
+        presence = word;
+    } else {
+        for (std::size_t i = 0; i < size; ++i) presence |= std::uint64_t{message.present[i]} << 8 * i;
+    }
+    return presence;
+}
+
+template <class Message>
+inline void store_presence(Message& message, std::uint64_t presence) {
+    for (std::size_t i = 0; i < sizeof message.present; ++i) {
+        message.present[i] = static_cast<std::uint8_t>(presence >> 8 * i);
+    }
+}
+
+// True if no field of a message of numbers and flags is present.
+template <class Message>
+inline bool is_empty(const Message& message) {
+    return (load_presence(message) & presence_bits<0, field_count<Message>>) == 0;
+}
+
+template <std::size_t Index>
+inline bool has_bit(std::uint64_t presence) {
+    return (presence >> Index & 1) != 0;
 }
 
 template <class Message, std::size_t Index>

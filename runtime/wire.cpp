@@ -1,5 +1,7 @@
 #include "runtime/wire.hpp"
 
+#include <cstring>
+
 namespace vesk {
 namespace {
 
@@ -52,6 +54,71 @@ const std::uint8_t* read_long_varint64(const std::uint8_t* at, const std::uint8_
     return at;
 }
 
+namespace {
+
+// The 8 bytes from `at` on, the first lowest; zeros stand for what lies behind the input.
+inline std::uint64_t load_word(const std::uint8_t* at, Input input) {
+    std::uint64_t word;
+    const std::ptrdiff_t missing = at - input.last_word;
+    if (missing <= 0) [[likely]] {
+        __builtin_memcpy(&word, at, sizeof word);
+        return __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__ ? __builtin_bswap64(word) : word;
+    }
+    __builtin_memcpy(&word, input.last_word, sizeof word);
+    if constexpr (__BYTE_ORDER__ == __ORDER_BIG_ENDIAN__) word = __builtin_bswap64(word);
+    return word >> 8 * missing;
+}
+
+// Keeps the bytes up to the first without bit 7, and drops bit 7 of each.
+inline std::uint64_t varint_groups(std::uint64_t word, std::uint64_t last_marks) {
+    return word & (last_marks ^ (last_marks - 1)) & 0x7F7F7F7F7F7F7F7F;
+}
+
+// Moves groups of 7 bits together: 7 bits over 8 to 14 over 16, those to 28 over 32.
+inline std::uint64_t join_groups(std::uint64_t groups) {
+    groups = (groups & 0x007F007F007F007F) | (groups & 0x7F007F007F007F00) >> 1;
+    return (groups & 0x00003FFF00003FFF) | (groups & 0x3FFF00003FFF0000) >> 2;
+}
+
+}  // namespace
+
+Number read_long_tag(const std::uint8_t* at, const std::uint8_t* end) {
+    if (end - at >= 2 && at[1] < 0x80) return {at + 2, (at[0] & 0x7Fu) | std::uint32_t{at[1]} << 7};
+    std::uint32_t tag = 0;
+    at = read_long_varint32(at, end, &tag);
+    return {at, tag};
+}
+
+Number read_number32(const std::uint8_t* at, const std::uint8_t* end, Input input) {
+    if (at < end && input.last_word != nullptr) [[likely]] {
+        const std::uint64_t word = load_word(at, input);
+        const std::uint64_t last_marks = ~word & 0x8080808080;
+        if (last_marks != 0) [[likely]] {
+            const std::uint64_t groups = join_groups(varint_groups(word, last_marks));
+            at += static_cast<unsigned>(__builtin_ctzll(last_marks)) / 8 + 1;
+            return {at <= end ? at : nullptr, static_cast<std::uint32_t>((groups & 0x0FFFFFFF) | groups >> 32 << 28)};
+        }
+    }
+    std::uint32_t value = 0;
+    at = read_long_varint32(at, end, &value);
+    return {at, value};
+}
+
+Number read_number64(const std::uint8_t* at, const std::uint8_t* end, Input input) {
+    if (at < end && input.last_word != nullptr) [[likely]] {
+        const std::uint64_t word = load_word(at, input);
+        const std::uint64_t last_marks = ~word & 0x8080808080808080;
+        if (last_marks != 0) [[likely]] {
+            const std::uint64_t groups = join_groups(varint_groups(word, last_marks));
+            at += static_cast<unsigned>(__builtin_ctzll(last_marks)) / 8 + 1;
+            return {at <= end ? at : nullptr, (groups & 0x0FFFFFFF) | groups >> 32 << 28};
+        }
+    }
+    std::uint64_t value = 0;
+    at = read_long_varint64(at, end, &value);
+    return {at, value};
+}
+
 Step skip_field(std::uint32_t wire_type, const std::uint8_t* at, const std::uint8_t* end) {
     switch (wire_type) {
         case varint_type: at = skip_continuation(at, end); return {at, at != nullptr ? VESK_OK : VESK_MALFORMED};
@@ -65,6 +132,32 @@ Step skip_field(std::uint32_t wire_type, const std::uint8_t* at, const std::uint
         case fixed32_type: return {skip_bytes(4, at, end), VESK_OK};
         default: return {nullptr, VESK_UNKNOWN_WIRE_TYPE};
     }
+}
+
+// Short data goes as moves that overlap, so that one branch serves many lengths.
+std::uint8_t* put_bytes(std::uint8_t* at, const void* data, std::uint64_t length) {
+    const std::uint8_t* from = static_cast<const std::uint8_t*>(data);
+    if (length - 8 <= 16) {
+        const std::uint64_t middle = length < 16 ? length - 8 : 8;
+        __builtin_memcpy(at, from, 8);
+        __builtin_memcpy(at + middle, from + middle, 8);
+        __builtin_memcpy(at + length - 8, from + length - 8, 8);
+    } else if (length > 8) {
+        std::memcpy(at, from, static_cast<std::size_t>(length));
+    } else if (length >= 4) {
+        __builtin_memcpy(at, from, 4);
+        __builtin_memcpy(at + length - 4, from + length - 4, 4);
+    } else if (length >= 2) {
+        __builtin_memcpy(at, from, 2);
+        __builtin_memcpy(at + length - 2, from + length - 2, 2);
+    } else if (length == 1) {
+        *at = *from;
+    }
+    return at + length;
+}
+
+std::uint8_t* put_data(std::uint8_t* at, const void* data, std::uint64_t length) {
+    return put_bytes(put_length(at, length), data, length);
 }
 
 }  // namespace vesk

@@ -391,8 +391,9 @@ TEST(decode_string, order_of_its_checks) {
         char first[] = "a";
         char* member = row.holds_one ? first : nullptr;
         const Bytes input = hex(row.input);
-        const Step step = decode_string(&member, input.data(), input.data() + input.size(),
-                                        {row.has_alloc ? Ledger::alloc : nullptr, &ledger});
+        const std::uint8_t* const end = input.data() + input.size();
+        const Source source{input_between(input.data(), end), {row.has_alloc ? Ledger::alloc : nullptr, &ledger}, 0};
+        const Step step = decode_string(&member, input.data(), end, source);
         EXPECT_EQ(step.code, row.code) << row.name;
         EXPECT_EQ(ledger.requests_made(), row.requests) << row.name;
         EXPECT_EQ(member, row.holds_one ? first : nullptr) << row.name;
@@ -514,8 +515,10 @@ TEST(decode_bytes, order_of_their_checks) {
         std::uint8_t* data = row.holds_some ? first : nullptr;
         std::uint64_t length = row.holds_some ? 2 : 0;
         const Bytes input = hex(row.input);
-        const Step step = decode_bytes(&data, &length, input.data(), input.data() + input.size(),
-                                       {row.has_alloc ? Ledger::alloc : nullptr, &ledger}, row.flags);
+        const std::uint8_t* const end = input.data() + input.size();
+        const Source source{
+            input_between(input.data(), end), {row.has_alloc ? Ledger::alloc : nullptr, &ledger}, row.flags};
+        const Step step = decode_bytes(&data, &length, input.data(), end, source);
         EXPECT_EQ(step.code, row.code) << row.name;
         EXPECT_EQ(ledger.requests_made(), row.requests) << row.name;
         if (row.code != VESK_OK) {

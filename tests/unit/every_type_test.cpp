@@ -64,6 +64,27 @@ TEST(every_type, measuring_gives_the_length_of_the_encoding) {
     });
 }
 
+TEST(every_type, bytes_behind_the_encoding_stay_as_they_were) {
+    for_every_type(3, Amount::some, [](const TypeInfo& type, const void* message) {
+        const Bytes expected = encoded(type, message);
+        for (const std::size_t more : {1u, 7u, 300u}) {
+            Bytes buffer(expected.size() + more, 0xEE);
+            ASSERT_EQ(type.encode(message, buffer.data(), buffer.size(), nullptr, nullptr, 0), expected.size());
+            ASSERT_EQ(to_hex(Bytes(buffer.begin() + static_cast<std::ptrdiff_t>(expected.size()), buffer.end())),
+                      to_hex(Bytes(more, 0xEE)));
+        }
+    });
+}
+
+TEST(every_type, a_length_beyond_the_address_space_is_a_buffer_without_end) {
+    for_every_type(1, Amount::some, [](const TypeInfo& type, const void* message) {
+        const Bytes expected = encoded(type, message);
+        Bytes buffer(expected.size());
+        ASSERT_EQ(type.encode(message, buffer.data(), ~std::uint64_t{0}, nullptr, nullptr, 0), expected.size());
+        ASSERT_EQ(to_hex(buffer), to_hex(expected));
+    });
+}
+
 TEST(every_type, cleared_message_encodes_to_nothing) {
     for (const TypeInfo* type : all_types()) {
         const Storage message(*type, 0);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "tests/support/bytes.hpp"
 
@@ -255,6 +256,122 @@ TEST(write_length, only_the_low_32_bits_are_written) {
     EXPECT_EQ(write_length((std::uint64_t{7} << 32) + 5, 0, {bytes.data(), bytes.size()}), 1u);
     EXPECT_EQ(bytes[0], 5);
     EXPECT_EQ(length_size((std::uint64_t{7} << 32) + 5), 1u);
+}
+
+// ---- Reading in words ----------------------------------------------------------------------------------------------
+
+// Varints of every width, with and without extra continuation bytes, cut short, and bytes that never end.
+std::vector<Bytes> varints_of_all_shapes() {
+    std::vector<Bytes> shapes{hex("FF FF FF FF FF FF FF FF FF FF"), hex("80 80 80 80 80 80 80 80 80 80 80 80")};
+    for (unsigned bits = 0; bits <= 64; ++bits) {
+        const std::uint64_t largest = bits == 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << bits) - 1;
+        for (const std::uint64_t value : {largest, largest + 1, largest & 0xA5A5A5A5A5A5A5A5}) {
+            shapes.push_back(varint(value));
+            shapes.push_back(over_long(value, 11));
+        }
+    }
+    return shapes;
+}
+
+// The range ends at every place in and behind the varint, and the input at every place from there on.
+template <class Value>
+void expect_number_reads_like_varint(const std::uint8_t* (*read_varint)(const std::uint8_t*, const std::uint8_t*,
+                                                                        Value*),
+                                     Number (*read_number)(const std::uint8_t*, const std::uint8_t*, Input)) {
+    for (const Bytes& shape : varints_of_all_shapes()) {
+        for (std::size_t before = 0; before <= 9; ++before) {
+            for (std::size_t range = 0; range <= shape.size() + 1; ++range) {
+                for (std::size_t behind = 0; behind <= 9; ++behind) {
+                    Bytes input(before, 0x80);
+                    input.insert(input.end(), shape.begin(), shape.end());
+                    input.resize(before + range);
+                    input.resize(before + range + behind, 0xFF);
+                    input.shrink_to_fit();  // so that a sanitizer sees a read behind the end
+                    const std::uint8_t* const at = input.data() + before;
+                    const std::uint8_t* const end = at + range;
+                    Value value = 0;
+                    const std::uint8_t* const expected = read_varint(at, end, &value);
+                    const Number number =
+                        read_number(at, end, input_between(input.data(), input.data() + input.size()));
+                    ASSERT_EQ(number.at, expected) << to_hex(shape) << " in a range of " << range << " bytes";
+                    if (expected != nullptr) {
+                        ASSERT_EQ(number.value, value) << to_hex(shape) << " in a range of " << range << " bytes";
+                    }
+                }
+            }
+        }
+    }
+}
+
+TEST(read_number32, every_varint_in_every_range_is_read_as_by_read_varint32) {
+    expect_number_reads_like_varint<std::uint32_t>(read_varint32, read_number32);
+}
+
+TEST(read_number64, every_varint_in_every_range_is_read_as_by_read_varint64) {
+    expect_number_reads_like_varint<std::uint64_t>(read_varint64, read_number64);
+}
+
+TEST(read_long_tag, any_tag_is_read_as_by_read_varint32) {
+    for (const Bytes& shape : varints_of_all_shapes()) {
+        for (std::size_t length = 1; length <= shape.size(); ++length) {
+            std::uint32_t tag = 0;
+            const std::uint8_t* const expected = read_varint32(shape.data(), shape.data() + length, &tag);
+            const Number number = read_long_tag(shape.data(), shape.data() + length);
+            if (shape[0] < 0x80) continue;
+            ASSERT_EQ(number.at, expected) << to_hex(shape);
+            if (expected != nullptr) {
+                ASSERT_EQ(number.value, tag) << to_hex(shape);
+            }
+        }
+    }
+}
+
+// ---- Writing where there is room -----------------------------------------------------------------------------------
+
+template <std::uint32_t Tag, class Value>
+void expect_number_is_put(Value value) {
+    std::uint8_t bytes[24];
+    Bytes expected = varint(Tag);
+    for (const std::uint8_t byte : varint(value)) expected.push_back(byte);
+    EXPECT_EQ(to_hex(Bytes(bytes, put_number<Tag>(bytes, value, true))), to_hex(expected));
+    EXPECT_EQ(put_number<Tag>(bytes, value, false), bytes) << "an absent number advances nothing";
+}
+
+TEST(put_number, every_width_is_written_with_its_tag_if_it_is_present) {
+    for (unsigned bits = 0; bits <= 64; ++bits) {
+        const std::uint64_t largest = bits == 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << bits) - 1;
+        for (const std::uint64_t value : {largest, largest + 1, largest & 0xA5A5A5A5A5A5A5A5}) {
+            expect_number_is_put<make_tag(1, varint_type)>(value);
+            expect_number_is_put<make_tag(34, varint_type)>(value);
+            expect_number_is_put<make_tag(1, varint_type)>(static_cast<std::uint32_t>(value));
+            expect_number_is_put<make_tag(34, varint_type)>(static_cast<std::uint32_t>(value));
+            expect_number_is_put<make_tag(15, varint_type)>(static_cast<std::uint8_t>(value));
+            expect_number_is_put<make_tag(16, varint_type)>(static_cast<std::uint8_t>(value));
+        }
+    }
+}
+
+TEST(put_number, a_32_bit_number_stores_no_more_than_the_overhang_behind_its_longest) {
+    constexpr std::size_t longest = varint_size(make_tag(34, varint_type)) + 5;
+    for (const std::uint32_t value : {0u, 0x7Fu, 0xFFFFFFFFu}) {
+        Bytes bytes(24, 0xEE);
+        put_number<make_tag(34, varint_type)>(bytes.data(), value, false);
+        EXPECT_EQ(to_hex(Bytes(bytes.begin() + longest + number_overhang, bytes.end())),
+                  to_hex(Bytes(24 - longest - number_overhang, 0xEE)));
+    }
+}
+
+TEST(put_bytes, every_length_is_copied_and_nothing_else_is_touched) {
+    for (std::size_t length = 0; length <= 300; ++length) {
+        Bytes data(length);
+        for (std::size_t i = 0; i < length; ++i) data[i] = static_cast<std::uint8_t>(i * 7 + 1);
+        data.shrink_to_fit();  // so that a sanitizer sees a read behind the end
+        Bytes bytes(length + 16, 0xEE);
+        ASSERT_EQ(put_bytes(bytes.data() + 8, data.data(), length), bytes.data() + 8 + length);
+        EXPECT_EQ(to_hex(Bytes(bytes.begin(), bytes.begin() + 8)), to_hex(Bytes(8, 0xEE)));
+        EXPECT_EQ(to_hex(Bytes(bytes.begin() + 8, bytes.end() - 8)), to_hex(data));
+        EXPECT_EQ(to_hex(Bytes(bytes.end() - 8, bytes.end())), to_hex(Bytes(8, 0xEE)));
+    }
 }
 
 }  // namespace
