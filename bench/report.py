@@ -30,6 +30,8 @@ OPERATIONS = {
 }
 
 NOT_PEERS = ("vesk", "literal", "floor")
+# A message that is used again asks for no memory and gives none back: it stands beside those that do, not among them.
+FREES_NOTHING = "protobuf reused"
 
 
 def _targets(decode, encode, measure_and_encode, measure, duplicate, decode_and_free):
@@ -77,9 +79,10 @@ def _quartiles(ours, theirs):
     return [low, high]
 
 
-def _summarise_operation(rounds):
+def _summarise_operation(operation, rounds):
     times = {name: statistics.median(time for time in lane if time is not None) for name, lane in rounds.items()}
-    peers = [name for name in times if name not in NOT_PEERS]
+    left_out = NOT_PEERS + ((FREES_NOTHING,) if operation == "decode_and_free" else ())
+    peers = [name for name in times if name not in left_out]
     others = {name: lane for name, lane in rounds.items() if name != "vesk"}
     return {"rounds": len(rounds["vesk"]), "nanoseconds": times,
             "ratios": {name: median_ratio(rounds["vesk"], lane) for name, lane in others.items()},
@@ -91,7 +94,7 @@ def summarise(measured):
     """Medians of the times, and of the library's ratio to each other implementation."""
     summary = {}
     for workload, result in measured.items():
-        operations = {name: _summarise_operation(rounds) for name, rounds in result["operations"].items()}
+        operations = {name: _summarise_operation(name, rounds) for name, rounds in result["operations"].items()}
         for name, operation in operations.items():
             operation["target"] = TARGETS.get(workload, {}).get(name)
             operation["literal_target"] = LITERAL_TARGETS.get(workload, {}).get(name)
@@ -120,9 +123,8 @@ def verdict(ratio, target):
 
 
 def _compared_with(operation, peer):
-    """Cells of a row: the peer's time, the ratio, and whether it meets the target."""
-    ratio = operation["ratios"][peer]
-    return [f"{in_words(operation['nanoseconds'][peer])}  {peer}", f"{ratio:.2f}", verdict(ratio, operation["target"])]
+    """Cells of a row: the peer's time, and the ratio to it."""
+    return [f"{in_words(operation['nanoseconds'][peer])}  {peer}", f"{operation['ratios'][peer]:.2f}"]
 
 
 def _row(operation):
@@ -133,8 +135,9 @@ def _row(operation):
         if operation["literal_target"] is not None:
             literal += f" (target {verdict(ratios['literal'], operation['literal_target'])})"
     floor = f"{ratios['floor']:.1f}" if "floor" in ratios else ""
-    return [in_words(operation["nanoseconds"]["vesk"])] + _compared_with(operation, operation["fastest_peer"]) + [
-        floor, literal]
+    fastest = operation["fastest_peer"]
+    return [in_words(operation["nanoseconds"]["vesk"])] + _compared_with(operation, fastest) + [
+        verdict(ratios[fastest], operation["target"]), floor, literal]
 
 
 def rows_of(operations):
@@ -142,11 +145,8 @@ def rows_of(operations):
     rows = []
     for name, operation in operations.items():
         rows.append([OPERATIONS[name]] + _row(operation))
-        if name == "decode_and_free" and operation["fastest_peer"] == "protobuf reused":
-            # A message that is used again asks for no memory and gives none back.
-            freeing = [peer for peer in operation["ratios"] if peer not in NOT_PEERS + ("protobuf reused",)]
-            peer = min(freeing, key=operation["nanoseconds"].get)
-            rows.append(["  of those that free", ""] + _compared_with(operation, peer) + ["", ""])
+        if name == "decode_and_free" and FREES_NOTHING in operation["ratios"]:
+            rows.append(["  beside one that frees nothing", ""] + _compared_with(operation, FREES_NOTHING) + ["", "", ""])
     return rows
 
 

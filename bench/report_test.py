@@ -38,11 +38,11 @@ class Report(unittest.TestCase):
                 report.print_score(summary)
             self.assertIn(expected, output.getvalue())
 
-    def test_a_peer_that_frees_is_shown_beside_the_reused_message(self):
+    def test_a_message_that_is_used_again_does_not_count_where_memory_is_freed(self):
         rounds = {"vesk": [50, 50], "protobuf reused": [40, 40], "protobuf heap": [100, 100]}
         operations = report.summarise(measured(rounds, operation="decode_and_free"))["request"]["operations"]
         rows = report.rows_of(operations)
-        self.assertEqual([row[3:5] for row in rows], [["1.25", "0.60 MISSED"], ["0.50", "0.60 met"]])
+        self.assertEqual([row[3:5] for row in rows], [["0.50", "0.60 met"], ["1.25", ""]])
 
     def test_every_target_belongs_to_a_workload_that_is_measured(self):
         source = (pathlib.Path(__file__).parent / "workloads.cpp").read_text(encoding="utf-8")

@@ -65,7 +65,8 @@ inline Encoded encode(const void* message, const Encoder& encoder, const Output&
     const auto& [buffer, segments, flags] = output;
     const bool listed = segments.capacity != 0 || (segments.counted && (flags & VESK_BYTES_BY_REFERENCE) != 0);
     if (!listed) {
-        const Written written = encoder.write_pieces(message, target_of(output));
+        Target target = target_of(output);
+        const Written written = encoder.write_pieces(message, target);
         if (written.at != nullptr) {
             return {static_cast<std::uint64_t>(written.at - buffer.data), count_segments(written, buffer.data)};
         }

@@ -40,7 +40,7 @@ struct Encoded {
 struct Encoder {
     std::size_t size;  // of the structure
     std::uint64_t (*measure)(const void* message, std::uint32_t flags);
-    Written (*write_pieces)(const void* message, const Target& target);
+    Written (*write_pieces)(const void* message, Target& target);
     void (*encode_fields)(const void* message, Progress& progress, const Output& output);
     // For an imported type, instead of both.
     Encoded (*encode_imported)(const void* message, const Output& output);

@@ -15,7 +15,7 @@ inline bool fits(Measured piece, const std::uint8_t* at, const Target& target) {
 inline constexpr Written does_not_fit{nullptr, 0};
 
 template <std::uint32_t Tag, class Element>
-inline Written write_small_elements(const Element* element, std::uint32_t count, Written so_far, Target target) {
+inline Written write_small_elements(const Element* element, std::uint32_t count, Written so_far, Target& target) {
     constexpr std::uint64_t longest = varint_size(Tag) + 1 + longest_numbers<Element, 0, field_count<Element>>();
     for (; count != 0; --count, ++element) {
         if (static_cast<std::uint64_t>(target.end - so_far.at) < longest &&
@@ -63,7 +63,7 @@ inline bool measure_ahead(const Element& element, std::uint8_t* at, const Target
 // Each element is measured before the one in front of it is written, whose last numbers then have measured bytes behind
 // them that they may store into.
 template <std::uint32_t Tag, class Element>
-inline Written write_elements(const Element* element, std::uint32_t count, Written so_far, Target target) {
+inline Written write_elements(const Element* element, std::uint32_t count, Written so_far, Target& target) {
     if (count == 0) return so_far;
     MeasuredElement<Element> measured[2];
     if (!measure_ahead<Tag>(*element, so_far.at, target, measured[0])) return does_not_fit;
@@ -84,7 +84,7 @@ inline Written write_elements(const Element* element, std::uint32_t count, Writt
 }
 
 template <std::uint32_t Tag, class Element>
-[[gnu::noinline]] Written write_list(const Element* array, std::uint32_t count, Written so_far, const Target& target) {
+[[gnu::noinline]] Written write_list(const Element* array, std::uint32_t count, Written so_far, Target& target) {
     if constexpr (is_small<Element>()) {
         return write_small_elements<Tag>(array, count, so_far, target);
     } else if constexpr (is_imported<Element>) {
@@ -110,7 +110,7 @@ template <class Message, std::size_t First, std::size_t Last>
 
 // Writes the message from field Index on.
 template <class Message, std::size_t Index>
-[[gnu::always_inline]] inline Written write_pieces_from(const Message& message, Written so_far, Target target) {
+[[gnu::always_inline]] inline Written write_pieces_from(const Message& message, Written so_far, Target& target) {
     if constexpr (Index == field_count<Message>) {
         return so_far;
     } else if constexpr (kind_of<Message, Index> == Kind::list) {
@@ -124,20 +124,25 @@ template <class Message, std::size_t Index>
         constexpr std::size_t end = end_of_plain_fields<Message, Index>();
         constexpr std::uint64_t longest = longest_numbers<Message, Index, end>();
         if constexpr (longest != 0) {
+            constexpr bool few = end - Index == field_count<Message> && longest <= 64;
+            const std::uint64_t presence = load_presence(message);
             // Numbers that fit at their longest need no measuring.
-            if (static_cast<std::uint64_t>(target.end - so_far.at) >= longest) {
-                constexpr bool few = end - Index == field_count<Message> && longest <= 64;
-                const std::uint64_t presence = load_presence(message);
-                so_far.at = few ? write_few_numbers<Message, Index, end>(message, presence, so_far.at)
-                                : write_run<Message, Index, end>(message, presence, so_far.at, so_far.at);
-                return write_pieces_from<Message, end>(message, so_far, target);
+            if (static_cast<std::uint64_t>(target.end - so_far.at) < longest &&
+                !fits({measure_numbers<Message, Index, end>(message, presence), 0}, so_far.at, target)) {
+                return does_not_fit;
             }
+            if constexpr (few) {
+                so_far.at = write_few_numbers<Message, Index, end>(message, presence, so_far.at);
+            } else {
+                so_far.at = write_run<Message, Index, end>(message, presence, so_far.at, so_far.at);
+            }
+        } else {
+            Sizes<Message> sizes;
+            const Measured measured = measure<Message, Index, end>(message, sizes, target.flags);
+            if (!fits(measured, so_far.at, target)) return does_not_fit;
+            target.measured_end = so_far.at + measured.size;
+            so_far = write<Message, Index, end>(message, sizes, so_far, target);
         }
-        Sizes<Message> sizes;
-        const Measured measured = measure<Message, Index, end>(message, sizes, target.flags);
-        if (!fits(measured, so_far.at, target)) return does_not_fit;
-        target.measured_end = so_far.at + measured.size;
-        so_far = write<Message, Index, end>(message, sizes, so_far, target);
         return write_pieces_from<Message, end>(message, so_far, target);
     }
 }
@@ -145,7 +150,7 @@ template <class Message, std::size_t Index>
 // Writes a Message from the start of the target on. Returns a null position if it does not fit; what was written by
 // then is the beginning of its encoding.
 template <class Message>
-Written write_pieces(const void* message, const Target& target) {
+Written write_pieces(const void* message, Target& target) {
     return write_pieces_from<Message, 0>(*static_cast<const Message*>(message), {target.begin, 0}, target);
 }
 

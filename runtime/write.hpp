@@ -6,11 +6,11 @@
 
 namespace vesk {
 
-// Where messages go: what does not change while they are written.
+// Where messages go.
 struct Target {
     std::uint8_t* begin;
     std::uint8_t* end;  // of the caller's buffer
-    // Up to here all bytes will be written; numbers may be stored less tidily before it.
+    // Up to here all bytes will be written; numbers may be stored less tidily before it. It moves from piece to piece.
     const std::uint8_t* measured_end;
     std::uint32_t flags;
 };
