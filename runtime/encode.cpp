@@ -54,10 +54,12 @@ std::uint32_t count_segments(Written written, const std::uint8_t* begin) {
     return static_cast<std::uint32_t>(written.segments + (written.at != begin));
 }
 
-// The buffer of an output; a length that passes the end of the address space ends there.
+// The buffer of an output. A length that no buffer can have ends where the address space does.
 Target target_of(const Output& output) {
     std::uint8_t* const begin = output.buffer.data;
-    const std::uint64_t most = ~static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(begin));
+    const std::uint64_t behind = ~reinterpret_cast<std::uintptr_t>(begin);
+    const std::uint64_t longest = PTRDIFF_MAX;
+    const std::uint64_t most = behind < longest ? behind : longest;
     return {begin, begin + (output.buffer.length < most ? output.buffer.length : most), begin, output.flags};
 }
 
