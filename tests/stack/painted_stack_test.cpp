@@ -7,7 +7,7 @@
 #include <map>
 #include <sstream>
 
-#include "tests/trust/full_message.hpp"
+#include "tests/support/full_message.hpp"
 
 namespace vesk::test {
 namespace {

@@ -6,9 +6,10 @@
 #include <functional>
 #include <set>
 
+#include "tests/support/first_difference.hpp"
+#include "tests/support/full_message.hpp"
 #include "tests/support/interpreter.hpp"
-#include "tests/trust/first_difference.hpp"
-#include "tests/trust/full_message.hpp"
+#include "tests/trust/sanitized.hpp"
 
 namespace vesk::test {
 namespace {
@@ -79,7 +80,8 @@ void try_every_refusal(const Operation& operation, const std::function<void(cons
 
     const Seen whole = run_both(operation, [](Ledger&) {});
     ASSERT_EQ(whole.code, VESK_OK) << operation.type.name;
-    for (std::uint64_t n = 1; n <= whole.requests.size(); ++n) {
+    for (const std::uint64_t n : numbers_to(whole.requests.size())) {
+        if (n == 0) continue;  // requests are counted from 1
         const std::string request = "request " + std::to_string(n);
         if (!attempt(request, [&](Ledger& ledger) { ledger.fail_request(n); })) return;
         if (!attempt(request + " and later", [&](Ledger& ledger) { ledger.fail_from_request(n); })) return;

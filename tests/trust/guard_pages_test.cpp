@@ -5,10 +5,11 @@
 #include <algorithm>
 
 #include "tests/support/arena.hpp"
+#include "tests/support/first_difference.hpp"
+#include "tests/support/full_message.hpp"
 #include "tests/support/interpreter.hpp"
-#include "tests/trust/first_difference.hpp"
-#include "tests/trust/full_message.hpp"
 #include "tests/trust/guarded_memory.hpp"
+#include "tests/trust/sanitized.hpp"
 
 namespace vesk::test {
 namespace {
@@ -61,7 +62,7 @@ TEST(guard_pages, decode_of_every_prefix_stays_inside_the_input) {
         const Bytes whole = full_encoding(*type);
         const GuardedMemory input(whole.size());
         GuardedDecoder decoder(*type);
-        for (std::size_t length = 0; length <= whole.size(); ++length) {
+        for (const std::size_t length : numbers_to(whole.size())) {
             SCOPED_TRACE(type->name + ", first " + std::to_string(length) + " of " + std::to_string(whole.size()) +
                          " bytes");
             decoder.decode_elsewhere(whole.data(), length);
@@ -122,7 +123,7 @@ TEST(guard_pages, encode_into_every_length_stays_inside_the_buffer) {
         const GuardedMemory memory(whole.size() + 1);
         Bytes expected(whole.size() + 1, untouched);
         std::size_t stored = 0;
-        for (std::size_t room = 0; room <= whole.size() + 1; ++room) {
+        for (const std::size_t room : numbers_to(whole.size() + 1)) {
             for (; stored < whole.size() && room_needed[stored] <= room; ++stored) expected[stored] = whole[stored];
             const auto expect_same = [&](const char* place, std::uint8_t* buffer) {
                 announce_attempt(place, type->name, room);

@@ -11,8 +11,8 @@
 #include <atomic>
 #include <thread>
 
-#include "tests/trust/first_difference.hpp"
-#include "tests/trust/full_message.hpp"
+#include "tests/support/first_difference.hpp"
+#include "tests/support/full_message.hpp"
 
 namespace vesk::test {
 namespace {

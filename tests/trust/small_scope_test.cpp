@@ -6,20 +6,14 @@
 #include <cstdlib>
 
 #include "tests/support/arena.hpp"
+#include "tests/support/first_difference.hpp"
 #include "tests/support/interpreter.hpp"
-#include "tests/trust/first_difference.hpp"
+#include "tests/trust/sanitized.hpp"
 
 namespace vesk::test {
 namespace {
 
-// A sanitizer makes decodes ten times slower. There every 61st input of two bytes is tried, and those of one byte all.
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool sanitized = true;
-#elif defined(__has_feature)
-constexpr bool sanitized = __has_feature(address_sanitizer);
-#else
-constexpr bool sanitized = false;
-#endif
+// Under a sanitizer every 61st input of the longest ones is tried.
 constexpr std::uint32_t stride_of_longest = sanitized ? 61 : 1;
 
 std::uint32_t longest_input() {

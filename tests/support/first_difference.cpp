@@ -1,4 +1,4 @@
-#include "tests/trust/first_difference.hpp"
+#include "tests/support/first_difference.hpp"
 
 #include <algorithm>
 

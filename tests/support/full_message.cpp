@@ -1,4 +1,4 @@
-#include "tests/trust/full_message.hpp"
+#include "tests/support/full_message.hpp"
 
 namespace vesk::test {
 namespace {
