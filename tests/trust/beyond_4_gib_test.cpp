@@ -283,19 +283,22 @@ TEST_F(beyond_4_gib, list_whose_array_is_larger_is_read_copied_and_written) {
     constexpr std::uint32_t count = two_to_32 / sizeof(vesk_idprom_data) + 2;
     constexpr std::uint64_t array_size = std::uint64_t{count} * sizeof(vesk_idprom_data);
     static_assert(array_size > two_to_32);
-    const Bytes element = message_field(7, {});
-    Bytes input;
-    for (std::uint32_t i = 0; i < count; ++i) input.insert(input.end(), element.begin(), element.end());
+    Bytes empty_elements(2 * (count - std::size_t{1}), 0);
+    for (std::size_t i = 0; i < empty_elements.size(); i += 2) empty_elements[i] = tag(7, length_type).front();
+    const Bytes last_element = message_field(7, message_field(1, number_field(4, 7)));  // f4 of its entity_common
+    const Bytes input = message(empty_elements, last_element);
 
     VastBlocks blocks;
     vesk_resp_inv_data response, copy{};
     ASSERT_EQ(vesk_resp_inv_data_decode_ext(&response, input.data(), input.size(), VastBlocks::alloc, &blocks, 0),
               VESK_OK);
-    EXPECT_EQ(response.idprom_list_count, count);
-    EXPECT_TRUE(blocks.given.front().holds_only(0, 0));
+    ASSERT_EQ(response.idprom_list_count, count);
+    EXPECT_EQ(response.idprom_list[0].entity_common.f4, 0u);
+    EXPECT_EQ(response.idprom_list[count - 1].entity_common.f4, 7u);
 
     ASSERT_EQ(vesk_resp_inv_data_duplicate(&copy, &response, VastBlocks::alloc, &blocks), VESK_OK);
     EXPECT_EQ(blocks.requests, std::vector<std::uint64_t>(2, array_size));
+    EXPECT_EQ(copy.idprom_list[count - 1].entity_common.f4, 7u);
     Bytes output(input.size());
     EXPECT_EQ(vesk_resp_inv_data_encode_ext(&copy, output.data(), output.size(), nullptr, nullptr, 0), input.size());
     EXPECT_TRUE(output == input);
