@@ -200,8 +200,8 @@ double seconds_per_byte(const TypeInfo& type, const Bytes& input, Arena& arena) 
     return quickest / static_cast<double>(input.size());
 }
 
-// 16 times the length takes 16 times as long, and some more for memory that the nearest cache holds no longer. Time that
-// grew with the square of the length would be 16 times that.
+// 16 times the length takes 16 times as long, and some more for memory that the nearest cache holds no longer. Time
+// that grew with the square of the length would be 16 times that.
 TEST(any_input, takes_time_in_proportion_to_its_length) {
     Arena arena(16 << 20);
     for (const Shape& shape : shapes) {

@@ -8,6 +8,7 @@ import re
 import subprocess
 import sys
 import tempfile
+import textwrap
 import unittest
 
 STACK_TABLE, COMPILER = sys.argv[1:]
@@ -44,7 +45,7 @@ class StackTable(unittest.TestCase):
 
     def check(self, body, helpers="", rows=None, mode="compare"):
         """Status and output of a check of a library with these helpers, whose encode has this body."""
-        self.write("small.cpp", LIBRARY % (helpers, body))
+        self.write("small.cpp", LIBRARY % (textwrap.dedent(helpers), body))
         self.write("small.symbols", "".join(f"vesk_small_{each}\n"
                                             for each in ("encode_ext", "decode_ext", "duplicate", "free_ext")))
         rows = rows if rows is not None else [f"| `vesk_small` | {PLENTY} | {PLENTY} | {PLENTY} | {PLENTY} |"]
@@ -54,8 +55,8 @@ class StackTable(unittest.TestCase):
         subprocess.run([COMPILER, *flags, "-fcallgraph-info=su", "-c", "small.cpp", "-o", "small.cpp.o"],
                        cwd=self.folder, check=True)
         subprocess.run([COMPILER, "-shared", "small.cpp.o", "-o", "small.so"], cwd=self.folder, check=True)
-        done = subprocess.run([sys.executable, STACK_TABLE, mode, "stack.md", "small.symbols", "--", "small.so",
-                               "small.cpp.o"], cwd=self.folder, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+        done = subprocess.run([sys.executable, STACK_TABLE, mode, "stack.md", "small.cpp", "--", "small.symbols", "--",
+                               "small.so", "small.cpp.o"], cwd=self.folder, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                               text=True)
         return done.returncode, done.stdout
 
@@ -117,16 +118,35 @@ class StackTable(unittest.TestCase):
                 return bytes[n / 2];
             }""")
 
-    def test_pointer_from_nowhere(self):
-        self.expect_no_bound("comes from nowhere", "Hidden hidden{nullptr}; return use(hidden) + 1;", """
-            struct Hidden { int (*call)(int); };
-            [[gnu::noipa]] int use(const Hidden& hidden) { return hidden.call(1) + 1; }""")
+    def test_function_in_a_table_counts(self):
+        helpers = """
+            [[gnu::noipa]] int vesk_little(int n) { return n + 1; }
+            [[gnu::noipa]] int vesk_large(int n) { return fill<3000>() + n; }
+            static int (*const vesk_table[])(int) = {vesk_little, vesk_large};
+            static int (*const vesk_small_table[])(int) = {vesk_little, vesk_little};
+            [[gnu::visibility("default")]] int other(int n) { return vesk_table[n & 1](n) + 1; }"""
+        self.assertGreater(self.depth_of("return vesk_table[n & 1](n) + 1;", helpers), 3000)
+        self.assertLess(self.depth_of("return vesk_small_table[n & 1](n) + 1;", helpers), 500)
 
-    def test_functions_in_a_table(self):
-        self.expect_no_bound("in its data", "return vesk_table[n & 1](n) + 1;", """
-            [[gnu::noipa]] int vesk_first(int n) { return n + 1; }
-            [[gnu::noipa]] int vesk_second(int n) { return n + 2; }
-            static int (*const vesk_table[])(int) = {vesk_first, vesk_second};""")
+    def test_function_handed_in_a_structure_counts(self):
+        helpers = """
+            struct Inner {
+                int (*call)(int);
+            };
+            struct Outer {
+                Inner inner;
+            };
+            [[gnu::noipa]] int vesk_large(int n) { return fill<3000>() + n; }
+            static constexpr Outer vesk_outer{{vesk_large}};
+            [[gnu::noipa]] int use(const Inner& inner) { return inner.call(1) + 1; }
+            [[gnu::noipa]] int pass(const Outer& outer) { return use(outer.inner) + 1; }"""
+        self.assertGreater(self.depth_of("return pass(vesk_outer) + 1;", helpers), 3000)
+
+    def test_pointer_from_nowhere(self):
+        self.expect_no_bound("comes from nowhere", "return use(&n) + 1;", """
+            [[gnu::noipa]] int use(const void* hidden) {
+                return (*static_cast<int (*const *)(int)>(hidden))(1) + 1;
+            }""")
 
     def test_function_of_nobody(self):
         self.expect_no_bound("gcc says nothing of it", "return somebody_elses(n) + 1;",

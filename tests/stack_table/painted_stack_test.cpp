@@ -123,7 +123,7 @@ Row measure(const TypeInfo& type) {
     return used;
 }
 
-TEST(painted_stack, every_function_stays_within_the_table) {
+TEST(stack_table, every_function_stays_within_it_on_a_painted_stack) {
     const std::map<std::string, Row> table = read_table();
     for (const TypeInfo* type : all_types()) measure(*type);  // the loader's share: it binds a name at its first call
     std::size_t deepest = 0, deepest_said = 0;

@@ -1,18 +1,18 @@
 #!/usr/bin/env python3
 """The stack that each exported function needs at most: computed, and held to the table of docs/stack.md.
 
-    stack_table.py compare DOCUMENT SYMBOLS... -- LIBRARY OBJECT... [-- LIBRARY OBJECT...]
-    stack_table.py write   DOCUMENT SYMBOLS... -- LIBRARY OBJECT... [-- LIBRARY OBJECT...]
+    stack_table.py compare DOCUMENT HEADERS... -- SYMBOLS... -- LIBRARY OBJECT... [-- LIBRARY OBJECT...]
+    stack_table.py write   (the same)
 
-compare fails if a row of the table says too little, write makes the rows anew. SYMBOLS are lists of exported names, a
-LIBRARY is a linked one. Beside each of its OBJECTs stands the .ci file of gcc -fcallgraph-info=su, with the frame of each
-function, return address included, and its calls; the library says what the linker made of the calls, and which function
-takes the address of which.
+compare fails if a row of the table says too little, write makes the rows anew. HEADERS declare the structures that
+functions hand one another, SYMBOLS are lists of exported names, a LIBRARY is a linked one. Beside each of its OBJECTs
+stands the .ci file of gcc -fcallgraph-info=su, with the frame of each function, return address included, and its calls;
+the library says what the linker made of the calls, and who takes the address of which function.
 
-A call through a pointer goes to a function whose address the calling function takes, or which it was handed as an
-argument: then one whose address its caller takes, or was handed. There is no other way for a pointer to come: what would
-be one (an address in a table or variable, a pointer from nowhere) ends the computation, and so do recursion and frames
-without bound. The caller's own callbacks travel in Allocator and Releaser and are not counted.
+A call through a pointer goes to a function whose address the calling function takes, in its code or in a table that it
+uses, or to one that its caller may have handed it: in an argument that is a pointer to a function, or a structure with
+one in it. There is no other way for a pointer to come. What would be one ends the computation, and so do recursion and
+frames without bound. The program's own callbacks are not counted.
 """
 
 import functools
@@ -52,12 +52,39 @@ class Function:
         self.takes = set()  # names of the functions whose address it takes
         self.calls_pointer = False
 
-    def is_handed_functions(self):
-        return "PF" in self.name  # so a mangled name spells an argument that points to a function
 
-    def is_handed_callbacks(self):
-        is_exported = not self.name.startswith("_Z")
-        return is_exported or "9Allocator" in self.name or "8Releaser" in self.name
+class Structures:
+    """Which structures have a pointer to a function of the library in them, and which a callback of the program."""
+
+    def __init__(self, headers):
+        text = "\n".join(pathlib.Path(path).read_text(encoding="utf-8") for path in headers)
+        bodies = dict(re.findall(r"^struct (\w+)[^;{]*\{(.*?)^\};", text, re.MULTILINE | re.DOTALL))
+        pointers = re.findall(r"^using (\w+) = [^;]*\(\*\)", text, re.MULTILINE)
+        self.with_functions = self.holders(bodies, [r"\(\*\w+\)\(", *(rf"\b{name}\b" for name in pointers)])
+        self.with_callbacks = self.holders(bodies, [r"\bvesk_alloc\b", r"\bvesk_release\b"])
+
+    @staticmethod
+    def holders(bodies, signs):
+        """The structures in which one of the signs stands, or another such structure."""
+        found = set()
+        while True:
+            more = {name for name, body in bodies.items()
+                    if any(re.search(sign, body) for sign in [*signs, *(rf"\b{name}\b" for name in found)])}
+            if more == found:
+                return found
+            found = more
+
+    def may_hand_functions(self, name):
+        """True if the types of a mangled name say that the function is handed others: PF is a pointer to one."""
+        return "PF" in name or self.mentions(name, self.with_functions)
+
+    def may_hand_callbacks(self, name):
+        is_exported = not name.startswith("_Z")
+        return is_exported or self.mentions(name, self.with_callbacks)
+
+    @staticmethod
+    def mentions(name, structures):
+        return any(f"{len(each)}{each}" in name for each in structures)
 
 
 class Library:
@@ -88,32 +115,62 @@ class Library:
 
     def read_code(self, path):
         text = output_of("objdump", "-dw", "--no-show-raw-insn", path)
-        names = dict(re.findall(r"^0*([0-9a-f]+) <([^>]+)>:$", text, re.MULTILINE))
-        refuse_functions_in_data(path, {address for address, name in names.items() if "vesk" in name})
+        starts = {int(address, 16): plain(name)
+                  for address, name in re.findall(r"^([0-9a-f]+) <([^>]+)>:$", text, re.MULTILINE)}
+        tables = Tables(path, starts)
         function = None
         for line in text.splitlines():
             start = re.match(r"[0-9a-f]+ <([^>]+)>:$", line)
-            jump = re.match(r"\s+[0-9a-f]+:\s+(?:bnd |notrack )?(call|j\w+)\s+[0-9a-f]+ <([^>+]+)", line)
-            address = re.search(r"# ([0-9a-f]+) <", line)
+            jump = re.match(r"\s+[0-9a-f]+:\s+(?:bnd |notrack )?(call|j\w+)\s+(?:[0-9a-f]+|\*\S+ +# [0-9a-f]+) <([^>+]+)",
+                            line)
+            address = re.search(r"# ([0-9a-f]+) <([^>+]+)", line)
             if start:
                 function = self.function(start[1])
             elif jump:
-                if jump[1] == "call" or plain(jump[2]) != function.name:
-                    function.calls.add(plain(jump[2]).removesuffix("@plt"))
-            elif address and address[1] in names:
-                function.takes.add(plain(names[address[1]]))
+                target = plain(jump[2]).split("@")[0]
+                if jump[1] == "call" or target != function.name:
+                    function.calls.add(target)
+            elif address:
+                function.takes |= tables.functions_at(int(address[1], 16), address[2])
 
 
-def refuse_functions_in_data(library, addresses):
-    for line in output_of("readelf", "-rW", library).splitlines():
-        own = re.search(r"_RELATIVE\s+([0-9a-f]+)$", line)
-        if (own and own[1] in addresses) or ("vesk" in line and line.startswith("0") and "_JUMP_SLOT" not in line):
-            raise Unbounded(f"{library} has the address of a function in its data: {line.strip()}")
+class Tables:
+    """The functions whose addresses stand in a library's data, by the table that they stand in."""
+
+    def __init__(self, library, starts):
+        self.starts = starts
+        self.objects = [(int(start, 16), int(start, 16) + int(size, 0), name) for start, size, name in re.findall(
+            r"^ *\d+: ([0-9a-f]+) +(\w+) OBJECT .* (\S+)$", output_of("readelf", "-sW", library), re.MULTILINE)]
+        self.slots = {}
+        for slot, kind, value in re.findall(r"^([0-9a-f]+)  [0-9a-f]+ R_\w+?_(RELATIVE|64|GLOB_DAT) +(?:[0-9a-f]{16} +)?(\S+)",
+                                            output_of("readelf", "-rW", library), re.MULTILINE):
+            self.slots[int(slot, 16)] = int(value, 16) if kind == "RELATIVE" else value.split("@")[0]
+        for slot, value in self.slots.items():
+            if "vesk" in self.starts.get(value, "") and not self.object_at(slot):
+                raise Unbounded(f"{library} has the address of {readable(self.starts[value])} in data without a name")
+
+    def object_at(self, address):
+        return next((each for each in self.objects if each[0] <= address < each[1]), None)
+
+    def functions_at(self, address, name):
+        """The functions that the use of an address gives: the one there, or those of the table there."""
+        if address in self.starts:
+            return {self.starts[address]}
+        if isinstance(self.slots.get(address), str):
+            return {self.slots[address]}  # another library's function, through the table of such addresses
+        table = self.object_at(address)
+        found = set()
+        for slot in self.slots:
+            if table and table[0] <= slot < table[1] and self.slots[slot] != address:
+                value = self.slots[slot]
+                found |= {value} if isinstance(value, str) else self.functions_at(value, name)
+        return found
 
 
 class Program:
-    def __init__(self, libraries):
+    def __init__(self, libraries, structures):
         self.libraries = libraries
+        self.structures = structures
         self.descend = functools.lru_cache(maxsize=None)(self.descend)
         self.open = []
 
@@ -135,8 +192,8 @@ class Program:
         library, function = place
         if (place, handed) in self.open:
             raise Unbounded("recursion: " + ", ".join(readable(each.name) for (_, each), _ in self.open))
-        known = frozenset(function.takes) | (handed if function.is_handed_functions() else frozenset())
-        if function.calls_pointer and not known and not function.is_handed_callbacks():
+        known = frozenset(function.takes) | (handed if self.structures.may_hand_functions(function.name) else frozenset())
+        if function.calls_pointer and not known and not self.structures.may_hand_callbacks(function.name):
             raise Unbounded(f"{readable(function.name)} calls through a pointer that comes from nowhere")
         called = function.calls - NOT_COUNTED | (known if function.calls_pointer else set())
         self.open.append((place, handed))
@@ -189,9 +246,10 @@ def split_at_dashes(words):
 def main():
     mode, document, *rest = sys.argv[1:]
     document = pathlib.Path(document)
-    symbols, *libraries = split_at_dashes(rest)
+    headers, symbols, *libraries = split_at_dashes(rest)
     try:
-        computed = compute(symbols, Program([Library(path, objects) for path, *objects in libraries]))
+        program = Program([Library(path, objects) for path, *objects in libraries], Structures(headers))
+        computed = compute(symbols, program)
     except Unbounded as fault:
         sys.exit(f"no bound: {fault}")
     if mode == "write":
