@@ -58,7 +58,9 @@ class Structures:
 
     def __init__(self, headers):
         text = "\n".join(pathlib.Path(path).read_text(encoding="utf-8") for path in headers)
-        bodies = dict(re.findall(r"^struct (\w+)[^;{]*\{(.*?)^\};", text, re.MULTILINE | re.DOTALL))
+        # On one line or, in the form that is enforced, closed at the start of a later one.
+        bodies = dict(re.findall(r"^struct (\w+)[^;{]*\{((?:[^\n]*(?=\};$))|(?:\n.*?(?=^\};$)))", text,
+                                 re.MULTILINE | re.DOTALL))
         pointers = re.findall(r"^using (\w+) = [^;]*\(\*\)", text, re.MULTILINE)
         self.with_functions = self.holders(bodies, [r"\(\*\w+\)\(", *(rf"\b{name}\b" for name in pointers)])
         self.with_callbacks = self.holders(bodies, [r"\bvesk_alloc\b", r"\bvesk_release\b"])

@@ -130,6 +130,7 @@ class StackTable(unittest.TestCase):
 
     def test_function_handed_in_a_structure_counts(self):
         helpers = """
+            struct Empty {};
             struct Inner {
                 int (*call)(int);
             };
