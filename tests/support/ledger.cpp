@@ -17,13 +17,35 @@ bool is_guard(const std::uint8_t* guard) {
 
 }  // namespace
 
-Ledger::~Ledger() { EXPECT_EQ(blocks_.size(), 0u) << "blocks that were never released"; }
+Ledger::~Ledger() {
+    EXPECT_EQ(blocks_.size(), 0u) << "blocks that were never released";
+    forget();
+}
+
+void Ledger::forget() {
+    for (const auto& [address, block] : blocks_) expect_whole_guards(block);
+    blocks_.clear();
+}
+
+void Ledger::expect_whole_guards(const Block& block) {
+    EXPECT_TRUE(is_guard(block.memory.get())) << "written before a block of " << block.size << " bytes";
+    EXPECT_TRUE(is_guard(block.memory.get() + guard_size + block.size))
+        << "written past a block of " << block.size << " bytes";
+}
+
+bool Ledger::refuses(std::uint64_t size) const {
+    return requests_made_ >= failing_from_ || failing_.count(requests_made_) != 0 || size < smallest_ ||
+           size > largest_;
+}
 
 void* Ledger::alloc(std::uint64_t size, void* context) {
     Ledger& ledger = *static_cast<Ledger*>(context);
     ++ledger.requests_made_;
     ledger.history_.push_back({Request::What::alloc, size});
-    if (ledger.fail_all_ || ledger.failing_.count(ledger.requests_made_) != 0) return nullptr;
+    if (ledger.refuses(size)) {
+        ++ledger.requests_refused_;
+        return nullptr;
+    }
     auto memory = std::make_unique<std::uint8_t[]>(size + 2 * guard_size);
     std::uint8_t* block = memory.get() + guard_size;
     std::fill_n(memory.get(), guard_size, guard_byte);
@@ -42,9 +64,7 @@ void Ledger::release(void* block, void* context) {
     }
     const Block& known = found->second;
     ledger.history_.push_back({Request::What::release, known.size});
-    EXPECT_TRUE(is_guard(known.memory.get())) << "written before a block of " << known.size << " bytes";
-    EXPECT_TRUE(is_guard(known.memory.get() + guard_size + known.size))
-        << "written past a block of " << known.size << " bytes";
+    expect_whole_guards(known);
     ledger.blocks_.erase(found);
 }
 

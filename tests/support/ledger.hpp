@@ -19,8 +19,8 @@ struct Request {
 };
 
 // New blocks are filled with 0xA5 and stand between guard bytes. A release of a block that the ledger did not give, a
-// block given back twice, and a damaged guard fail the test at once. So does a block that is still out when the ledger
-// is destroyed, unless the test says forget().
+// block given back twice, and a damaged guard fail the test when the block comes back, or when the ledger takes it back
+// itself. So does a block that is still out when the ledger is destroyed, unless the test says forget().
 class Ledger {
 public:
     static constexpr std::uint8_t fill = 0xA5;
@@ -36,20 +36,28 @@ public:
 
     // The n-th request from now, counted from 1, gets null; only that one.
     void fail_request(std::uint64_t n) { failing_.insert(requests_made_ + n); }
-    void fail_from_now_on() { fail_all_ = true; }
+    // The n-th request from now and all behind it get null.
+    void fail_from_request(std::uint64_t n) { failing_from_ = requests_made_ + n; }
+    void fail_from_now_on() { fail_from_request(1); }
+    // A memory without large blocks, and one that has no use for empty ones.
+    void refuse_above(std::uint64_t size) { largest_ = size; }
+    void refuse_empty() { smallest_ = 1; }
     void fail_never() {
-        fail_all_ = false;
         failing_.clear();
+        failing_from_ = never;
+        smallest_ = 0;
+        largest_ = no_limit;
     }
 
     std::uint64_t requests_made() const { return requests_made_; }
+    std::uint64_t requests_refused() const { return requests_refused_; }
     std::size_t blocks_out() const { return blocks_.size(); }
     bool owns(const void* block) const { return blocks_.count(const_cast<void*>(block)) != 0; }
     const std::vector<Request>& history() const { return history_; }
     void clear_history() { history_.clear(); }
 
     // Takes back every block by itself: for blocks that the contract gives up for lost.
-    void forget() { blocks_.clear(); }
+    void forget();
 
 private:
     struct Block {
@@ -57,10 +65,19 @@ private:
         std::uint64_t size;
     };
 
+    static constexpr std::uint64_t never = ~std::uint64_t{0};
+    static constexpr std::uint64_t no_limit = ~std::uint64_t{0};
+
+    static void expect_whole_guards(const Block& block);
+    bool refuses(std::uint64_t size) const;
+
     std::map<void*, Block> blocks_;
     std::set<std::uint64_t> failing_;
+    std::uint64_t failing_from_ = never;
+    std::uint64_t smallest_ = 0;
+    std::uint64_t largest_ = no_limit;
     std::uint64_t requests_made_ = 0;
-    bool fail_all_ = false;
+    std::uint64_t requests_refused_ = 0;
     std::vector<Request> history_;
 };
 
