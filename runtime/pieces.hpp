@@ -15,15 +15,14 @@ inline bool fits(Measured piece, const std::uint8_t* at, const Target& target) {
 inline constexpr Written does_not_fit{nullptr, 0};
 
 template <std::uint32_t Tag, class Element>
-inline Written write_small_elements(const Element* element, std::uint32_t count, Written so_far, Target& target) {
+inline Written write_small_elements(const Element* element, std::uint32_t count, Written so_far, const Target& target) {
     constexpr std::uint64_t longest = varint_size(Tag) + 1 + longest_numbers<Element, 0, field_count<Element>>();
     for (; count != 0; --count, ++element) {
         if (static_cast<std::uint64_t>(target.end - so_far.at) < longest &&
             !fits(measure_element(*element, varint_size(Tag), target.flags), so_far.at, target)) {
             return does_not_fit;
         }
-        target.measured_end = so_far.at;
-        so_far = write_small<Tag>(*element, true, so_far, target);
+        so_far = write_small<Tag>(*element, true, so_far, so_far.at);
     }
     return so_far;
 }
@@ -72,7 +71,7 @@ inline Written write_elements(const Element* element, std::uint32_t count, Writt
         target.measured_end = end;
         if (count > 1) {
             if (!measure_ahead<Tag>(element[1], end, target, measured[current ^ 1])) return does_not_fit;
-            target.measured_end = measured[current ^ 1].end;
+            if constexpr (!has_imported<Element>()) target.measured_end = measured[current ^ 1].end;
         }
         so_far.at = put_length(put_tag<Tag>(so_far.at), size);
         if (size != 0) {

@@ -235,6 +235,20 @@ constexpr bool is_plain() {
     }
 }
 
+// True if a field of the message from Index on is imported or has something imported in it.
+template <class Message, std::size_t Index = 0>
+constexpr bool has_imported() {
+    if constexpr (is_imported<Message>) {
+        return true;
+    } else if constexpr (Index == field_count<Message>) {
+        return false;
+    } else if constexpr (kind_of<Message, Index> == Kind::message || kind_of<Message, Index> == Kind::list) {
+        return has_imported<NestedOf<Message, Index>>() || has_imported<Message, Index + 1>();
+    } else {
+        return has_imported<Message, Index + 1>();
+    }
+}
+
 // ---- Presence bits -------------------------------------------------------------------------------------------------
 
 constexpr std::uint8_t presence_mask(std::size_t index) { return static_cast<std::uint8_t>(1u << index % 8); }

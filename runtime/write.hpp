@@ -10,10 +10,16 @@ namespace vesk {
 struct Target {
     std::uint8_t* begin;
     std::uint8_t* end;  // of the caller's buffer
-    // Up to here all bytes will be written; numbers may be stored less tidily before it. It moves from piece to piece.
+    // Up to here this library will write all bytes; numbers may be stored less tidily before it. It moves from piece to
+    // piece. It does not lie behind an imported message that is still to be written: what bytes such a one leaves out
+    // is its own affair.
     const std::uint8_t* measured_end;
     std::uint32_t flags;
 };
+
+inline Target ending_at(const std::uint8_t* measured_end, const Target& target) {
+    return {target.begin, target.end, measured_end, target.flags};
+}
 
 // How far the writing has come, and how many segments a list of them would need so far: one for each message that is
 // not empty, and what imported functions count.
@@ -82,13 +88,13 @@ inline std::uint8_t* write_run(const Message& message, std::uint64_t presence, s
 
 // A small message with its tag: its length takes one byte, which is filled in last.
 template <std::uint32_t Tag, class Nested>
-inline Written write_small(const Nested& nested, bool present, Written so_far, const Target& target) {
+inline Written write_small(const Nested& nested, bool present, Written so_far, const std::uint8_t* measured_end) {
     const std::uint64_t presence = load_presence(nested);
     const bool empty = (presence & presence_bits<0, field_count<Nested>>) == 0;
     if (empty && !present) return so_far;
     std::uint8_t* const body = put_tag<Tag>(so_far.at) + 1;
     std::uint8_t* end = body;
-    if (!empty) end = write_run<Nested, 0, field_count<Nested>>(nested, presence, body, target.measured_end);
+    if (!empty) end = write_run<Nested, 0, field_count<Nested>>(nested, presence, body, measured_end);
     body[-1] = static_cast<std::uint8_t>(end - body);
     return {end, so_far.segments + !empty};
 }
@@ -96,7 +102,7 @@ inline Written write_small(const Nested& nested, bool present, Written so_far, c
 template <std::uint32_t Tag, class Element>
 inline Written write_element(const Element& element, Written so_far, const Target& target) {
     if constexpr (is_small<Element>()) {
-        return write_small<Tag>(element, true, so_far, target);
+        return write_small<Tag>(element, true, so_far, so_far.at);
     } else {
         so_far.at = put_tag<Tag>(so_far.at);
         if constexpr (is_imported<Element>) {
@@ -107,8 +113,9 @@ inline Written write_element(const Element& element, Written so_far, const Targe
             Sizes<Element> sizes;
             const std::uint64_t size = measure(element, sizes, target.flags).size;
             so_far.at = put_length(so_far.at, size);
-            so_far.segments += size != 0;
-            return size != 0 ? write(element, sizes, so_far, target) : so_far;
+            if (size == 0) return so_far;
+            ++so_far.segments;
+            return write(element, sizes, so_far, ending_at(so_far.at + size, target));
         }
     }
 }
@@ -122,8 +129,10 @@ template <class Message, std::size_t Index>
     const bool present = has_bit<Index>(presence);
     if constexpr (kind == Kind::message) {
         using Nested = NestedOf<Message, Index>;
+        constexpr bool imported_ahead = has_imported<Message, Index + 1>();
         if constexpr (is_small<Nested>()) {
-            return write_small<tag>(message.*field.member, present, so_far, target);
+            return write_small<tag>(message.*field.member, present, so_far,
+                                    imported_ahead ? so_far.at : target.measured_end);
         } else if constexpr (is_imported<Nested>) {
             const std::uint64_t size = get_slot<Index>(sizes);
             if (size == 0 && !present) return so_far;
@@ -133,8 +142,13 @@ template <class Message, std::size_t Index>
             const NestedSizes<Nested>& note = get_slot<Index>(sizes);
             if (note.size == 0 && !present) return so_far;
             so_far.at = put_length(put_tag<tag>(so_far.at), note.size);
-            so_far.segments += note.size != 0;
-            return note.size != 0 ? write(message.*field.member, note.inner, so_far, target) : so_far;
+            if (note.size == 0) return so_far;
+            ++so_far.segments;
+            if constexpr (imported_ahead) {
+                return write(message.*field.member, note.inner, so_far, ending_at(so_far.at + note.size, target));
+            } else {
+                return write(message.*field.member, note.inner, so_far, target);
+            }
         }
     } else if constexpr (kind == Kind::list) {
         if (!present) return so_far;
@@ -165,7 +179,8 @@ template <class Message, std::size_t First, std::size_t Last>
     } else if constexpr (is_number<Message, First>) {
         constexpr std::size_t end = end_of_numbers<Message, First>();
         if ((presence & presence_bits<First, end>) != 0) {
-            so_far.at = write_run<Message, First, end>(message, presence, so_far.at, target.measured_end);
+            so_far.at = write_run<Message, First, end>(message, presence, so_far.at,
+                                                       has_imported<Message, end>() ? so_far.at : target.measured_end);
         }
         return write_fields<Message, end, Last>(message, presence, sizes, so_far, target);
     } else {

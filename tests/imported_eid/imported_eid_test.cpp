@@ -54,23 +54,22 @@ TEST(imported_eid, functions_of_the_program_itself_are_called) {
 
 // ---- Encoding ------------------------------------------------------------------------------------------------------
 
-// The writing calls among `calls`. Each must have been measured since the last write, and each measuring call must have
-// had nothing but the identifier and the flags.
+// The writing calls among `calls`. Each must have been measured before, and each measuring call must have had nothing
+// but the identifier and the flags.
 Calls writes_of(const Calls& calls, std::uint32_t flags = 0) {
     Calls writes;
-    std::vector<const void*> measured_since;
+    std::vector<const void*> measured;
     for (const eid_call& call : calls) {
         EXPECT_EQ(call.flags, flags);
         if (call.function == EID_MEASURE) {
             EXPECT_EQ(call.buffer, nullptr);
             EXPECT_EQ(call.length, 0u);
             EXPECT_EQ(call.segments, nullptr);
-            measured_since.push_back(call.message);
+            measured.push_back(call.message);
         } else {
             EXPECT_EQ(call.function, EID_WRITE);
-            EXPECT_NE(std::find(measured_since.begin(), measured_since.end(), call.message), measured_since.end())
+            EXPECT_NE(std::find(measured.begin(), measured.end(), call.message), measured.end())
                 << "written without being measured";
-            measured_since.clear();
             writes.push_back(call);
         }
     }
