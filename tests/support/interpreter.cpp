@@ -3,48 +3,10 @@
 #include <vesk/drin_eid.h>
 
 #include <cstring>
-#include <fstream>
-#include <map>
 #include <optional>
-#include <sstream>
-#include <stdexcept>
-
-#include "tests/support/table.hpp"
 
 namespace vesk::test::interpreter {
 namespace {
-
-// ---- The table ----
-
-TableKind kind_of(const std::string& word) {
-    static const std::map<std::string, TableKind> kinds = {
-        {"uint32", TableKind::uint32}, {"uint64", TableKind::uint64}, {"bool", TableKind::boolean},
-        {"string", TableKind::string}, {"bytes", TableKind::bytes},   {"message", TableKind::message},
-        {"list", TableKind::list}};
-    return kinds.at(word);
-}
-
-std::map<std::string, TableType> read_types() {
-    std::ifstream file(VESK_TEST_SOURCE_DIR "/tests/fields.txt");
-    if (!file) throw std::runtime_error("tests/fields.txt cannot be opened");
-    std::ostringstream text;
-    text << file.rdbuf();
-    const Table table = parse_table(text.str());
-    std::map<std::string, TableType> types;  // its entries stay where they are
-    for (const Type& type : table.types) {
-        const Layout layout = layout_of(table, type);
-        TableType& entry = types[type.name];
-        entry = {type.name, {}, layout.presence_offset, type.presence_bytes, layout.whole.size};
-        for (std::size_t i = 0; i < type.rows.size(); ++i) {
-            const Row& row = type.rows[i];
-            const bool has_entry = !row.nested.empty() && row.nested != entity_identifier().name;
-            const TableType* nested = has_entry ? &types[row.nested] : nullptr;
-            entry.fields.push_back(
-                {row.number, kind_of(row.kind), row.bit, nested, layout.offsets[i], layout.second_offsets[i]});
-        }
-    }
-    return types;
-}
 
 // ---- Raw memory ----
 
@@ -182,7 +144,10 @@ private:
         put_varint(value);
     }
 
-    bool has_room_for(std::uint64_t size) const { return position_ + size >= position_ && position_ + size <= length_; }
+    bool has_room_for(std::uint64_t size) const {
+        std::uint64_t end;
+        return !__builtin_add_overflow(position_, size, &end) && end <= length_;
+    }
 
     void put_string(const TableField& field, const char* string) {
         if (string == nullptr) return;
@@ -197,9 +162,10 @@ private:
         put_tag(field, 2);
         put_length(size);
         if ((flags_ & 1) == 0) {
-            if (position_ + size <= position_) return;
+            std::uint64_t end;
+            if (size == 0 || __builtin_add_overflow(position_, size, &end)) return;
             if (has_room_for(size)) std::memcpy(buffer_ + position_, data, size);
-            position_ += size;
+            position_ = end;
         } else if (segment_count_ != nullptr && size != 0) {
             close_run();
             add_segment(data, size);
@@ -285,7 +251,7 @@ private:
         for (unsigned group = 0;; ++group) {
             if (at >= length_) return false;
             const std::uint64_t byte = buffer_[at++];
-            if (group < groups) result |= byte % 128 << (7 * group);
+            if (group < groups) result |= byte % (group == 9 ? 2 : 128) << (7 * group);  // 64 bits end in the tenth
             if (byte < 128) break;
         }
         *value = groups == 5 ? result % (std::uint64_t{1} << 32) : result;
@@ -499,11 +465,6 @@ private:
 };
 
 }  // namespace
-
-const TableType& find_type(const std::string& name) {
-    static const std::map<std::string, TableType> types = read_types();
-    return types.at(name);
-}
 
 std::uint64_t encode(const TableType& type, const void* message, void* buffer, std::uint64_t length,
                      vesk_segment* segments, std::uint32_t* segment_count, std::uint32_t flags) {
