@@ -19,6 +19,9 @@ function(vesk_set_core_options target)
         -fno-plt  # the imported functions are called often, and bound when the library is loaded
         -fno-align-functions  # padding made a tenth of the code and bought no time
         $<$<CXX_COMPILER_ID:GNU>:-fno-align-jumps -fno-align-loops -fno-align-labels>)
+    if(VESK_SANITIZE)
+        target_compile_options(${target} PRIVATE -fsanitize=${VESK_SANITIZE})
+    endif()
 endfunction()
 
 # A shared library of generated units. It exports the functions in the units' .symbols files and nothing else, under
@@ -48,7 +51,7 @@ function(vesk_add_library target)
     # As needed: CMake adds the C++ library to what C++ objects are linked with, also by a C linker.
     target_link_options(${target} PRIVATE -Wl,--as-needed -Wl,--version-script=${version_script} -Wl,-z,text)
     set_target_properties(${target} PROPERTIES LINK_DEPENDS ${version_script})
-    if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")  # a sanitizer's functions come from the program
+    if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize" AND NOT VESK_SANITIZE)  # a sanitizer's functions come from the program
         target_link_options(${target} PRIVATE -Wl,--no-undefined)
     endif()
     target_sources(${target} PRIVATE $<TARGET_OBJECTS:vesk_runtime>)

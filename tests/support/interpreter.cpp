@@ -3,38 +3,10 @@
 #include <vesk/drin_eid.h>
 
 #include <cstring>
-#include <fstream>
-#include <map>
 #include <optional>
-#include <sstream>
-#include <stdexcept>
-
-#include "tests/support/table.hpp"
 
 namespace vesk::test::interpreter {
 namespace {
-
-// ---- The table ----
-
-std::map<std::string, TableType> read_types() {
-    std::ifstream file(VESK_TEST_SOURCE_DIR "/tests/fields.txt");
-    if (!file) throw std::runtime_error("tests/fields.txt cannot be opened");
-    std::ostringstream text;
-    text << file.rdbuf();
-    const Table table = parse_table(text.str());
-    std::map<std::string, TableType> types;
-    for (const Type& type : table.types) {
-        const Layout layout = layout_of(table, type);
-        TableType& entry = types[type.name];
-        entry = {type.name, {}, layout.presence_offset, type.presence_bytes, layout.whole.size};
-        for (std::size_t i = 0; i < type.rows.size(); ++i) {
-            const Row& row = type.rows[i];
-            entry.fields.push_back(
-                {row.number, row.kind, row.bit, row.nested, layout.offsets[i], layout.second_offsets[i]});
-        }
-    }
-    return types;
-}
 
 // ---- Raw memory ----
 
@@ -64,47 +36,43 @@ void set_bit(const TableType& type, const TableField& field, void* message, bool
     store(message, offset, static_cast<std::uint8_t>(value ? byte | mask : byte & ~mask));
 }
 
-bool is_eid(const std::string& nested) { return nested == "drin_eid_st"; }
+std::size_t size_of(const TableType* nested) { return nested == nullptr ? sizeof(vesk_drin_eid_st) : nested->size; }
 
-std::size_t size_of(const std::string& nested) {
-    return is_eid(nested) ? sizeof(vesk_drin_eid_st) : find_type(nested).size;
-}
+// ---- The four operations of a nested type; null stands for the entity identifier ----
 
-// ---- The four operations of a nested type, which may be the entity identifier ----
-
-std::uint64_t encode_nested(const std::string& nested, const void* message, void* buffer, std::uint64_t length,
+std::uint64_t encode_nested(const TableType* nested, const void* message, void* buffer, std::uint64_t length,
                             vesk_segment* segments, std::uint32_t* segment_count, std::uint32_t flags) {
-    if (is_eid(nested)) {
+    if (nested == nullptr) {
         return vesk_drin_eid_st_encode_ext(static_cast<const vesk_drin_eid_st*>(message), buffer, length, segments,
                                            segment_count, flags);
     }
-    return encode(find_type(nested), message, buffer, length, segments, segment_count, flags);
+    return encode(*nested, message, buffer, length, segments, segment_count, flags);
 }
 
-std::int32_t decode_nested(const std::string& nested, void* message, const void* buffer, std::uint64_t length,
+std::int32_t decode_nested(const TableType* nested, void* message, const void* buffer, std::uint64_t length,
                            vesk_alloc alloc, void* context, std::uint32_t flags) {
-    if (is_eid(nested)) {
+    if (nested == nullptr) {
         return vesk_drin_eid_st_decode_ext(static_cast<vesk_drin_eid_st*>(message), buffer, length, alloc, context,
                                            flags);
     }
-    return decode(find_type(nested), message, buffer, length, alloc, context, flags);
+    return decode(*nested, message, buffer, length, alloc, context, flags);
 }
 
-std::int32_t duplicate_nested(const std::string& nested, void* destination, const void* source, vesk_alloc alloc,
+std::int32_t duplicate_nested(const TableType* nested, void* destination, const void* source, vesk_alloc alloc,
                               void* context) {
-    if (is_eid(nested)) {
+    if (nested == nullptr) {
         return vesk_drin_eid_st_duplicate(static_cast<vesk_drin_eid_st*>(destination),
                                           static_cast<const vesk_drin_eid_st*>(source), alloc, context);
     }
-    return duplicate(find_type(nested), destination, source, alloc, context);
+    return duplicate(*nested, destination, source, alloc, context);
 }
 
-void release_nested(const std::string& nested, void* message, vesk_release release_block, void* context,
+void release_nested(const TableType* nested, void* message, vesk_release release_block, void* context,
                     std::uint32_t flags) {
-    if (is_eid(nested)) {
+    if (nested == nullptr) {
         vesk_drin_eid_st_free_ext(static_cast<vesk_drin_eid_st*>(message), release_block, context, flags);
     } else {
-        release(find_type(nested), message, release_block, context, flags);
+        release(*nested, message, release_block, context, flags);
     }
 }
 
@@ -124,22 +92,22 @@ public:
 
     void put_field(const TableType& type, const TableField& field, const void* message) {
         const bool present = get_bit(type, field, message);
-        if (field.kind == "message") {
+        if (field.kind == TableKind::message) {
             const void* nested = member(message, field.offset);
             if (present || encode_nested(field.nested, nested, nullptr, 0, nullptr, nullptr, flags_) != 0) {
                 put_nested(field, nested);
             }
         } else if (!present) {
             return;
-        } else if (field.kind == "uint32") {
+        } else if (field.kind == TableKind::uint32) {
             put_number(field, load<std::uint32_t>(message, field.offset));
-        } else if (field.kind == "uint64") {
+        } else if (field.kind == TableKind::uint64) {
             put_number(field, load<std::uint64_t>(message, field.offset));
-        } else if (field.kind == "bool") {
+        } else if (field.kind == TableKind::boolean) {
             put_number(field, load<std::uint8_t>(message, field.offset));
-        } else if (field.kind == "string") {
+        } else if (field.kind == TableKind::string) {
             put_string(field, load<const char*>(message, field.offset));
-        } else if (field.kind == "bytes") {
+        } else if (field.kind == TableKind::bytes) {
             put_bytes(field, load<const std::uint8_t*>(message, field.offset),
                       load<std::uint64_t>(message, field.second_offset));
         } else {
@@ -176,7 +144,10 @@ private:
         put_varint(value);
     }
 
-    bool has_room_for(std::uint64_t size) const { return position_ + size >= position_ && position_ + size <= length_; }
+    bool has_room_for(std::uint64_t size) const {
+        std::uint64_t end;
+        return !__builtin_add_overflow(position_, size, &end) && end <= length_;
+    }
 
     void put_string(const TableField& field, const char* string) {
         if (string == nullptr) return;
@@ -191,9 +162,10 @@ private:
         put_tag(field, 2);
         put_length(size);
         if ((flags_ & 1) == 0) {
-            if (position_ + size <= position_) return;
+            std::uint64_t end;
+            if (size == 0 || __builtin_add_overflow(position_, size, &end)) return;
             if (has_room_for(size)) std::memcpy(buffer_ + position_, data, size);
-            position_ += size;
+            position_ = end;
         } else if (segment_count_ != nullptr && size != 0) {
             close_run();
             add_segment(data, size);
@@ -279,7 +251,7 @@ private:
         for (unsigned group = 0;; ++group) {
             if (at >= length_) return false;
             const std::uint64_t byte = buffer_[at++];
-            if (group < groups) result |= byte % 128 << (7 * group);
+            if (group < groups) result |= byte % (group == 9 ? 2 : 128) << (7 * group);  // 64 bits end in the tenth
             if (byte < 128) break;
         }
         *value = groups == 5 ? result % (std::uint64_t{1} << 32) : result;
@@ -306,23 +278,24 @@ private:
     }
 
     std::int32_t get_known(const TableField& field, std::uint64_t wire_type) {
-        const bool is_number = field.kind == "uint32" || field.kind == "uint64" || field.kind == "bool";
+        const bool is_number =
+            field.kind == TableKind::uint32 || field.kind == TableKind::uint64 || field.kind == TableKind::boolean;
         if (wire_type != (is_number ? 0 : 2)) return -3;
-        const std::int32_t code = is_number                 ? get_number(field)
-                                  : field.kind == "string"  ? get_string(field)
-                                  : field.kind == "bytes"   ? get_bytes(field)
-                                  : field.kind == "message" ? get_nested(field, member(message_, field.offset))
-                                                            : get_list(field);
+        const std::int32_t code = is_number                          ? get_number(field)
+                                  : field.kind == TableKind::string  ? get_string(field)
+                                  : field.kind == TableKind::bytes   ? get_bytes(field)
+                                  : field.kind == TableKind::message ? get_nested(field, member(message_, field.offset))
+                                                                     : get_list(field);
         if (code == 0) set_bit(type_, field, message_, true);
         return code;
     }
 
     std::int32_t get_number(const TableField& field) {
         std::uint64_t value;
-        if (!get_varint(field.kind == "uint64" ? 10 : 5, &value)) return -1;
-        if (field.kind == "uint64") {
+        if (!get_varint(field.kind == TableKind::uint64 ? 10 : 5, &value)) return -1;
+        if (field.kind == TableKind::uint64) {
             store(message_, field.offset, value);
-        } else if (field.kind == "uint32") {
+        } else if (field.kind == TableKind::uint32) {
             store(message_, field.offset, static_cast<std::uint32_t>(value));
         } else {
             store(message_, field.offset, static_cast<std::uint8_t>(value != 0));
@@ -428,19 +401,19 @@ public:
 
     void copy_field(const TableType& type, const TableField& field) {
         copied_ = true;
-        if (field.kind == "uint32") {
+        if (field.kind == TableKind::uint32) {
             store(destination_, field.offset, load<std::uint32_t>(source_, field.offset));
-        } else if (field.kind == "uint64") {
+        } else if (field.kind == TableKind::uint64) {
             store(destination_, field.offset, load<std::uint64_t>(source_, field.offset));
-        } else if (field.kind == "bool") {
+        } else if (field.kind == TableKind::boolean) {
             store(destination_, field.offset, load<std::uint8_t>(source_, field.offset));
-        } else if (field.kind == "message") {
+        } else if (field.kind == TableKind::message) {
             note(duplicate_nested(field.nested, member(destination_, field.offset), member(source_, field.offset),
                                   alloc_, context_));
-        } else if (field.kind == "string") {
+        } else if (field.kind == TableKind::string) {
             const char* string = load<const char*>(source_, field.offset);
             store(destination_, field.offset, copy_block(string, string == nullptr ? 0 : std::strlen(string) + 1));
-        } else if (field.kind == "bytes") {
+        } else if (field.kind == TableKind::bytes) {
             const std::uint64_t size = load<std::uint64_t>(source_, field.second_offset);
             store(destination_, field.offset, copy_block(load<const void*>(source_, field.offset), size));
             store(destination_, field.second_offset, copied_ ? size : 0);
@@ -493,11 +466,6 @@ private:
 
 }  // namespace
 
-const TableType& find_type(const std::string& name) {
-    static const std::map<std::string, TableType> types = read_types();
-    return types.at(name);
-}
-
 std::uint64_t encode(const TableType& type, const void* message, void* buffer, std::uint64_t length,
                      vesk_segment* segments, std::uint32_t* segment_count, std::uint32_t flags) {
     Encoder encoder(buffer, length, segments, segment_count, flags);
@@ -519,15 +487,16 @@ std::int32_t duplicate(const TableType& type, void* destination, const void* sou
 
 void release(const TableType& type, void* message, vesk_release release_block, void* context, std::uint32_t flags) {
     for (const TableField& field : type.fields) {
-        if (field.kind == "message") {
+        if (field.kind == TableKind::message) {
             release_nested(field.nested, member(message, field.offset), release_block, context, flags);
             continue;
         }
-        const bool owns = field.kind == "string" || field.kind == "list" || (field.kind == "bytes" && (flags & 1) == 0);
+        const bool owns = field.kind == TableKind::string || field.kind == TableKind::list ||
+                          (field.kind == TableKind::bytes && (flags & 1) == 0);
         if (!owns) continue;
         char* block = load<char*>(message, field.offset);
         if (block == nullptr) continue;
-        if (field.kind == "list") {
+        if (field.kind == TableKind::list) {
             const std::uint32_t count = load<std::uint32_t>(message, field.second_offset);
             for (std::uint32_t i = 0; i < count; ++i) {
                 release_nested(field.nested, block + i * size_of(field.nested), release_block, context, flags);

@@ -15,12 +15,17 @@
 
 namespace vesk::test::interpreter {
 
+// The words of the table for what a field is.
+enum class TableKind { uint32, uint64, boolean, string, bytes, message, list };
+
+struct TableType;
+
 // A row of the table with the place of its members.
 struct TableField {
     std::uint32_t number;
-    std::string kind;
+    TableKind kind;
     std::size_t bit;
-    std::string nested;
+    const TableType* nested;    // of a message or list; null for the entity identifier
     std::size_t offset;         // of the value, or of the pointer
     std::size_t second_offset;  // of a bytes field's length or a list's count
 };

@@ -143,9 +143,9 @@ void find_contents(const TypeInfo& type, const Bytes& bytes, Range message, std:
         ASSERT_TRUE(field != type.fields.end() && value <= static_cast<std::uint64_t>(end - at)) << to_hex(bytes);
         const std::size_t start = static_cast<std::size_t>(at - bytes.data());
         if (field->nested != nullptr) {
-            find_contents(*field->nested, bytes, {start, start + value}, contents);
+            find_contents(*field->nested, bytes, {start, start + static_cast<std::size_t>(value)}, contents);
         } else {
-            contents.push_back({start, start + value});
+            contents.push_back({start, start + static_cast<std::size_t>(value)});
         }
         at += value;
     }
