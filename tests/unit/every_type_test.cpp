@@ -134,7 +134,7 @@ void find_contents(const TypeInfo& type, const Bytes& bytes, Range message, std:
         std::uint32_t tag;
         std::uint64_t value;
         at = read_varint32(at, end, &tag);
-        if (at != nullptr) at = read_varint64(at, end, &value);
+        if (at != nullptr) at = read_long_varint64(at, end, &value);
         ASSERT_NE(at, nullptr) << to_hex(bytes);
         if (wire_type_of_tag(tag) == varint_type) continue;
         const auto field = std::find_if(type.fields.begin(), type.fields.end(), [&](const FieldInfo& candidate) {

@@ -26,7 +26,7 @@ Read read32(const Bytes& input) {
 
 Read read64(const Bytes& input) {
     std::uint64_t value = untouched;
-    const std::uint8_t* behind = read_varint64(input.data(), input.data() + input.size(), &value);
+    const std::uint8_t* behind = read_long_varint64(input.data(), input.data() + input.size(), &value);
     return {behind == nullptr ? 0 : static_cast<std::size_t>(behind - input.data()), value};
 }
 
@@ -85,7 +85,7 @@ TEST(read_varint32, end_inside_the_varint_is_refused_and_stores_nothing) {
                          });
 }
 
-TEST(read_varint64, every_width_is_read) {
+TEST(read_long_varint64, every_width_is_read) {
     expect_reads(read64, {
                              {"zero", "00", 1, 0},
                              {"2^40 + 1", "81 80 80 80 80 20", 6, (std::uint64_t{1} << 40) + 1},
@@ -94,16 +94,16 @@ TEST(read_varint64, every_width_is_read) {
                          });
 }
 
-TEST(read_varint64, tenth_byte_gives_only_its_lowest_bit) {
+TEST(read_long_varint64, tenth_byte_gives_only_its_lowest_bit) {
     expect_reads(read64, {{"7E as tenth byte", "80 80 80 80 80 80 80 80 80 7E", 10, 0},
                           {"7F as tenth byte", "80 80 80 80 80 80 80 80 80 7F", 10, std::uint64_t{1} << 63}});
 }
 
-TEST(read_varint64, extra_continuation_bytes_are_stepped_over) {
+TEST(read_long_varint64, extra_continuation_bytes_are_stepped_over) {
     expect_reads(read64, {{"twelve bytes", "96 81 80 80 80 80 80 80 80 80 80 00", 12, 150}});
 }
 
-TEST(read_varint64, end_inside_the_varint_is_refused_and_stores_nothing) {
+TEST(read_long_varint64, end_inside_the_varint_is_refused_and_stores_nothing) {
     Bytes input;
     for (std::size_t length = 0; length <= 12; ++length) {
         const Read result = read64(input);
@@ -307,8 +307,8 @@ TEST(read_number32, every_varint_in_every_range_is_read_as_by_read_varint32) {
     expect_number_reads_like_varint<std::uint32_t>(read_varint32, read_number32);
 }
 
-TEST(read_number64, every_varint_in_every_range_is_read_as_by_read_varint64) {
-    expect_number_reads_like_varint<std::uint64_t>(read_varint64, read_number64);
+TEST(read_number64, every_varint_in_every_range_is_read_as_by_read_long_varint64) {
+    expect_number_reads_like_varint<std::uint64_t>(read_long_varint64, read_number64);
 }
 
 TEST(read_long_tag, any_tag_is_read_as_by_read_varint32) {

@@ -1,0 +1,400 @@
+// What the random comparisons do not reach: bytes at the edge of a page, lengths that no buffer holds, imported
+// functions that misbehave, arguments that are null.
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <functional>
+
+#include "tests/mutation/eid.hpp"
+#include "tests/support/damage.hpp"
+#include "tests/support/interpreter.hpp"
+#include "tests/support/messages.hpp"
+#include "tests/support/random_message.hpp"
+
+namespace vesk::test {
+namespace {
+
+// ---- Both sides of a page ------------------------------------------------------------------------------------------
+
+// Memory between two pages that nobody may touch.
+class Page {
+public:
+    Page()
+        : size_(static_cast<std::size_t>(sysconf(_SC_PAGESIZE)) * 16),
+          guard_(static_cast<std::size_t>(sysconf(_SC_PAGESIZE))),
+          memory_(static_cast<std::uint8_t*>(
+              mmap(nullptr, size_ + 2 * guard_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0))) {
+        if (memory_ == MAP_FAILED || mprotect(begin(), size_, PROT_READ | PROT_WRITE) != 0) std::abort();
+    }
+    ~Page() { munmap(memory_, size_ + 2 * guard_); }
+    Page(const Page&) = delete;
+    Page& operator=(const Page&) = delete;
+
+    std::uint8_t* begin() const { return memory_ + guard_; }
+    std::uint8_t* end() const { return begin() + size_; }
+    // A copy that ends where the page does, or begins where it does.
+    std::uint8_t* put_last(const Bytes& bytes) const { return put(end() - bytes.size(), bytes); }
+    std::uint8_t* put_first(const Bytes& bytes) const { return put(begin(), bytes); }
+
+private:
+    static std::uint8_t* put(std::uint8_t* at, const Bytes& bytes) {
+        std::copy(bytes.begin(), bytes.end(), at);
+        return at;
+    }
+    std::size_t size_;
+    std::size_t guard_;
+    std::uint8_t* memory_;
+};
+
+std::int32_t decode_at(const TypeInfo& type, const std::uint8_t* at, std::size_t length, std::string* reencoded) {
+    Ledger ledger;
+    Storage message(type);
+    const std::int32_t code = type.decode(message.get(), at, length, Ledger::alloc, &ledger, 0);
+    *reencoded = to_hex(encoded(type, message.get()));
+    type.free(message.get(), Ledger::release, &ledger, 0);
+    if (code != VESK_OK) ledger.forget();  // a message that occurred twice lost the first one's blocks
+    ledger.forget();
+    return code;
+}
+
+void expect_same_as_interpreter(const TypeInfo& type, const Page& page, const Bytes& input) {
+    const interpreter::TableType& table_type = interpreter::find_type(type.name);
+    Ledger ledger;
+    Storage message(type);
+    const std::int32_t code =
+        interpreter::decode(table_type, message.get(), input.data(), input.size(), Ledger::alloc, &ledger, 0);
+    const std::string bytes = to_hex(encoded(type, message.get()));
+    ledger.forget();
+    for (const std::uint8_t* at : {page.put_last(input), page.put_first(input)}) {
+        std::string reencoded;
+        ASSERT_EQ(decode_at(type, at, input.size(), &reencoded), code) << to_hex(input);
+        ASSERT_EQ(reencoded, bytes) << to_hex(input);
+        if (at == page.begin()) std::fill_n(page.begin(), input.size(), std::uint8_t{0xFF});
+    }
+}
+
+void for_every_type(std::uint64_t rounds, Amount amount,
+                    const std::function<void(const TypeInfo& type, const void* message, std::uint64_t seed)>& check) {
+    std::uint64_t seed = 100;
+    for (const TypeInfo* type : all_types()) {
+        for (std::uint64_t round = 0; round < rounds; ++round, ++seed) {
+            SCOPED_TRACE(type->name + ", seed " + std::to_string(seed));
+            const RandomMessage message(*type, seed, amount);
+            check(*type, message.get(), seed);
+            if (::testing::Test::HasFailure()) return;
+        }
+    }
+}
+
+TEST(page_edge, input_is_read_no_further_than_its_end) {
+    const Page page;
+    std::fill(page.begin(), page.end(), std::uint8_t{0xFF});
+    for_every_type(3, Amount::some, [&](const TypeInfo& type, const void* message, std::uint64_t) {
+        const Bytes whole = encoded(type, message);
+        for (std::size_t length = 0; length <= whole.size(); ++length) {
+            const Bytes cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length));
+            expect_same_as_interpreter(type, page, cut);
+        }
+    });
+}
+
+TEST(page_edge, damaged_input_is_read_no_further_than_its_end) {
+    const Page page;
+    std::fill(page.begin(), page.end(), std::uint8_t{0xFF});
+    for_every_type(40, Amount::wild, [&](const TypeInfo& type, const void* message, std::uint64_t seed) {
+        std::mt19937_64 random(seed);
+        const Bytes whole = encoded(type, message);
+        for (int i = 0; i < 4; ++i) expect_same_as_interpreter(type, page, damage(whole, random));
+    });
+}
+
+// Every number in every width of a varint, in front of nothing and in front of more.
+TEST(page_edge, varints_of_every_width_are_read) {
+    const Page page;
+    std::fill(page.begin(), page.end(), std::uint8_t{0xFF});
+    const TypeInfo& type = *find_type("octet");
+    for (const FieldInfo& field : type.fields) {
+        for (std::size_t width = 1; width <= 12; ++width) {
+            for (unsigned bit = 0; bit < 64; ++bit) {
+                for (const std::uint64_t value : {std::uint64_t{1} << bit, ~std::uint64_t{0} >> bit}) {
+                    if (varint(value).size() > width) continue;
+                    Bytes input = message(tag(field.number, varint_type), over_long(value, width));
+                    expect_same_as_interpreter(type, page, input);
+                    for (std::size_t more = 1; bit % 9 == 0 && more < 12; ++more) {
+                        input.push_back(more == 1 ? 0x92 : 0x80);
+                        expect_same_as_interpreter(type, page, input);
+                    }
+                    if (::testing::Test::HasFailure()) return;
+                }
+            }
+        }
+    }
+}
+
+TEST(page_edge, buffer_is_written_no_further_than_its_end) {
+    const Page page;
+    for_every_type(4, Amount::wild, [&](const TypeInfo& type, const void* message, std::uint64_t) {
+        const interpreter::TableType& table_type = interpreter::find_type(type.name);
+        for (const std::uint32_t flags : {0u, 1u}) {
+            const std::uint64_t length = interpreter::encode(table_type, message, nullptr, 0, nullptr, nullptr, flags);
+            for (std::uint64_t room = 0; room <= length + 2; ++room) {
+                for (const bool last : {true, false}) {
+                    Bytes expected(room + 16, 0xEE);
+                    std::uint32_t expected_segments = 0;
+                    interpreter::encode(table_type, message, expected.data(), room, nullptr, &expected_segments, flags);
+                    std::uint8_t* const buffer = last ? page.end() - room : page.begin();
+                    std::fill_n(buffer, last ? room : room + 16, std::uint8_t{0xEE});
+                    ASSERT_EQ(type.encode(message, buffer, room, nullptr, nullptr, flags), length) << room;
+                    expected.resize(last ? room : room + 16);
+                    ASSERT_EQ(to_hex(Bytes(buffer, buffer + expected.size())), to_hex(expected)) << room;
+                    std::uint32_t segments = 0;
+                    ASSERT_EQ(type.encode(message, buffer, room, nullptr, &segments, flags), length) << room;
+                    ASSERT_EQ(segments, expected_segments) << room;
+                }
+            }
+        }
+    });
+}
+
+// ---- Lengths that no buffer holds ----------------------------------------------------------------------------------
+
+vesk_blob blob_of_length(std::uint64_t length) {
+    static std::uint8_t byte = 7;
+    vesk_blob message{};
+    message.f2 = &byte;
+    message.f2_length = length;
+    message.f3 = 5;
+    message.present[0] = 0x06;
+    return message;
+}
+
+// Where the data does not fit it is not looked at: each length is tried in a buffer that is too short.
+TEST(huge_length, encodes_as_the_interpreter_says) {
+    for (const std::uint64_t length : {std::uint64_t{0x7FFFFFFF}, std::uint64_t{0x80000000}, std::uint64_t{0xFFFFFFFF},
+                                       std::uint64_t{0x100000000}, std::uint64_t{1} << 63, ~std::uint64_t{0},
+                                       ~std::uint64_t{0} - 7, ~std::uint64_t{0} - 12, ~std::uint64_t{0} - 20}) {
+        const vesk_blob blob = blob_of_length(length);
+        vesk_blob two[2] = {blob, blob};
+        vesk_nested nested{};
+        nested.f1 = blob;
+        nested.f5 = two;
+        nested.f5_count = 2;
+        nested.f9 = 3;
+        nested.present[0] = 0x11;
+        nested.present[1] = 0x01;
+        const std::pair<const char*, const void*> messages[] = {{"blob", &blob}, {"nested", &nested}};
+        for (const auto& [name, message] : messages) {
+            const TypeInfo& type = *find_type(name);
+            for (const std::uint32_t flags : {0u, 1u}) {
+                for (const std::uint64_t room : {std::uint64_t{0}, std::uint64_t{4}, std::uint64_t{40}}) {
+                    Bytes expected(64, 0xEE), buffer(64, 0xEE);
+                    std::uint32_t expected_count = 0, count = 0;
+                    const std::uint64_t result = interpreter::encode(
+                        interpreter::find_type(name), message, expected.data(), room, nullptr, &expected_count, flags);
+                    ASSERT_EQ(type.encode(message, buffer.data(), room, nullptr, &count, flags), result) << length;
+                    ASSERT_EQ(type.encode(message, buffer.data(), room, nullptr, nullptr, flags), result) << length;
+                    ASSERT_EQ(type.encode(message, nullptr, 0, nullptr, nullptr, flags), result) << length;
+                    ASSERT_EQ(to_hex(buffer), to_hex(expected)) << length << " in " << room;
+                    ASSERT_EQ(count, expected_count) << length;
+                }
+            }
+        }
+    }
+}
+
+// A caller may say that its buffer never ends.
+TEST(huge_length, buffer_to_the_end_of_the_address_space_takes_the_message) {
+    for_every_type(4, Amount::some, [&](const TypeInfo& type, const void* message, std::uint64_t) {
+        const Bytes expected = encoded(type, message);
+        for (const std::uint64_t room : {~std::uint64_t{0}, std::uint64_t{1} << 63}) {
+            Bytes buffer(expected.size() + 1, 0xEE);
+            ASSERT_EQ(type.encode(message, buffer.data(), room, nullptr, nullptr, 0), expected.size());
+            EXPECT_EQ(buffer.back(), 0xEE);
+            buffer.pop_back();
+            ASSERT_EQ(to_hex(buffer), to_hex(expected));
+        }
+    });
+}
+
+// ---- Imported functions --------------------------------------------------------------------------------------------
+
+// What both implementations make of a message while the identifiers misbehave.
+void expect_same_encoding(const TypeInfo& type, const void* message) {
+    const interpreter::TableType& table_type = interpreter::find_type(type.name);
+    for (const std::uint32_t flags : {0u, 1u}) {
+        const std::uint64_t length = interpreter::encode(table_type, message, nullptr, 0, nullptr, nullptr, flags);
+        for (const std::uint64_t room : {std::uint64_t{0}, length / 2, length, length + 40}) {
+            if (room > 100000) continue;
+            Bytes expected(room, 0xEE), buffer(room, 0xEE);
+            for (const bool counted : {true, false}) {
+                std::uint32_t expected_count = 0, count = 0;
+                const std::uint64_t result = interpreter::encode(table_type, message, expected.data(), room, nullptr,
+                                                                 counted ? &expected_count : nullptr, flags);
+                ASSERT_EQ(type.encode(message, buffer.data(), room, nullptr, counted ? &count : nullptr, flags),
+                          result);
+                ASSERT_EQ(to_hex(buffer), to_hex(expected)) << room;
+                ASSERT_EQ(count, expected_count) << room;
+            }
+        }
+    }
+}
+
+TEST(imported_eid, measured_length_counts_whatever_is_written) {
+    for (const std::uint64_t measured : {1u, 9u, 127u, 128u, 300u}) {
+        for_every_type(4, Amount::some, [&](const TypeInfo& type, const void* message, std::uint64_t) {
+            EidBehaviour behaviour;
+            behaviour.measured = measured;
+            behaviour.segments = 3;
+            const Misbehaving misbehaving(behaviour);
+            expect_same_encoding(type, message);
+        });
+    }
+}
+
+TEST(imported_eid, length_that_no_buffer_holds_is_passed_on) {
+    for (const std::uint64_t measured :
+         {std::uint64_t{0x7FFFFFFF}, std::uint64_t{0x80000000}, std::uint64_t{1} << 40, ~std::uint64_t{0} - 3}) {
+        for_every_type(2, Amount::some, [&](const TypeInfo& type, const void* message, std::uint64_t) {
+            EidBehaviour behaviour;
+            behaviour.measured = measured;
+            const Misbehaving misbehaving(behaviour);
+            const interpreter::TableType& table_type = interpreter::find_type(type.name);
+            Bytes expected(64, 0xEE), buffer(64, 0xEE);
+            ASSERT_EQ(type.encode(message, buffer.data(), 60, nullptr, nullptr, 0),
+                      interpreter::encode(table_type, message, expected.data(), 60, nullptr, nullptr, 0));
+            ASSERT_EQ(to_hex(buffer), to_hex(expected));
+            ASSERT_EQ(type.encode(message, nullptr, 0, nullptr, nullptr, 0),
+                      interpreter::encode(table_type, message, nullptr, 0, nullptr, nullptr, 0));
+        });
+    }
+}
+
+TEST(imported_eid, codes_are_passed_on) {
+    for (const std::int32_t code : {-77, 9, 1}) {
+        for_every_type(4, Amount::much, [&](const TypeInfo& type, const void* message, std::uint64_t) {
+            const interpreter::TableType& table_type = interpreter::find_type(type.name);
+            const Bytes input = encoded(type, message);
+            EidBehaviour behaviour;
+            behaviour.decode_code = behaviour.duplicate_code = code;
+            const Misbehaving misbehaving(behaviour);
+            for (std::uint64_t failing = 0; failing < 4; ++failing) {
+                Ledger ledger, expected_ledger;
+                ledger.fail_request(failing);
+                expected_ledger.fail_request(failing);
+                Storage decoded(type), expected(type);
+                ASSERT_EQ(type.decode(decoded.get(), input.data(), input.size(), Ledger::alloc, &ledger, 0),
+                          interpreter::decode(table_type, expected.get(), input.data(), input.size(), Ledger::alloc,
+                                              &expected_ledger, 0));
+                ASSERT_EQ(ledger.history(), expected_ledger.history());
+                type.free(decoded.get(), Ledger::release, &ledger, 0);
+                expected_ledger.forget();
+
+                ledger.clear_history();
+                expected_ledger.clear_history();
+                ledger.fail_request(failing);
+                expected_ledger.fail_request(failing);
+                ASSERT_EQ(type.duplicate(decoded.get(), message, Ledger::alloc, &ledger),
+                          interpreter::duplicate(table_type, expected.get(), message, Ledger::alloc, &expected_ledger));
+                ASSERT_EQ(ledger.history(), expected_ledger.history());
+                type.free(decoded.get(), Ledger::release, &ledger, 0);
+                expected_ledger.forget();
+            }
+        });
+    }
+}
+
+// ---- Presence bits -------------------------------------------------------------------------------------------------
+
+// Spare bits are set at random in source and destination; padding is not compared.
+TEST(spare_presence_bits, are_treated_as_the_interpreter_does) {
+    for_every_type(20, Amount::wild, [&](const TypeInfo& type, const void* message, std::uint64_t seed) {
+        const interpreter::TableType& table_type = interpreter::find_type(type.name);
+        std::vector<std::uint8_t> source(type.size);
+        std::memcpy(source.data(), message, type.size);
+        const std::size_t last = type.presence_offset + type.presence_size - 1;
+        const unsigned used = static_cast<unsigned>(type.fields.size() - 8 * (type.presence_size - 1));
+        source[last] = static_cast<std::uint8_t>(source[last] | (used < 8 ? 0xFFu << used : 0u));
+        ASSERT_EQ(to_hex(encoded(type, source.data())), to_hex(encoded(type, message)));
+
+        for (const std::uint8_t background : {0x00, 0xFF, 0x5A}) {
+            Ledger ledger, expected_ledger;
+            Storage copy(type, background), expected(type, background);
+            type.duplicate(copy.get(), source.data(), Ledger::alloc, &ledger);
+            interpreter::duplicate(table_type, expected.get(), source.data(), Ledger::alloc, &expected_ledger);
+            ASSERT_EQ(load<std::uint8_t>(copy.get(), last), load<std::uint8_t>(expected.get(), last)) << seed;
+            for (const FieldInfo& field : type.fields) {
+                if (field.kind != Kind::message) continue;
+                const std::size_t inner =
+                    field.offset + field.nested->presence_offset + field.nested->presence_size - 1;
+                ASSERT_EQ(load<std::uint8_t>(copy.get(), inner), load<std::uint8_t>(expected.get(), inner))
+                    << field.number;
+            }
+            type.free(copy.get(), Ledger::release, &ledger, 0);
+            expected_ledger.forget();
+        }
+    });
+}
+
+// ---- Lengths around those where storing changes its ways ------------------------------------------------------------
+
+TEST(string_length, every_length_encodes_and_duplicates_whole) {
+    const Page page;
+    for (std::size_t length = 0; length < 300; ++length) {
+        std::string text(length, ' ');
+        for (std::size_t i = 0; i < length; ++i) text[i] = static_cast<char>('a' + (i * 7 + i / 26) % 26);
+        char* const string = reinterpret_cast<char*>(page.end()) - length - 1;
+        std::memcpy(string, text.c_str(), length + 1);
+        vesk_blob message{};
+        message.f1 = string;
+        message.present[0] = 0x01;
+        EXPECT_EQ(to_hex(encoded(message)), to_hex(text_field(1, text))) << length;
+        const Copy<vesk_blob> copy(message);
+        EXPECT_STREQ(copy->f1, text.c_str()) << length;
+        EXPECT_EQ(copy.ledger.history(), std::vector<Request>{asked_for(length + 1)});
+    }
+}
+
+// The bytes that a writing call stores beyond a number's own must lie inside the buffer, and be written again.
+TEST(number_width, every_width_encodes_at_the_end_of_a_page) {
+    const Page page;
+    for (const TypeInfo* type : all_types()) {
+        for (const FieldInfo& field : type->fields) {
+            if (wire_type_of_kind(field.kind) != varint_type) continue;
+            const auto index = static_cast<std::size_t>(&field - type->fields.data());
+            for (unsigned bit = 0; bit <= 64; ++bit) {
+                Storage message(*type, 0);
+                const std::uint64_t value = bit == 64 ? 0 : ~std::uint64_t{0} >> bit;
+                if (field.kind == Kind::uint64) store(message.get(), field.offset, value);
+                if (field.kind == Kind::uint32) store(message.get(), field.offset, static_cast<std::uint32_t>(value));
+                if (field.kind == Kind::boolean) store(message.get(), field.offset, static_cast<std::uint8_t>(value));
+                store(message.get(), type->presence_offset + index / 8, static_cast<std::uint8_t>(1u << index % 8));
+                const std::uint64_t sent = field.kind == Kind::uint64   ? value
+                                           : field.kind == Kind::uint32 ? static_cast<std::uint32_t>(value)
+                                                                        : static_cast<std::uint8_t>(value);
+                const Bytes expected = number_field(field.number, sent);
+                std::uint8_t* const buffer = page.end() - expected.size();
+                ASSERT_EQ(type->encode(message.get(), buffer, expected.size(), nullptr, nullptr, 0), expected.size());
+                ASSERT_EQ(to_hex(Bytes(buffer, page.end())), to_hex(expected));
+            }
+        }
+    }
+}
+
+// ---- Null arguments ------------------------------------------------------------------------------------------------
+
+TEST(null_argument, empty_input_and_missing_count_are_accepted) {
+    for (const TypeInfo* type : all_types()) {
+        Storage message(*type);
+        EXPECT_EQ(type->decode(message.get(), nullptr, 0, nullptr, nullptr, 0), VESK_OK);
+        EXPECT_TRUE(is_clear(*type, message.get()));
+        vesk_segment none{};
+        EXPECT_EQ(type->encode(message.get(), nullptr, 0, &none, nullptr, 1), 0u);
+        std::uint32_t count = 0;
+        EXPECT_EQ(type->encode(message.get(), nullptr, 0, nullptr, &count, 1), 0u);
+        EXPECT_EQ(count, 0u);
+    }
+}
+
+}  // namespace
+}  // namespace vesk::test
