@@ -43,9 +43,9 @@ class StackTable(unittest.TestCase):
         with open(self.path(name), "w", encoding="utf-8") as file:
             file.write(text)
 
-    def check(self, body, helpers="", rows=None, mode="compare"):
-        """Status and output of a check of a library with these helpers, whose encode has this body."""
-        self.write("small.cpp", LIBRARY % (textwrap.dedent(helpers), body))
+    def check(self, body, functions="", rows=None, mode="compare"):
+        """Status and output of a check of a library with these functions, whose encode has this body."""
+        self.write("small.cpp", LIBRARY % (textwrap.dedent(functions), body))
         self.write("small.symbols", "".join(f"vesk_small_{each}\n"
                                             for each in ("encode_ext", "decode_ext", "duplicate", "free_ext")))
         rows = rows if rows is not None else [f"| `vesk_small` | {PLENTY} | {PLENTY} | {PLENTY} | {PLENTY} |"]
@@ -60,14 +60,14 @@ class StackTable(unittest.TestCase):
                               text=True)
         return done.returncode, done.stdout
 
-    def depth_of(self, body, helpers=""):
-        status, output = self.check(body, helpers, rows=[], mode="write")
+    def depth_of(self, body, functions=""):
+        status, output = self.check(body, functions, rows=[], mode="write")
         self.assertEqual((status, output), (0, ""))
         with open(self.path("stack.md"), encoding="utf-8") as file:
             return int(re.search(r"^\| `vesk_small` \| (\d+)", file.read(), re.MULTILINE)[1])
 
-    def expect_no_bound(self, why, body, helpers=""):
-        status, output = self.check(body, helpers)
+    def expect_no_bound(self, why, body, functions=""):
+        status, output = self.check(body, functions)
         self.assertEqual(status, 1, output)
         self.assertRegex(output, f"^no bound: .*{why}")
 
@@ -95,15 +95,15 @@ class StackTable(unittest.TestCase):
         self.assertEqual((status, output.splitlines()[0]), (1, "there is no type vesk_other"))
 
     def test_function_handed_as_an_argument_counts(self):
-        helpers = """
+        functions = """
             using Call = int (*)(int);
             [[gnu::noipa]] int large(int n) { return fill<3000>() + n; }
             [[gnu::noipa]] int inner(Call call, int n) { return call(n) + 1; }
             [[gnu::noipa]] int outer(int n, Call call) { return inner(call, n) + 1; }
             [[gnu::visibility("default")]] int other(int n) { return outer(n, large) + 1; }"""
-        self.assertGreater(self.depth_of("return outer(n, large) + 1;", helpers), 3000)
+        self.assertGreater(self.depth_of("return outer(n, large) + 1;", functions), 3000)
         small = "[[gnu::noipa]] int little(int n) { return n + 1; }"
-        self.assertLess(self.depth_of("return outer(n, little) + 1;", helpers + small), 500,
+        self.assertLess(self.depth_of("return outer(n, little) + 1;", functions + small), 500,
                         "what somebody else hands on is not called here")
 
     def test_recursion_has_no_bound(self):
@@ -119,17 +119,17 @@ class StackTable(unittest.TestCase):
             }""")
 
     def test_function_in_a_table_counts(self):
-        helpers = """
+        functions = """
             [[gnu::noipa]] int vesk_little(int n) { return n + 1; }
             [[gnu::noipa]] int vesk_large(int n) { return fill<3000>() + n; }
             static int (*const vesk_table[])(int) = {vesk_little, vesk_large};
             static int (*const vesk_small_table[])(int) = {vesk_little, vesk_little};
             [[gnu::visibility("default")]] int other(int n) { return vesk_table[n & 1](n) + 1; }"""
-        self.assertGreater(self.depth_of("return vesk_table[n & 1](n) + 1;", helpers), 3000)
-        self.assertLess(self.depth_of("return vesk_small_table[n & 1](n) + 1;", helpers), 500)
+        self.assertGreater(self.depth_of("return vesk_table[n & 1](n) + 1;", functions), 3000)
+        self.assertLess(self.depth_of("return vesk_small_table[n & 1](n) + 1;", functions), 500)
 
     def test_function_handed_in_a_structure_counts(self):
-        helpers = """
+        functions = """
             struct Empty {};
             struct Inner {
                 int (*call)(int);
@@ -141,7 +141,7 @@ class StackTable(unittest.TestCase):
             static constexpr Outer vesk_outer{{vesk_large}};
             [[gnu::noipa]] int use(const Inner& inner) { return inner.call(1) + 1; }
             [[gnu::noipa]] int pass(const Outer& outer) { return use(outer.inner) + 1; }"""
-        self.assertGreater(self.depth_of("return pass(vesk_outer) + 1;", helpers), 3000)
+        self.assertGreater(self.depth_of("return pass(vesk_outer) + 1;", functions), 3000)
 
     def test_pointer_from_nowhere(self):
         self.expect_no_bound("comes from nowhere", "return use(&n) + 1;", """

@@ -43,13 +43,14 @@ void expect_to_own_all_blocks(const Made& made, const Operation& operation) {
     EXPECT_EQ(out, made.ledger.blocks_out()) << "a block that is out belongs to no member";
 }
 
-// Both implementations do and free the same. Returns what the library's ledger has seen of the operation.
+// What the library's ledger has seen of an operation.
 struct Seen {
     std::int32_t code;
     std::uint64_t refused;
     std::vector<Request> requests;
 };
 
+// Both implementations do and free the same.
 Seen run_both(const Operation& operation, const Refusal& refusal) {
     Made ours(operation.type, refusal);
     Made theirs(operation.type, refusal);
