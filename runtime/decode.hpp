@@ -51,7 +51,7 @@ std::int32_t decode_imported(void* message, const std::uint8_t* at, const std::u
 }
 
 template <class Message>
-constexpr NestedDecoder make_decoder() {
+consteval NestedDecoder make_decoder() {
     if constexpr (is_imported<Message>) {
         return {sizeof(Message), decode_imported<Message>};
     } else {
@@ -77,8 +77,12 @@ template <class Message, std::size_t Index>
     } else if constexpr (kind == Kind::bytes) {
         return decode_bytes(&(message.*field.data), &(message.*field.length), at, end, source);
     } else {
-        const Number number =
-            kind == Kind::uint64 ? read_number64(at, end, source.input) : read_number32(at, end, source.input);
+        Number number;
+        if constexpr (kind == Kind::uint64) {
+            number = read_number64(at, end, source.input);
+        } else {
+            number = read_number32(at, end, source.input);
+        }
         if (number.at == nullptr) return {nullptr, VESK_MALFORMED};
         if constexpr (kind == Kind::uint64) {
             message.*field.member = number.value;
@@ -113,7 +117,7 @@ template <bool long_tags>
 }
 
 template <class Message, std::size_t Index>
-constexpr bool has_long_tag() {
+consteval bool has_long_tag() {
     if constexpr (Index < field_count<Message>) return tag_of<Message, Index> >= 0x80;
     return false;
 }
@@ -140,7 +144,7 @@ template <class Message, std::size_t Index>
 
 // A bit for each field number of the message, or for each that has a value of the wire type.
 template <class Message, std::size_t... Indices>
-constexpr std::uint64_t numbers_of(std::index_sequence<Indices...>, [[maybe_unused]] std::uint32_t wire_type) {
+consteval std::uint64_t numbers_of(std::index_sequence<Indices...>, [[maybe_unused]] std::uint32_t wire_type) {
     return (std::uint64_t{0} | ... |
             (wire_type == wire_type_of_tag(tag_of<Message, Indices>) ? std::uint64_t{1} << number_of<Message, Indices>
                                                                      : 0));

@@ -94,7 +94,13 @@ template <std::uint32_t Tag, class Element>
     }
 }
 
-// Where a few numbers are the whole message, writing them with branches is faster than writing them aside.
+// True if a few numbers are the whole message: writing them with branches is then faster than writing them aside.
+template <class Message>
+consteval bool is_few_numbers() {
+    constexpr std::uint64_t longest = longest_numbers<Message, 0, field_count<Message>>();
+    return longest != 0 && longest <= 64;
+}
+
 template <class Message, std::size_t First, std::size_t Last>
 [[gnu::always_inline]] inline std::uint8_t* write_few_numbers(const Message& message, std::uint64_t presence,
                                                               std::uint8_t* at) {
@@ -126,10 +132,12 @@ template <class Message, std::size_t Index>
         if constexpr (longest != 0) {
             // Numbers that fit at their longest need no measuring.
             if (static_cast<std::uint64_t>(target.end - so_far.at) >= longest) {
-                constexpr bool few = end - Index == field_count<Message> && longest <= 64;
                 const std::uint64_t presence = load_presence(message);
-                so_far.at = few ? write_few_numbers<Message, Index, end>(message, presence, so_far.at)
-                                : write_run<Message, Index, end>(message, presence, so_far.at, so_far.at);
+                if constexpr (is_few_numbers<Message>()) {
+                    so_far.at = write_few_numbers<Message, Index, end>(message, presence, so_far.at);
+                } else {
+                    so_far.at = write_run<Message, Index, end>(message, presence, so_far.at, so_far.at);
+                }
                 return write_pieces_from<Message, end>(message, so_far, target);
             }
         }
