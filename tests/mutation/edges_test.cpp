@@ -341,9 +341,10 @@ TEST(spare_presence_bits, are_treated_as_the_interpreter_does) {
     });
 }
 
-// ---- Lengths around those where storing changes its ways ------------------------------------------------------------
+// ---- Lengths where storing or reading changes its ways
+// ----------------------------------------------------------------
 
-TEST(string_length, every_length_encodes_and_duplicates_whole) {
+TEST(string_length, every_length_encodes_decodes_and_duplicates_whole) {
     const Page page;
     for (std::size_t length = 0; length < 300; ++length) {
         std::string text(length, ' ');
@@ -354,6 +355,8 @@ TEST(string_length, every_length_encodes_and_duplicates_whole) {
         message.f1 = string;
         message.present[0] = 0x01;
         EXPECT_EQ(to_hex(encoded(message)), to_hex(text_field(1, text))) << length;
+        const Decoded<vesk_blob> decoded(encoded(message));
+        EXPECT_STREQ(decoded->f1, text.c_str()) << length;
         const Copy<vesk_blob> copy(message);
         EXPECT_STREQ(copy->f1, text.c_str()) << length;
         EXPECT_EQ(copy.ledger.history(), std::vector<Request>{asked_for(length + 1)});
