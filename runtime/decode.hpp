@@ -109,9 +109,9 @@ inline constexpr std::int32_t unread = 1;
 template <bool long_tags>
 [[gnu::always_inline]] inline Decoded read_tag(const std::uint8_t* at, std::uint64_t presence,
                                                const std::uint8_t* end) {
-    if (at == end) return {nullptr, presence, 0, VESK_OK};
+    if (at == end) return {nullptr, presence, {}, VESK_OK};
     if (*at < 0x80) return {at + 1, presence, *at, VESK_OK};
-    if constexpr (!long_tags) return {at, presence, 0, unread};
+    if constexpr (!long_tags) return {at, presence, {}, unread};
     const Number tag = read_long_tag(at, end);
     return {tag.at, presence, static_cast<std::uint32_t>(tag.value), tag.at != nullptr ? VESK_OK : VESK_MALFORMED};
 }
@@ -133,7 +133,7 @@ template <class Message, std::size_t Index>
         if (so_far.tag == tag_of<Message, Index>) {
             const Step step =
                 decode_field<Message, Index>(message, has_bit<Index>(so_far.presence), so_far.at, end, source);
-            if (step.at == nullptr) return {nullptr, so_far.presence, 0, step.code};
+            if (step.at == nullptr) return {nullptr, so_far.presence, {}, step.code};
             so_far =
                 read_tag<has_long_tag<Message, Index + 1>()>(step.at, so_far.presence | std::uint64_t{1} << Index, end);
             if (so_far.at == nullptr || so_far.code == unread) return so_far;
@@ -161,7 +161,7 @@ template <class Message>
     constexpr std::uint64_t varint_numbers = numbers_of<Message>(all_fields, varint_type);
     constexpr std::uint64_t length_numbers = numbers_of<Message>(all_fields, length_type);
     Message& message = *static_cast<Message*>(untyped);
-    Decoded so_far{at, 0, 0, unread};
+    Decoded so_far{at, 0, {}, unread};
     for (;;) {
         if (so_far.code == unread) so_far = read_tag<true>(so_far.at, so_far.presence, end);
         if (so_far.at == nullptr) break;
@@ -173,7 +173,7 @@ template <class Message>
         if (wire_type_of_tag(so_far.tag) == varint_type && is_number_in(number, varint_numbers)) continue;
         if (wire_type_of_tag(so_far.tag) == length_type && is_number_in(number, length_numbers)) continue;
         const Step step = skip_unknown(so_far.tag, varint_numbers | length_numbers, so_far.at, end);
-        so_far = {step.at, so_far.presence, 0, step.code == VESK_OK ? unread : step.code};
+        so_far = {step.at, so_far.presence, {}, step.code == VESK_OK ? unread : step.code};
         if (so_far.at == nullptr) break;
     }
     store_presence(message, so_far.presence);

@@ -92,7 +92,7 @@ constexpr std::uint64_t varint_size(std::uint32_t value, unsigned more = 0) {
     return (highest_bit * 9 + 73 + more * 64) / 64;
 }
 // A flag: one byte, which need not be 0 or 1.
-constexpr std::uint64_t varint_size(std::uint8_t value, unsigned more = 0) { return 1u + (value >> 7) + more; }
+constexpr std::uint64_t varint_size(std::uint8_t value, unsigned more) { return 1u + (value >> 7) + more; }
 
 // Bytes that write_length needs, and `more`.
 constexpr std::uint64_t length_size(std::uint64_t length, unsigned more = 0) {
