@@ -30,7 +30,7 @@ template <std::uint32_t Number, class Message, class Element>
 MemberList<Element*, std::uint32_t> members_of(const ListField<Number, Message, Element>&);
 
 template <class Message, class... Members>
-constexpr bool is_made_of(MemberList<Members...>) {
+consteval bool is_made_of(MemberList<Members...>) {
     return requires { Message{Exactly<Members>{}...}; };
 }
 
@@ -41,7 +41,7 @@ MemberList<decltype(static_cast<void>(Indices), std::uint8_t{})...> presence_mem
 // True if the structure has the members of the field list, of the same types in the same order, then the presence
 // bytes, and nothing else.
 template <class Message, std::size_t... Indices>
-constexpr bool has_exactly_the_members(std::index_sequence<Indices...>) {
+consteval bool has_exactly_the_members(std::index_sequence<Indices...>) {
     using Presence = decltype(presence_members(std::make_index_sequence<sizeof(Message::present)>{}));
     using Listed = decltype((MemberList<>{} + ... + decltype(members_of(field_of<Message, Indices>)){}) + Presence{});
     using OneMore = decltype(Listed{} + MemberList<std::uint8_t>{});
@@ -49,7 +49,7 @@ constexpr bool has_exactly_the_members(std::index_sequence<Indices...>) {
 }
 
 template <std::size_t Count>
-constexpr bool are_distinct(const std::uint32_t (&numbers)[Count]) {
+consteval bool are_distinct(const std::uint32_t (&numbers)[Count]) {
     for (std::size_t i = 0; i < Count; ++i) {
         for (std::size_t j = 0; j < i; ++j) {
             if (numbers[i] == numbers[j]) return false;
@@ -59,29 +59,29 @@ constexpr bool are_distinct(const std::uint32_t (&numbers)[Count]) {
 }
 
 template <class Message, std::size_t... Indices>
-constexpr bool has_distinct_numbers(std::index_sequence<Indices...>) {
+consteval bool has_distinct_numbers(std::index_sequence<Indices...>) {
     return are_distinct({number_of<Message, Indices>...});
 }
 
 // clang cannot compare the addresses of two members while compiling; there a test compares them, for every type.
 #if !defined(__clang__)
 template <std::uint32_t Number, class Message, class Member, class Visitor>
-constexpr void visit_members(const Message& message, const Field<Number, Message, Member>& field, Visitor& visit) {
+consteval void visit_members(const Message& message, const Field<Number, Message, Member>& field, Visitor& visit) {
     visit(&(message.*field.member));
 }
 template <std::uint32_t Number, class Message, class Visitor>
-constexpr void visit_members(const Message& message, const BytesField<Number, Message>& field, Visitor& visit) {
+consteval void visit_members(const Message& message, const BytesField<Number, Message>& field, Visitor& visit) {
     visit(&(message.*field.data));
     visit(&(message.*field.length));
 }
 template <std::uint32_t Number, class Message, class Element, class Visitor>
-constexpr void visit_members(const Message& message, const ListField<Number, Message, Element>& field, Visitor& visit) {
+consteval void visit_members(const Message& message, const ListField<Number, Message, Element>& field, Visitor& visit) {
     visit(&(message.*field.array));
     visit(&(message.*field.count));
 }
 
 template <class Message, std::size_t... Indices>
-constexpr bool is_in_member_order(std::index_sequence<Indices...>) {
+consteval bool is_in_member_order(std::index_sequence<Indices...>) {
     constexpr Message message{};
     const void* previous = nullptr;
     bool ascending = true;
@@ -94,13 +94,13 @@ constexpr bool is_in_member_order(std::index_sequence<Indices...>) {
 }
 #else
 template <class Message, std::size_t... Indices>
-constexpr bool is_in_member_order(std::index_sequence<Indices...>) {
+consteval bool is_in_member_order(std::index_sequence<Indices...>) {
     return true;
 }
 #endif
 
 template <class Message>
-constexpr bool check_schema() {
+consteval bool check_schema() {
     constexpr std::make_index_sequence<field_count<Message>> all;
     static_assert(field_count<Message> > 0, "the message type has no field list");
     static_assert(sizeof(Message::present) == (field_count<Message> + 7) / 8,

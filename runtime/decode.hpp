@@ -51,7 +51,7 @@ std::int32_t decode_imported(void* message, const std::uint8_t* at, const std::u
 }
 
 template <class Message>
-constexpr NestedDecoder make_decoder() {
+consteval NestedDecoder make_decoder() {
     if constexpr (is_imported<Message>) {
         return {sizeof(Message), decode_imported<Message>};
     } else {
@@ -77,8 +77,12 @@ template <class Message, std::size_t Index>
     } else if constexpr (kind == Kind::bytes) {
         return decode_bytes(&(message.*field.data), &(message.*field.length), at, end, source);
     } else {
-        const Number number =
-            kind == Kind::uint64 ? read_number64(at, end, source.input) : read_number32(at, end, source.input);
+        Number number;
+        if constexpr (kind == Kind::uint64) {
+            number = read_number64(at, end, source.input);
+        } else {
+            number = read_number32(at, end, source.input);
+        }
         if (number.at == nullptr) return {nullptr, VESK_MALFORMED};
         if constexpr (kind == Kind::uint64) {
             message.*field.member = number.value;
@@ -105,15 +109,15 @@ inline constexpr std::int32_t unread = 1;
 template <bool long_tags>
 [[gnu::always_inline]] inline Decoded read_tag(const std::uint8_t* at, std::uint64_t presence,
                                                const std::uint8_t* end) {
-    if (at == end) return {nullptr, presence, 0, VESK_OK};
+    if (at == end) return {nullptr, presence, {}, VESK_OK};
     if (*at < 0x80) return {at + 1, presence, *at, VESK_OK};
-    if constexpr (!long_tags) return {at, presence, 0, unread};
+    if constexpr (!long_tags) return {at, presence, {}, unread};
     const Number tag = read_long_tag(at, end);
     return {tag.at, presence, static_cast<std::uint32_t>(tag.value), tag.at != nullptr ? VESK_OK : VESK_MALFORMED};
 }
 
 template <class Message, std::size_t Index>
-constexpr bool has_long_tag() {
+consteval bool has_long_tag() {
     if constexpr (Index < field_count<Message>) return tag_of<Message, Index> >= 0x80;
     return false;
 }
@@ -129,7 +133,7 @@ template <class Message, std::size_t Index>
         if (so_far.tag == tag_of<Message, Index>) {
             const Step step =
                 decode_field<Message, Index>(message, has_bit<Index>(so_far.presence), so_far.at, end, source);
-            if (step.at == nullptr) return {nullptr, so_far.presence, 0, step.code};
+            if (step.at == nullptr) return {nullptr, so_far.presence, {}, step.code};
             so_far =
                 read_tag<has_long_tag<Message, Index + 1>()>(step.at, so_far.presence | std::uint64_t{1} << Index, end);
             if (so_far.at == nullptr || so_far.code == unread) return so_far;
@@ -140,7 +144,7 @@ template <class Message, std::size_t Index>
 
 // A bit for each field number of the message, or for each that has a value of the wire type.
 template <class Message, std::size_t... Indices>
-constexpr std::uint64_t numbers_of(std::index_sequence<Indices...>, [[maybe_unused]] std::uint32_t wire_type) {
+consteval std::uint64_t numbers_of(std::index_sequence<Indices...>, [[maybe_unused]] std::uint32_t wire_type) {
     return (std::uint64_t{0} | ... |
             (wire_type == wire_type_of_tag(tag_of<Message, Indices>) ? std::uint64_t{1} << number_of<Message, Indices>
                                                                      : 0));
@@ -157,7 +161,7 @@ template <class Message>
     constexpr std::uint64_t varint_numbers = numbers_of<Message>(all_fields, varint_type);
     constexpr std::uint64_t length_numbers = numbers_of<Message>(all_fields, length_type);
     Message& message = *static_cast<Message*>(untyped);
-    Decoded so_far{at, 0, 0, unread};
+    Decoded so_far{at, 0, {}, unread};
     for (;;) {
         if (so_far.code == unread) so_far = read_tag<true>(so_far.at, so_far.presence, end);
         if (so_far.at == nullptr) break;
@@ -169,7 +173,7 @@ template <class Message>
         if (wire_type_of_tag(so_far.tag) == varint_type && is_number_in(number, varint_numbers)) continue;
         if (wire_type_of_tag(so_far.tag) == length_type && is_number_in(number, length_numbers)) continue;
         const Step step = skip_unknown(so_far.tag, varint_numbers | length_numbers, so_far.at, end);
-        so_far = {step.at, so_far.presence, 0, step.code == VESK_OK ? unread : step.code};
+        so_far = {step.at, so_far.presence, {}, step.code == VESK_OK ? unread : step.code};
         if (so_far.at == nullptr) break;
     }
     store_presence(message, so_far.presence);

@@ -26,7 +26,7 @@ struct NestedDuplicator {
 };
 
 template <class Message>
-constexpr NestedDuplicator make_duplicator() {
+consteval NestedDuplicator make_duplicator() {
     if constexpr (is_imported<Message>) {
         return {sizeof(Message), duplicate_imported<Message>};
     } else {
@@ -65,7 +65,7 @@ template <std::size_t Index, class Message>
             if constexpr (!is_plain<NestedOf<Message, Index>>()) {
                 const auto& nested = source.*field_of<Message, Index>.member;
                 const std::size_t offset = static_cast<std::size_t>(reinterpret_cast<const char*>(&nested) - from);
-                if (offset > done) std::memcpy(to + done, from + done, offset - done);
+                std::memcpy(to + done, from + done, offset - done);
                 done = offset + sizeof nested;
             }
         }

@@ -56,7 +56,7 @@ template <class Message>
 Encoded encode_imported(const void* message, const Output& output);
 
 template <class Message>
-constexpr Encoder make_encoder() {
+consteval Encoder make_encoder() {
     if constexpr (is_imported<Message>) {
         return {sizeof(Message), measure_imported_any<Message>, nullptr, nullptr, encode_imported<Message>};
     } else {

@@ -12,7 +12,7 @@ namespace vesk {
 struct Nothing {};
 
 template <class Message, std::size_t Index>
-constexpr auto note_of_field();
+consteval auto note_of_field();
 
 template <class Message, class Indices>
 struct Notes;
@@ -33,7 +33,7 @@ struct NestedSizes {
 };
 
 template <class Message, std::size_t Index>
-constexpr auto note_of_field() {
+consteval auto note_of_field() {
     constexpr Kind kind = kind_of<Message, Index>;
     if constexpr (kind == Kind::string) {
         return std::uint64_t{};

@@ -93,7 +93,13 @@ template <std::uint32_t Tag, class Element>
     }
 }
 
-// Where a few numbers are the whole message, writing them with branches is faster than writing them aside.
+// True if a few numbers are the whole message: writing them with branches is then faster than writing them aside.
+template <class Message>
+consteval bool is_few_numbers() {
+    constexpr std::uint64_t longest = longest_numbers<Message, 0, field_count<Message>>();
+    return longest != 0 && longest <= 64;
+}
+
 template <class Message, std::size_t First, std::size_t Last>
 [[gnu::always_inline]] inline std::uint8_t* write_few_numbers(const Message& message, std::uint64_t presence,
                                                               std::uint8_t* at) {
@@ -123,14 +129,13 @@ template <class Message, std::size_t Index>
         constexpr std::size_t end = end_of_plain_fields<Message, Index>();
         constexpr std::uint64_t longest = longest_numbers<Message, Index, end>();
         if constexpr (longest != 0) {
-            constexpr bool few = end - Index == field_count<Message> && longest <= 64;
             const std::uint64_t presence = load_presence(message);
             // Numbers that fit at their longest need no measuring.
             if (static_cast<std::uint64_t>(target.end - so_far.at) < longest &&
                 !fits({measure_numbers<Message, Index, end>(message, presence), 0}, so_far.at, target)) {
                 return does_not_fit;
             }
-            if constexpr (few) {
+            if constexpr (is_few_numbers<Message>()) {
                 so_far.at = write_few_numbers<Message, Index, end>(message, presence, so_far.at);
             } else {
                 so_far.at = write_run<Message, Index, end>(message, presence, so_far.at, so_far.at);

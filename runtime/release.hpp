@@ -23,7 +23,7 @@ struct NestedReleaser {
 };
 
 template <class Message>
-constexpr NestedReleaser make_releaser() {
+consteval NestedReleaser make_releaser() {
     if constexpr (is_imported<Message>) {
         return {sizeof(Message), release_imported<Message>};
     } else if constexpr (is_plain<Message>()) {

@@ -43,17 +43,17 @@ struct ListField {
 };
 
 template <std::uint32_t Number, class Message, class Member>
-constexpr Field<Number, Message, Member> field(Member Message::*member) {
+consteval Field<Number, Message, Member> field(Member Message::*member) {
     return {member};
 }
 
 template <std::uint32_t Number, class Message>
-constexpr BytesField<Number, Message> bytes(std::uint8_t* Message::*data, std::uint64_t Message::*length) {
+consteval BytesField<Number, Message> bytes(std::uint8_t* Message::*data, std::uint64_t Message::*length) {
     return {data, length};
 }
 
 template <std::uint32_t Number, class Message, class Element>
-constexpr ListField<Number, Message, Element> list(Element* Message::*array, std::uint32_t Message::*count) {
+consteval ListField<Number, Message, Element> list(Element* Message::*array, std::uint32_t Message::*count) {
     return {array, count};
 }
 
@@ -71,7 +71,7 @@ struct FieldList<std::index_sequence<Indices...>, AnyFields...> : Slot<Indices, 
 };
 
 template <class... AnyFields>
-constexpr FieldList<std::index_sequence_for<AnyFields...>, AnyFields...> fields(AnyFields... list) {
+consteval FieldList<std::index_sequence_for<AnyFields...>, AnyFields...> fields(AnyFields... list) {
     return {{list}...};
 }
 
@@ -115,31 +115,31 @@ template <class Message, std::size_t Index>
 inline constexpr auto field_of = get_slot<Index>(schema<Message>);
 
 template <class Message, std::uint32_t Number, class Member>
-constexpr Kind kind_of_field(const Field<Number, Message, Member>&) {
+consteval Kind kind_of_field(const Field<Number, Message, Member>&) {
     return Kind::message;
 }
 template <class Message, std::uint32_t Number>
-constexpr Kind kind_of_field(const Field<Number, Message, std::uint32_t>&) {
+consteval Kind kind_of_field(const Field<Number, Message, std::uint32_t>&) {
     return Kind::uint32;
 }
 template <class Message, std::uint32_t Number>
-constexpr Kind kind_of_field(const Field<Number, Message, std::uint64_t>&) {
+consteval Kind kind_of_field(const Field<Number, Message, std::uint64_t>&) {
     return Kind::uint64;
 }
 template <class Message, std::uint32_t Number>
-constexpr Kind kind_of_field(const Field<Number, Message, std::uint8_t>&) {
+consteval Kind kind_of_field(const Field<Number, Message, std::uint8_t>&) {
     return Kind::boolean;
 }
 template <class Message, std::uint32_t Number>
-constexpr Kind kind_of_field(const Field<Number, Message, char*>&) {
+consteval Kind kind_of_field(const Field<Number, Message, char*>&) {
     return Kind::string;
 }
 template <class Message, std::uint32_t Number>
-constexpr Kind kind_of_field(const BytesField<Number, Message>&) {
+consteval Kind kind_of_field(const BytesField<Number, Message>&) {
     return Kind::bytes;
 }
 template <class Message, std::uint32_t Number, class Element>
-constexpr Kind kind_of_field(const ListField<Number, Message, Element>&) {
+consteval Kind kind_of_field(const ListField<Number, Message, Element>&) {
     return Kind::list;
 }
 
@@ -149,7 +149,7 @@ inline constexpr Kind kind_of = kind_of_field<Message>(field_of<Message, Index>)
 template <class Message, std::size_t Index>
 inline constexpr std::uint32_t number_of = decltype(field_of<Message, Index>)::number;
 
-constexpr WireType wire_type_of_kind(Kind kind) {
+consteval WireType wire_type_of_kind(Kind kind) {
     return kind == Kind::uint32 || kind == Kind::uint64 || kind == Kind::boolean ? varint_type : length_type;
 }
 
@@ -170,7 +170,7 @@ inline constexpr bool is_number = wire_type_of_kind(kind_of<Message, Index>) == 
 
 // One past the last of the fields that are no lists and stand one behind the other from Index on.
 template <class Message, std::size_t Index>
-constexpr std::size_t end_of_plain_fields() {
+consteval std::size_t end_of_plain_fields() {
     if constexpr (Index < field_count<Message>) {
         if constexpr (kind_of<Message, Index> != Kind::list) return end_of_plain_fields<Message, Index + 1>();
     }
@@ -179,7 +179,7 @@ constexpr std::size_t end_of_plain_fields() {
 
 // One past the last of the numbers and flags that stand one behind the other from Index on.
 template <class Message, std::size_t Index>
-constexpr std::size_t end_of_numbers() {
+consteval std::size_t end_of_numbers() {
     if constexpr (Index < field_count<Message>) {
         if constexpr (is_number<Message, Index>) return end_of_numbers<Message, Index + 1>();
     }
@@ -193,7 +193,7 @@ inline constexpr std::uint64_t presence_bits = ((std::uint64_t{1} << (Last - Fir
 // The most bytes that the fields First to Last - 1 can take on the wire: 0 if that is not bounded, since one of them is
 // no number or flag.
 template <class Message, std::size_t First, std::size_t Last>
-constexpr std::uint64_t longest_numbers() {
+consteval std::uint64_t longest_numbers() {
     if constexpr (First == Last) {
         return 0;
     } else if constexpr (!is_number<Message, First>) {
@@ -209,7 +209,7 @@ constexpr std::uint64_t longest_numbers() {
 
 // True for a message of numbers and flags alone whose length on the wire always takes one byte.
 template <class Message>
-constexpr bool is_small() {
+consteval bool is_small() {
     if constexpr (is_imported<Message>) {
         return false;
     } else {
@@ -221,7 +221,7 @@ constexpr bool is_small() {
 // True for a message that owns nothing, nor does anything in it, and that has nothing imported in it: a copy of the
 // structure is a copy of the message.
 template <class Message, std::size_t Index = 0>
-constexpr bool is_plain() {
+consteval bool is_plain() {
     if constexpr (is_imported<Message>) {
         return false;
     } else if constexpr (Index == field_count<Message>) {

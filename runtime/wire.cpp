@@ -62,7 +62,8 @@ inline std::uint64_t load_word(const std::uint8_t* at, Input input) {
     const std::ptrdiff_t missing = at - input.last_word;
     if (missing <= 0) [[likely]] {
         __builtin_memcpy(&word, at, sizeof word);
-        return __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__ ? __builtin_bswap64(word) : word;
+        if constexpr (__BYTE_ORDER__ == __ORDER_BIG_ENDIAN__) word = __builtin_bswap64(word);
+        return word;
     }
     __builtin_memcpy(&word, input.last_word, sizeof word);
     if constexpr (__BYTE_ORDER__ == __ORDER_BIG_ENDIAN__) word = __builtin_bswap64(word);

@@ -11,7 +11,7 @@ namespace vesk {
 
 enum WireType : std::uint32_t { varint_type = 0, fixed64_type = 1, length_type = 2, fixed32_type = 5 };
 
-constexpr std::uint32_t make_tag(std::uint32_t number, WireType type) { return number << 3 | type; }
+consteval std::uint32_t make_tag(std::uint32_t number, WireType type) { return number << 3 | type; }
 constexpr std::uint32_t wire_type_of_tag(std::uint32_t tag) { return tag & 7; }
 constexpr std::uint32_t number_of_tag(std::uint32_t tag) { return tag >> 3; }
 
@@ -92,7 +92,7 @@ constexpr std::uint64_t varint_size(std::uint32_t value, unsigned more = 0) {
     return (highest_bit * 9 + 73 + more * 64) / 64;
 }
 // A flag: one byte, which need not be 0 or 1.
-constexpr std::uint64_t varint_size(std::uint8_t value, unsigned more = 0) { return 1u + (value >> 7) + more; }
+constexpr std::uint64_t varint_size(std::uint8_t value, unsigned more) { return 1u + (value >> 7) + more; }
 
 // Bytes that write_length needs, and `more`.
 constexpr std::uint64_t length_size(std::uint64_t length, unsigned more = 0) {
@@ -171,14 +171,18 @@ inline void store_word(std::uint8_t* at, std::uint64_t word) {
 // lower seven bytes, and its size in the eighth.
 struct VarintShapes {
     std::uint64_t of_highest_bit[32];
-    constexpr VarintShapes() : of_highest_bit() {
-        for (unsigned bit = 0; bit < 32; ++bit) {
-            const std::uint64_t size = bit / 7 + 1;
-            of_highest_bit[bit] = (0x0080808080808080 >> (64 - 8 * size)) | size << 56;
-        }
-    }
 };
-inline constexpr VarintShapes varint_shapes;
+
+consteval VarintShapes make_varint_shapes() {
+    VarintShapes shapes{};
+    for (unsigned bit = 0; bit < 32; ++bit) {
+        const std::uint64_t size = bit / 7 + 1;
+        shapes.of_highest_bit[bit] = (0x0080808080808080 >> (64 - 8 * size)) | size << 56;
+    }
+    return shapes;
+}
+
+inline constexpr VarintShapes varint_shapes = make_varint_shapes();
 
 // Spreads groups of 7 bits over bytes: first 14 bits over 16, then 7 over 8. Adding what is above a group once more
 // moves it up by one bit.
