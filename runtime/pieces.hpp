@@ -59,24 +59,46 @@ inline bool measure_ahead(const Element& element, std::uint8_t* at, const Target
     return true;
 }
 
-// Each element is measured before the one in front of it is written, whose last numbers then have measured bytes behind
-// them that they may store into.
+// Writes an element of which the encoding has `room` measured bytes behind it, so that its last numbers need not go
+// aside. Bytes that an imported message there may leave as they were are put back.
+template <class Element>
+inline Written write_with_room(const Element& element, const MeasuredElement<Element>& measured, std::uint64_t room,
+                               Written so_far, Target& target) {
+    if constexpr (has_imported<Element>()) {
+        struct {
+            std::uint8_t bytes[32];
+        } kept;
+        if (room >= sizeof kept) {
+            __builtin_memcpy(&kept, measured.end, sizeof kept);
+            target.measured_end = measured.end + sizeof kept;
+            so_far = write(element, measured.sizes, so_far, target);
+            __builtin_memcpy(measured.end, &kept, sizeof kept);
+            return so_far;
+        }
+        room = 0;
+    }
+    target.measured_end = measured.end + room;
+    return write(element, measured.sizes, so_far, target);
+}
+
+// Each element is measured before the one in front of it is written, which then has room behind it.
 template <std::uint32_t Tag, class Element>
 inline Written write_elements(const Element* element, std::uint32_t count, Written so_far, Target& target) {
     if (count == 0) return so_far;
-    MeasuredElement<Element> measured[2];
-    if (!measure_ahead<Tag>(*element, so_far.at, target, measured[0])) return does_not_fit;
+    MeasuredElement<Element> ahead[2];
+    if (!measure_ahead<Tag>(*element, so_far.at, target, ahead[0])) return does_not_fit;
     for (unsigned current = 0; count != 0; --count, ++element, current ^= 1) {
-        const auto& [sizes, size, end] = measured[current];
-        target.measured_end = end;
+        const MeasuredElement<Element>& measured = ahead[current];
+        std::uint64_t room = 0;
         if (count > 1) {
-            if (!measure_ahead<Tag>(element[1], end, target, measured[current ^ 1])) return does_not_fit;
-            if constexpr (!has_imported<Element>()) target.measured_end = measured[current ^ 1].end;
+            MeasuredElement<Element>& next = ahead[current ^ 1];
+            if (!measure_ahead<Tag>(element[1], measured.end, target, next)) return does_not_fit;
+            room = static_cast<std::uint64_t>(next.end - measured.end);
         }
-        so_far.at = put_length(put_tag<Tag>(so_far.at), size);
-        if (size != 0) {
+        so_far.at = put_length(put_tag<Tag>(so_far.at), measured.size);
+        if (measured.size != 0) {
             ++so_far.segments;
-            so_far = write(*element, sizes, so_far, target);
+            so_far = write_with_room(*element, measured, room, so_far, target);
         }
     }
     return so_far;

@@ -41,9 +41,6 @@ using WriteNumbers = std::uint8_t* (*)(const void* message, std::uint64_t presen
 // The most that any message's numbers take.
 inline constexpr std::size_t longest_of_all_numbers = 256;
 
-// Writes numbers where nothing may be stored behind them: aside, then over.
-std::uint8_t* write_numbers_exactly(const void* message, std::uint64_t presence, std::uint8_t* at, WriteNumbers write);
-
 template <class Message, std::size_t First, std::size_t Last>
 [[gnu::always_inline]] inline std::uint8_t* write_each_number(const Message& message, std::uint64_t presence,
                                                               std::uint8_t* at) {
@@ -77,13 +74,22 @@ inline Written write_imported(const Message& message, std::uint64_t size, Writte
     return {so_far.at + size, so_far.segments + segments};
 }
 
+// Writes numbers where nothing may be stored behind them: aside, then over.
+template <class Message, std::size_t First, std::size_t Last>
+[[gnu::noinline]] std::uint8_t* write_numbers_exactly(const Message& message, std::uint64_t presence,
+                                                      std::uint8_t* at) {
+    std::uint8_t aside[longest_numbers<Message, First, Last>() + number_overhang];
+    const std::uint8_t* const end = write_numbers<Message, First, Last>(&message, presence, aside);
+    return put_bytes(at, aside, static_cast<std::uint64_t>(end - aside));
+}
+
 // The numbers and flags First to Last - 1.
 template <class Message, std::size_t First, std::size_t Last>
 inline std::uint8_t* write_run(const Message& message, std::uint64_t presence, std::uint8_t* at,
                                const std::uint8_t* measured_end) {
     constexpr std::ptrdiff_t room = longest_numbers<Message, First, Last>() + number_overhang;
     if (measured_end - at >= room) return write_numbers<Message, First, Last>(&message, presence, at);
-    return write_numbers_exactly(&message, presence, at, write_numbers<Message, First, Last>);
+    return write_numbers_exactly<Message, First, Last>(message, presence, at);
 }
 
 // A small message with its tag: its length takes one byte, which is filled in last.
