@@ -54,39 +54,31 @@ std::uint32_t count_segments(Written written, const std::uint8_t* begin) {
     return static_cast<std::uint32_t>(written.segments + (written.at != begin));
 }
 
-// The buffer of an output. A length that no buffer can have ends where the address space does.
-Target target_of(const Output& output) {
-    std::uint8_t* const begin = output.buffer.data;
-    const std::uint64_t behind = ~reinterpret_cast<std::uintptr_t>(begin);
-    const std::uint64_t longest = PTRDIFF_MAX;
-    const std::uint64_t most = behind < longest ? behind : longest;
-    return {begin, begin + (output.buffer.length < most ? output.buffer.length : most), begin, output.flags};
+// Encodes the unchecked way. Returns a null position if segments are to be listed or the message does not fit.
+[[gnu::always_inline]] inline Written write_unchecked(const void* message, const Output& output, const Ways& ways) {
+    const auto& [buffer, segments, flags] = output;
+    if (segments.capacity != 0) return does_not_fit;
+    if (segments.counted && (flags & VESK_BYTES_BY_REFERENCE) != 0) return does_not_fit;
+    // A length that no buffer can have is held to the buffer byte by byte.
+    const std::uint64_t behind = ~reinterpret_cast<std::uintptr_t>(buffer.data);
+    if (buffer.length > behind || buffer.length > PTRDIFF_MAX) return does_not_fit;
+    Target target{buffer.data, buffer.data + buffer.length, buffer.data, flags};
+    return ways.write_pieces(message, target);
 }
 
-inline Encoded encode(const void* message, const Encoder& encoder, const Output& output) {
-    const auto& [buffer, segments, flags] = output;
-    const bool listed = segments.capacity != 0 || (segments.counted && (flags & VESK_BYTES_BY_REFERENCE) != 0);
-    if (!listed) {
-        Target target = target_of(output);
-        const Written written = encoder.write_pieces(message, target);
-        if (written.at != nullptr) {
-            return {static_cast<std::uint64_t>(written.at - buffer.data), count_segments(written, buffer.data)};
-        }
-    }
+[[gnu::noinline]] Encoded encode_checked(const void* message, const Output& output, const Ways& ways) {
     Progress progress{0, 0, 0};
-    encoder.encode_fields(message, progress, output);
+    ways.encode_fields(message, progress, output);
     if (progress.run_start < progress.position) close_run(progress, output);
     return {progress.position, progress.segments_used};
 }
 
 // Writes a nested message that is not left out.
-void encode_measured(std::uint32_t tag, const void* nested, std::uint64_t size, const Encoder& encoder,
+void encode_measured(std::uint32_t tag, const void* nested, std::uint64_t size, const NestedEncoder& encoder,
                      Progress& progress, const Output& output) {
     progress.position = write_varint(tag, progress.position, output.buffer);
     progress.position = write_length(size, progress.position, output.buffer);
-    const Output rest = rest_of(output, progress);
-    const Encoded encoded =
-        encoder.encode_imported != nullptr ? encoder.encode_imported(nested, rest) : encode(nested, encoder, rest);
+    const Encoded encoded = encoder.encode(nested, rest_of(output, progress));
     progress.segments_used += encoded.segments;
     progress.position += size;
 }
@@ -123,13 +115,13 @@ void encode_bytes(std::uint32_t tag, const std::uint8_t* data, std::uint64_t len
     }
 }
 
-void encode_nested(std::uint32_t tag, const void* nested, bool present, const Encoder& encoder, Progress& progress,
+void encode_nested(std::uint32_t tag, const void* nested, bool present, const NestedEncoder& encoder, Progress& progress,
                    const Output& output) {
     const std::uint64_t size = encoder.measure(nested, output.flags);
     if (size != 0 || present) encode_measured(tag, nested, size, encoder, progress, output);
 }
 
-void encode_list(std::uint32_t tag, const void* array, std::uint32_t count, const Encoder& encoder, Progress& progress,
+void encode_list(std::uint32_t tag, const void* array, std::uint32_t count, const NestedEncoder& encoder, Progress& progress,
                  const Output& output) {
     const char* element = static_cast<const char*>(array);
     for (std::uint32_t i = 0; i < count; ++i, element += encoder.size) {
@@ -137,13 +129,25 @@ void encode_list(std::uint32_t tag, const void* array, std::uint32_t count, cons
     }
 }
 
+Encoded encode(const void* message, const Output& output, const Ways& ways) {
+    const std::uint8_t* const begin = output.buffer.data;
+    const Written written = write_unchecked(message, output, ways);
+    if (written.at == nullptr) return encode_checked(message, output, ways);
+    return {static_cast<std::uint64_t>(written.at - begin), count_segments(written, begin)};
+}
+
 std::uint64_t encode_ext(const void* message, void* buffer, std::uint64_t length, vesk_segment* segments,
-                         std::uint32_t* segment_count, std::uint32_t flags, const Encoder& encoder) {
+                         std::uint32_t* segment_count, std::uint32_t flags, const Ways& ways) {
     // Without a count nothing can be listed, as with a list that has no room.
     const bool counted = segment_count != nullptr;
     const Output output{
         {static_cast<std::uint8_t*>(buffer), length}, {segments, counted ? *segment_count : 0, counted}, flags};
-    const Encoded encoded = encode(message, encoder, output);
+    const Written written = write_unchecked(message, output, ways);
+    if (written.at != nullptr) {
+        if (counted) *segment_count = count_segments(written, output.buffer.data);
+        return static_cast<std::uint64_t>(written.at - output.buffer.data);
+    }
+    const Encoded encoded = encode_checked(message, output, ways);
     if (counted) *segment_count = encoded.segments;
     return encoded.length;
 }

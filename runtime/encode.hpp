@@ -36,36 +36,54 @@ struct Encoded {
     std::uint32_t segments;
 };
 
-// What the functions that all types share need to know of a type.
-struct Encoder {
-    std::size_t size;  // of the structure
-    std::uint64_t (*measure)(const void* message, std::uint32_t flags);
+// The two ways of a message type. The messages are of that type.
+struct Ways {
     Written (*write_pieces)(const void* message, Target& target);
     void (*encode_fields)(const void* message, Progress& progress, const Output& output);
-    // For an imported type, instead of both.
-    Encoded (*encode_imported)(const void* message, const Output& output);
 };
 
 template <class Message>
-std::uint64_t measure_any(const void* message, std::uint32_t flags);
-template <class Message>
-std::uint64_t measure_imported_any(const void* message, std::uint32_t flags);
-template <class Message>
 void encode_fields(const void* message, Progress& progress, const Output& output);
-template <class Message>
-Encoded encode_imported(const void* message, const Output& output);
 
 template <class Message>
-consteval Encoder make_encoder() {
+inline constexpr Ways ways_of{write_pieces<Message>, encode_fields<Message>};
+
+// Encodes a message that stands by itself or in another one.
+Encoded encode(const void* message, const Output& output, const Ways& ways);
+
+template <class Message>
+Encoded encode_any(const void* message, const Output& output) {
     if constexpr (is_imported<Message>) {
-        return {sizeof(Message), measure_imported_any<Message>, nullptr, nullptr, encode_imported<Message>};
+        std::uint32_t count = output.segments.capacity;
+        const std::uint64_t length =
+            imported<Message>.encode(static_cast<const Message*>(message), output.buffer.data, output.buffer.length,
+                                     output.segments.array, &count, output.flags);
+        return {length, count};
     } else {
-        return {sizeof(Message), measure_any<Message>, write_pieces<Message>, encode_fields<Message>, nullptr};
+        return encode(message, output, ways_of<Message>);
     }
 }
 
 template <class Message>
-inline constexpr Encoder encoder_of = make_encoder<Message>();
+std::uint64_t measure_any(const void* untyped, std::uint32_t flags) {
+    const Message& message = *static_cast<const Message*>(untyped);
+    if constexpr (is_imported<Message>) {
+        return measure_imported(message, flags);
+    } else {
+        Sizes<Message> sizes;
+        return measure(message, sizes, flags).size;
+    }
+}
+
+// What the functions that all types share need to know of a nested type.
+struct NestedEncoder {
+    std::size_t size;  // of the structure
+    std::uint64_t (*measure)(const void* nested, std::uint32_t flags);
+    Encoded (*encode)(const void* nested, const Output& output);
+};
+
+template <class Message>
+inline constexpr NestedEncoder encoder_of{sizeof(Message), measure_any<Message>, encode_any<Message>};
 
 // ---- The checked way -----------------------------------------------------------------------------------------------
 
@@ -79,10 +97,10 @@ void encode_bytes(std::uint32_t tag, const std::uint8_t* data, std::uint64_t len
                   const Output& output);
 // A nested message is written if it has content or is present. The position advances by its measured size whatever the
 // writing call says: an imported type that measures one length and writes another cannot move the fields behind it.
-void encode_nested(std::uint32_t tag, const void* nested, bool present, const Encoder& encoder, Progress& progress,
+void encode_nested(std::uint32_t tag, const void* nested, bool present, const NestedEncoder& encoder, Progress& progress,
                    const Output& output);
 // Every element is written, also an empty one, each with its tag and length.
-void encode_list(std::uint32_t tag, const void* array, std::uint32_t count, const Encoder& encoder, Progress& progress,
+void encode_list(std::uint32_t tag, const void* array, std::uint32_t count, const NestedEncoder& encoder, Progress& progress,
                  const Output& output);
 
 template <class Message, std::size_t Index>
@@ -132,29 +150,30 @@ template <class Message>
 
 // ---- Both ways -----------------------------------------------------------------------------------------------------
 
+// True if a few numbers are the whole message.
 template <class Message>
-std::uint64_t measure_any(const void* message, std::uint32_t flags) {
-    Sizes<Message> sizes;
-    return measure(*static_cast<const Message*>(message), sizes, flags).size;
+consteval bool is_few_numbers() {
+    constexpr std::uint64_t longest = longest_numbers<Message, 0, field_count<Message>>();
+    return longest != 0 && longest <= 64;
 }
 
-template <class Message>
-std::uint64_t measure_imported_any(const void* message, std::uint32_t flags) {
-    return measure_imported(*static_cast<const Message*>(message), flags);
-}
-
-template <class Message>
-Encoded encode_imported(const void* message, const Output& output) {
-    std::uint32_t count = output.segments.capacity;
-    const std::uint64_t length =
-        imported<Message>.encode(static_cast<const Message*>(message), output.buffer.data, output.buffer.length,
-                                 output.segments.array, &count, output.flags);
-    return {length, count};
+// Writes the numbers First to Last - 1 and stores nothing behind them.
+template <class Message, std::size_t First, std::size_t Last>
+[[gnu::always_inline]] inline std::uint8_t* write_few_numbers(const Message& message, std::uint64_t presence,
+                                                              std::uint8_t* at) {
+    if constexpr (First == Last) {
+        return at;
+    } else {
+        if (has_bit<First>(presence)) {
+            at = put_varint(put_tag<tag_of<Message, First>>(at), message.*field_of<Message, First>.member);
+        }
+        return write_few_numbers<Message, First + 1, Last>(message, presence, at);
+    }
 }
 
 // What an exported function does, with the arguments as it got them, if it is not to measure alone.
 std::uint64_t encode_ext(const void* message, void* buffer, std::uint64_t length, vesk_segment* segments,
-                         std::uint32_t* segment_count, std::uint32_t flags, const Encoder& encoder);
+                         std::uint32_t* segment_count, std::uint32_t flags, const Ways& ways);
 
 template <class Message>
 inline std::uint64_t measure_or_encode(const Message* message, void* buffer, std::uint64_t length,
@@ -166,7 +185,20 @@ inline std::uint64_t measure_or_encode(const Message* message, void* buffer, std
             return measure_any<Message>(message, flags);
         }
     }
-    return encode_ext(message, buffer, length, segments, segment_count, flags, encoder_of<Message>);
+    if constexpr (is_few_numbers<Message>()) {
+        // The usual call of such a message takes less time than the way to the functions that all types share.
+        constexpr std::size_t last = field_count<Message>;
+        const bool listed = segment_count != nullptr && *segment_count != 0;
+        const bool fits = length >= longest_numbers<Message, 0, last>() || length >= measure_small(*message);
+        if (fits && !listed) [[likely]] {
+            std::uint8_t* const begin = static_cast<std::uint8_t*>(buffer);
+            const std::uint8_t* const end =
+                write_few_numbers<Message, 0, last>(*message, load_presence(*message), begin);
+            if (segment_count != nullptr) *segment_count = end != begin;
+            return static_cast<std::uint64_t>(end - begin);
+        }
+    }
+    return encode_ext(message, buffer, length, segments, segment_count, flags, ways_of<Message>);
 }
 
 }  // namespace vesk

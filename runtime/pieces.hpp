@@ -115,26 +115,6 @@ template <std::uint32_t Tag, class Element>
     }
 }
 
-// True if a few numbers are the whole message: writing them with branches is then faster than writing them aside.
-template <class Message>
-consteval bool is_few_numbers() {
-    constexpr std::uint64_t longest = longest_numbers<Message, 0, field_count<Message>>();
-    return longest != 0 && longest <= 64;
-}
-
-template <class Message, std::size_t First, std::size_t Last>
-[[gnu::always_inline]] inline std::uint8_t* write_few_numbers(const Message& message, std::uint64_t presence,
-                                                              std::uint8_t* at) {
-    if constexpr (First == Last) {
-        return at;
-    } else {
-        if (has_bit<First>(presence)) {
-            at = put_varint(put_tag<tag_of<Message, First>>(at), message.*field_of<Message, First>.member);
-        }
-        return write_few_numbers<Message, First + 1, Last>(message, presence, at);
-    }
-}
-
 // Writes the message from field Index on.
 template <class Message, std::size_t Index>
 [[gnu::always_inline]] inline Written write_pieces_from(const Message& message, Written so_far, Target& target) {
@@ -157,11 +137,7 @@ template <class Message, std::size_t Index>
                 !fits({measure_numbers<Message, Index, end>(message, presence), 0}, so_far.at, target)) {
                 return does_not_fit;
             }
-            if constexpr (is_few_numbers<Message>()) {
-                so_far.at = write_few_numbers<Message, Index, end>(message, presence, so_far.at);
-            } else {
-                so_far.at = write_run<Message, Index, end>(message, presence, so_far.at, so_far.at);
-            }
+            so_far.at = write_run<Message, Index, end>(message, presence, so_far.at, so_far.at);
         } else {
             Sizes<Message> sizes;
             const Measured measured = measure<Message, Index, end>(message, sizes, target.flags);

@@ -120,6 +120,28 @@ Number read_number64(const std::uint8_t* at, const std::uint8_t* end, Input inpu
     return {at, value};
 }
 
+namespace {
+
+// The reverse: 28 bits over 32, 14 over 16, 7 over 8.
+inline std::uint64_t split_groups(std::uint64_t value) {
+    value = (value & 0x000000000FFFFFFF) | (value << 4 & 0x0FFFFFFF00000000);
+    value = (value & 0x00003FFF00003FFF) | (value << 2 & 0x3FFF00003FFF0000);
+    return (value & 0x007F007F007F007F) | (value << 1 & 0x7F007F007F007F00);
+}
+
+}  // namespace
+
+// Eight bytes as a word, then the two that only the largest values have.
+std::uint8_t* put_varint64(std::uint8_t* at, std::uint64_t value) {
+    constexpr std::uint64_t marks = 0x8080808080808080;
+    const std::uint64_t size = varint_size(value);
+    const std::uint64_t unmarked = 8 * (size < 9 ? 9 - size : 0);
+    store_word(at, split_groups(value) | (unmarked < 64 ? marks >> unmarked : 0));
+    at[8] = static_cast<std::uint8_t>((value >> 56 & 0x7F) | value >> 63 << 7);
+    at[9] = static_cast<std::uint8_t>(value >> 63);
+    return at + size;
+}
+
 Step skip_field(std::uint32_t wire_type, const std::uint8_t* at, const std::uint8_t* end) {
     switch (wire_type) {
         case varint_type: at = skip_continuation(at, end); return {at, at != nullptr ? VESK_OK : VESK_MALFORMED};

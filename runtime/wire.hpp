@@ -206,16 +206,20 @@ inline std::uint8_t* put_number(std::uint8_t* at, std::uint32_t value, bool pres
     return at + only_if(present, varint_size(Tag) + (shape >> 56));
 }
 
+// Writes a varint of any length. Stores 10 bytes in any case.
+std::uint8_t* put_varint64(std::uint8_t* at, std::uint64_t value);
+
 // The same with 64 bits.
 template <std::uint32_t Tag>
 inline std::uint8_t* put_number(std::uint8_t* at, std::uint64_t value, bool present) {
-    return present ? put_varint(put_tag<Tag>(at), value) : at;
+    std::uint8_t* const behind = put_varint64(put_tag<Tag>(at), value);
+    return present ? behind : at;
 }
 
 // A flag is a byte, which need not be 0 or 1.
 template <std::uint32_t Tag>
 inline std::uint8_t* put_number(std::uint8_t* at, std::uint8_t value, bool present) {
-    if (value >= 0x80) return put_number<Tag>(at, std::uint64_t{value}, present);
+    if (value >= 0x80) return present ? put_varint(put_tag<Tag>(at), value) : at;
     std::uint8_t* const behind_tag = put_tag<Tag>(at);
     *behind_tag = value;
     return present ? behind_tag + 1 : at;
