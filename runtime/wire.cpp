@@ -27,7 +27,7 @@ const std::uint8_t* read_long_varint32(const std::uint8_t* at, const std::uint8_
     for (unsigned shift = 0; shift <= 28; shift += 7) {
         if (at >= end) return nullptr;
         const std::uint32_t byte = *at++;
-        result |= (byte & 0x7F) << shift;  // of the fifth group only 4 bits fit
+        result |= (byte & 0x7F & UINT32_MAX >> shift) << shift;  // of the fifth group only 4 bits fit
         if (byte < 0x80) {
             *value = result;
             return at;
@@ -43,7 +43,7 @@ const std::uint8_t* read_long_varint64(const std::uint8_t* at, const std::uint8_
     for (unsigned shift = 0; shift <= 63; shift += 7) {
         if (at >= end) return nullptr;
         const std::uint64_t byte = *at++;
-        result |= (byte & 0x7F) << shift;  // of the tenth group only 1 bit fits
+        result |= (byte & 0x7F & UINT64_MAX >> shift) << shift;  // of the tenth group only 1 bit fits
         if (byte < 0x80) {
             *value = result;
             return at;
