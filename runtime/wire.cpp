@@ -138,7 +138,7 @@ Step skip_field(std::uint32_t wire_type, const std::uint8_t* at, const std::uint
 // Short data goes as moves that overlap, so that one branch serves many lengths.
 std::uint8_t* put_bytes(std::uint8_t* at, const void* data, std::uint64_t length) {
     const std::uint8_t* from = static_cast<const std::uint8_t*>(data);
-    if (length - 8 <= 16) {
+    if (length >= 8 && length <= 24) {
         const std::uint64_t middle = length < 16 ? length - 8 : 8;
         __builtin_memcpy(at, from, 8);
         __builtin_memcpy(at + middle, from + middle, 8);
