@@ -159,7 +159,7 @@ std::uint64_t encode_ext(const void* message, void* buffer, std::uint64_t length
 template <class Message>
 inline std::uint64_t measure_or_encode(const Message* message, void* buffer, std::uint64_t length,
                                        vesk_segment* segments, std::uint32_t* segment_count, std::uint32_t flags) {
-    if (buffer == nullptr && length == 0 && segment_count == nullptr) {
+    if (buffer == nullptr && segment_count == nullptr) {
         if constexpr (is_small<Message>()) {
             return measure_small(*message);
         } else {
