@@ -115,14 +115,14 @@ void encode_bytes(std::uint32_t tag, const std::uint8_t* data, std::uint64_t len
     }
 }
 
-void encode_nested(std::uint32_t tag, const void* nested, bool present, const NestedEncoder& encoder, Progress& progress,
-                   const Output& output) {
+void encode_nested(std::uint32_t tag, const void* nested, bool present, const NestedEncoder& encoder,
+                   Progress& progress, const Output& output) {
     const std::uint64_t size = encoder.measure(nested, output.flags);
     if (size != 0 || present) encode_measured(tag, nested, size, encoder, progress, output);
 }
 
-void encode_list(std::uint32_t tag, const void* array, std::uint32_t count, const NestedEncoder& encoder, Progress& progress,
-                 const Output& output) {
+void encode_list(std::uint32_t tag, const void* array, std::uint32_t count, const NestedEncoder& encoder,
+                 Progress& progress, const Output& output) {
     const char* element = static_cast<const char*>(array);
     for (std::uint32_t i = 0; i < count; ++i, element += encoder.size) {
         encode_measured(tag, element, encoder.measure(element, output.flags), encoder, progress, output);

@@ -97,11 +97,11 @@ void encode_bytes(std::uint32_t tag, const std::uint8_t* data, std::uint64_t len
                   const Output& output);
 // A nested message is written if it has content or is present. The position advances by its measured size whatever the
 // writing call says: an imported type that measures one length and writes another cannot move the fields behind it.
-void encode_nested(std::uint32_t tag, const void* nested, bool present, const NestedEncoder& encoder, Progress& progress,
-                   const Output& output);
+void encode_nested(std::uint32_t tag, const void* nested, bool present, const NestedEncoder& encoder,
+                   Progress& progress, const Output& output);
 // Every element is written, also an empty one, each with its tag and length.
-void encode_list(std::uint32_t tag, const void* array, std::uint32_t count, const NestedEncoder& encoder, Progress& progress,
-                 const Output& output);
+void encode_list(std::uint32_t tag, const void* array, std::uint32_t count, const NestedEncoder& encoder,
+                 Progress& progress, const Output& output);
 
 template <class Message, std::size_t Index>
 [[gnu::always_inline]] inline void encode_field(const Message& message, bool present, Progress& progress,
@@ -178,7 +178,7 @@ std::uint64_t encode_ext(const void* message, void* buffer, std::uint64_t length
 template <class Message>
 inline std::uint64_t measure_or_encode(const Message* message, void* buffer, std::uint64_t length,
                                        vesk_segment* segments, std::uint32_t* segment_count, std::uint32_t flags) {
-    if (buffer == nullptr && length == 0 && segment_count == nullptr) {
+    if (buffer == nullptr && segment_count == nullptr) {
         if constexpr (is_small<Message>()) {
             return measure_small(*message);
         } else {

@@ -72,7 +72,7 @@ inline std::uint64_t measure_imported(const Message& message, std::uint32_t flag
 // The data of a bytes field that the buffer holds. A length so large that the position would wrap adds nothing; the
 // caller's lengths are trusted, so this only keeps measuring and writing of one mind.
 inline std::uint64_t bytes_size(std::uint64_t length, std::uint64_t position, std::uint32_t flags) {
-    const bool wraps = position + length < position;
+    const bool wraps = length > UINT64_MAX - position;
     return wraps || (flags & VESK_BYTES_BY_REFERENCE) != 0 ? 0 : length;
 }
 

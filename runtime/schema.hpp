@@ -237,7 +237,7 @@ consteval bool is_plain() {
 
 // True if a field of the message from Index on is imported or has something imported in it.
 template <class Message, std::size_t Index = 0>
-constexpr bool has_imported() {
+consteval bool has_imported() {
     if constexpr (is_imported<Message>) {
         return true;
     } else if constexpr (Index == field_count<Message>) {

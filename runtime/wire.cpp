@@ -27,7 +27,7 @@ const std::uint8_t* read_long_varint32(const std::uint8_t* at, const std::uint8_
     for (unsigned shift = 0; shift <= 28; shift += 7) {
         if (at >= end) return nullptr;
         const std::uint32_t byte = *at++;
-        result |= (byte & 0x7F) << shift;  // of the fifth group only 4 bits fit
+        result |= (byte & 0x7F & UINT32_MAX >> shift) << shift;  // of the fifth group only 4 bits fit
         if (byte < 0x80) {
             *value = result;
             return at;
@@ -43,7 +43,7 @@ const std::uint8_t* read_long_varint64(const std::uint8_t* at, const std::uint8_
     for (unsigned shift = 0; shift <= 63; shift += 7) {
         if (at >= end) return nullptr;
         const std::uint64_t byte = *at++;
-        result |= (byte & 0x7F) << shift;  // of the tenth group only 1 bit fits
+        result |= (byte & 0x7F & UINT64_MAX >> shift) << shift;  // of the tenth group only 1 bit fits
         if (byte < 0x80) {
             *value = result;
             return at;
@@ -124,9 +124,9 @@ namespace {
 
 // The reverse: 28 bits over 32, 14 over 16, 7 over 8.
 inline std::uint64_t split_groups(std::uint64_t value) {
-    value = (value & 0x000000000FFFFFFF) | (value << 4 & 0x0FFFFFFF00000000);
-    value = (value & 0x00003FFF00003FFF) | (value << 2 & 0x3FFF00003FFF0000);
-    return (value & 0x007F007F007F007F) | (value << 1 & 0x7F007F007F007F00);
+    value = (value & 0x000000000FFFFFFF) | (value & 0x00FFFFFFF0000000) << 4;
+    value = (value & 0x00003FFF00003FFF) | (value & 0x0FFFC0000FFFC000) << 2;
+    return (value & 0x007F007F007F007F) | (value & 0x3F803F803F803F80) << 1;
 }
 
 }  // namespace

@@ -160,7 +160,7 @@ inline std::uint8_t* put_tag(std::uint8_t* at) {
 [[gnu::always_inline]] inline void copy_bytes(void* destination, const void* source, std::uint64_t length) {
     std::uint8_t* const to = static_cast<std::uint8_t*>(destination);
     const std::uint8_t* const from = static_cast<const std::uint8_t*>(source);
-    if (length - 8 <= 16) {
+    if (length >= 8 && length <= 24) {
         const std::uint64_t middle = length < 16 ? length - 8 : 8;
         __builtin_memcpy(to, from, 8);
         __builtin_memcpy(to + middle, from + middle, 8);

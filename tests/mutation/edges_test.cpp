@@ -171,9 +171,10 @@ vesk_blob blob_of_length(std::uint64_t length) {
 
 // Where the data does not fit it is not looked at: each length is tried in a buffer that is too short.
 TEST(huge_length, encodes_as_the_interpreter_says) {
-    for (const std::uint64_t length : {std::uint64_t{0x7FFFFFFF}, std::uint64_t{0x80000000}, std::uint64_t{0xFFFFFFFF},
-                                       std::uint64_t{0x100000000}, std::uint64_t{1} << 63, ~std::uint64_t{0},
-                                       ~std::uint64_t{0} - 7, ~std::uint64_t{0} - 12, ~std::uint64_t{0} - 20}) {
+    for (const std::uint64_t length :
+         {std::uint64_t{0x7FFFFFFF}, std::uint64_t{0x80000000}, std::uint64_t{0xFFFFFFFF}, std::uint64_t{0x100000000},
+          std::uint64_t{1} << 63, ~std::uint64_t{0}, ~std::uint64_t{0} - 6, ~std::uint64_t{0} - 7,
+          ~std::uint64_t{0} - 12, ~std::uint64_t{0} - 20}) {
         const vesk_blob blob = blob_of_length(length);
         vesk_blob two[2] = {blob, blob};
         vesk_nested nested{};

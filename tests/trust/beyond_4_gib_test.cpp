@@ -1,10 +1,7 @@
 // Strings, bytes fields and lists of 4 GiB and more. On the wire a length has 32 bits, and so has a list's count;
 // inside the encoder and in requests for memory nothing has.
-//
-// Of lists that pass 2^32 elements one is counted in any run; VESK_VAST_LISTS=1 in the environment adds the other.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <deque>
 
 #include "tests/support/messages.hpp"
@@ -37,14 +34,8 @@ public:
     std::vector<void*> out;
 };
 
-class beyond_4_gib : public ::testing::Test {
-protected:
-    void SetUp() override {
-        if (sizeof(void*) < 8) GTEST_SKIP() << "this machine's addresses have 32 bits";
-    }
-    // While the memory is still there.
-    static void expect_to_take_little_memory() { EXPECT_LT(proportional_memory(), proportional_limit); }
-};
+// While the memory is still there.
+void expect_to_take_little_memory() { EXPECT_LT(proportional_memory(), proportional_limit); }
 
 // A string of `length` characters.
 class VastText {
@@ -126,7 +117,7 @@ void expect_to_encode_whole_or_not(const vesk_scratch_eeprom& eeprom, const Byte
     EXPECT_TRUE(buffer.holds_only(0xEE, head.size()));
 }
 
-TEST_F(beyond_4_gib, string_is_encoded_whole_behind_the_low_32_bits_of_its_length) {
+TEST(beyond_4_gib, string_is_encoded_whole_behind_the_low_32_bits_of_its_length) {
     VastText text;
     const vesk_scratch_eeprom eeprom = eeprom_with_string(text);
     expect_to_encode(eeprom, tag(1, length_type));
@@ -134,7 +125,7 @@ TEST_F(beyond_4_gib, string_is_encoded_whole_behind_the_low_32_bits_of_its_lengt
     expect_to_take_little_memory();
 }
 
-TEST_F(beyond_4_gib, bytes_field_is_encoded_whole_behind_the_low_32_bits_of_its_length) {
+TEST(beyond_4_gib, bytes_field_is_encoded_whole_behind_the_low_32_bits_of_its_length) {
     VastData data;
     const vesk_scratch_eeprom eeprom = eeprom_with_bytes(data);
     expect_to_encode(eeprom, tag(2, length_type));
@@ -142,7 +133,7 @@ TEST_F(beyond_4_gib, bytes_field_is_encoded_whole_behind_the_low_32_bits_of_its_
     expect_to_take_little_memory();
 }
 
-TEST_F(beyond_4_gib, bytes_field_by_reference_is_listed_with_its_whole_length) {
+TEST(beyond_4_gib, bytes_field_by_reference_is_listed_with_its_whole_length) {
     VastData data;
     const vesk_scratch_eeprom eeprom = eeprom_with_bytes(data);
     const Bytes head = message(tag(2, length_type), varint(length % two_to_32));
@@ -158,7 +149,7 @@ TEST_F(beyond_4_gib, bytes_field_by_reference_is_listed_with_its_whole_length) {
     EXPECT_EQ(segments[1].length, length);
 }
 
-TEST_F(beyond_4_gib, nested_message_advances_by_all_that_is_in_it) {
+TEST(beyond_4_gib, nested_message_advances_by_all_that_is_in_it) {
     VastText text;
     vesk_req_inv_data request{};
     request.policy.f1 = text.get();
@@ -199,7 +190,7 @@ private:
     VastMemory memory_;
 };
 
-TEST_F(beyond_4_gib, string_of_the_longest_length_gets_room_for_its_nul) {
+TEST(beyond_4_gib, string_of_the_longest_length_gets_room_for_its_nul) {
     const VastInput input(tag(1, length_type));
     VastBlocks blocks;
     vesk_scratch_eeprom eeprom;
@@ -215,7 +206,7 @@ TEST_F(beyond_4_gib, string_of_the_longest_length_gets_room_for_its_nul) {
     EXPECT_TRUE(blocks.out.empty());
 }
 
-TEST_F(beyond_4_gib, bytes_field_of_the_longest_length_is_copied_or_pointed_to) {
+TEST(beyond_4_gib, bytes_field_of_the_longest_length_is_copied_or_pointed_to) {
     const VastInput input(tag(2, length_type));
     VastBlocks blocks;
     vesk_scratch_eeprom eeprom;
@@ -238,7 +229,7 @@ TEST_F(beyond_4_gib, bytes_field_of_the_longest_length_is_copied_or_pointed_to) 
     expect_to_take_little_memory();
 }
 
-TEST_F(beyond_4_gib, unknown_fields_are_skipped_and_the_field_behind_them_is_read) {
+TEST(beyond_4_gib, unknown_fields_are_skipped_and_the_field_behind_them_is_read) {
     const Bytes head = message(tag(30, length_type), varint(longest));
     VastMemory input(2 * (head.size() + longest) + number_7.size());
     input.write_at_start(head);
@@ -252,7 +243,7 @@ TEST_F(beyond_4_gib, unknown_fields_are_skipped_and_the_field_behind_them_is_rea
 
 // ---- Duplicate -----------------------------------------------------------------------------------------------------
 
-TEST_F(beyond_4_gib, string_is_duplicated_whole) {
+TEST(beyond_4_gib, string_is_duplicated_whole) {
     VastText text;
     const vesk_scratch_eeprom eeprom = eeprom_with_string(text);
     VastBlocks blocks;
@@ -264,7 +255,7 @@ TEST_F(beyond_4_gib, string_is_duplicated_whole) {
     expect_to_take_little_memory();
 }
 
-TEST_F(beyond_4_gib, bytes_field_is_duplicated_whole) {
+TEST(beyond_4_gib, bytes_field_is_duplicated_whole) {
     VastData data;
     const vesk_scratch_eeprom eeprom = eeprom_with_bytes(data);
     VastBlocks blocks;
@@ -279,7 +270,7 @@ TEST_F(beyond_4_gib, bytes_field_is_duplicated_whole) {
 
 // ---- Lists ---------------------------------------------------------------------------------------------------------
 
-TEST_F(beyond_4_gib, list_whose_array_is_larger_is_read_copied_and_written) {
+TEST(beyond_4_gib, list_whose_array_is_larger_is_read_copied_and_written) {
     constexpr std::uint32_t count = two_to_32 / sizeof(vesk_idprom_data) + 2;
     constexpr std::uint64_t array_size = std::uint64_t{count} * sizeof(vesk_idprom_data);
     static_assert(array_size > two_to_32);
@@ -331,7 +322,7 @@ private:
 };
 
 // Three elements are allocated, cleared and read. Behind them stands the fourth, and a list may not begin twice.
-TEST_F(beyond_4_gib, list_count_that_wraps_to_3_reads_3_and_refuses_the_fourth) {
+TEST(beyond_4_gib, list_count_that_wraps_to_3_reads_3_and_refuses_the_fourth) {
     const WrappingList list(3);
     EXPECT_EQ(list.code, VESK_MALFORMED);
     EXPECT_EQ(list.ledger.history(), std::vector<Request>{asked_for(3 * sizeof(vesk_clients_hdl_info))});
@@ -347,9 +338,7 @@ TEST_F(beyond_4_gib, list_count_that_wraps_to_3_reads_3_and_refuses_the_fourth) 
 // No element is read, so what comes next is the first one's length, and it is taken for a tag: number 0, which no type
 // has, with the next tag as its value; and so on to the last length, which takes the tag of the number 7 with it. The 7
 // is then a tag with a wire type that cannot be skipped.
-TEST_F(beyond_4_gib, list_count_that_wraps_to_0_reads_none_and_takes_lengths_for_tags) {
-    if (std::getenv("VESK_VAST_LISTS") == nullptr)
-        GTEST_SKIP() << "only with VESK_VAST_LISTS=1: it takes half a minute";
+TEST(beyond_4_gib, list_count_that_wraps_to_0_reads_none_and_takes_lengths_for_tags) {
     const WrappingList list(0);
     EXPECT_EQ(list.code, VESK_UNKNOWN_WIRE_TYPE);
     EXPECT_EQ(list.ledger.history(), std::vector<Request>{asked_for(0)});

@@ -244,8 +244,8 @@ TEST(interruption, decode_left_by_longjmp_leaves_a_message_that_owns_every_block
     }
 }
 
-// The copy is half written, storage and nothing more; its blocks are known to the memory that gave them. The source and
-// the next call know nothing of it.
+// The copy is storage and nothing more: what it has no block of its own for may still point to the source's. Its blocks
+// are known to the memory that gave them. The source and the next call know nothing of it.
 TEST(interruption, duplicate_left_by_longjmp_spoils_the_copy_alone) {
     for (const TypeInfo* type : all_types()) {
         const AnyDecoded source(*type, full_encoding(*type));

@@ -12,6 +12,21 @@
 namespace vesk::test {
 namespace {
 
+// Two bytes of input, one element.
+TEST(list_ratios, empty_element_asks_for_a_whole_structure) {
+    for (const TypeInfo* type : all_types()) {
+        for (const FieldInfo& field : type->fields) {
+            if (field.kind != Kind::list) continue;
+            const AnyDecoded decoded(*type, message_field(field.number, {}));
+            EXPECT_EQ(decoded.code, VESK_OK);
+            EXPECT_EQ(decoded.ledger.history(), (std::vector<Request>{{Request::What::alloc, field.nested->size}}))
+                << type->name << "." << field.number;
+        }
+    }
+}
+
+#if UINTPTR_MAX == UINT64_MAX  // the document gives the sizes of platforms with 64-bit pointers
+
 std::string read_file(const char* path) {
     std::ifstream file(std::string(VESK_TEST_SOURCE_DIR) + path);
     std::ostringstream text;
@@ -50,7 +65,6 @@ std::vector<ListRow> list_rows() {
 }
 
 TEST(list_ratios, table_in_the_document_is_that_of_the_structures) {
-    if (sizeof(void*) != 8) GTEST_SKIP() << "the table gives the sizes of platforms with 64-bit pointers";
     std::string expected = "| List | Element | Input | Ratio |\n|---|---:|---:|---:|\n";
     for (const ListRow& row : list_rows()) expected += row.text();
     const std::string document = read_file("/docs/security.md");
@@ -60,24 +74,12 @@ TEST(list_ratios, table_in_the_document_is_that_of_the_structures) {
 }
 
 TEST(list_ratios, largest_is_the_one_that_the_invariant_states) {
-    if (sizeof(void*) != 8) GTEST_SKIP() << "the invariant gives the ratio of platforms with 64-bit pointers";
     const std::string largest = std::to_string(static_cast<int>(list_rows().front().ratio()));
     const std::string stated = "asks for at most " + largest + " bytes of memory per byte of input";
     EXPECT_TRUE(read_file("/docs/security.md").find(stated) != std::string::npos) << "it does not say: " << stated;
 }
 
-// Two bytes of input, one element.
-TEST(list_ratios, empty_element_asks_for_a_whole_structure) {
-    for (const TypeInfo* type : all_types()) {
-        for (const FieldInfo& field : type->fields) {
-            if (field.kind != Kind::list) continue;
-            const AnyDecoded decoded(*type, message_field(field.number, {}));
-            EXPECT_EQ(decoded.code, VESK_OK);
-            EXPECT_EQ(decoded.ledger.history(), (std::vector<Request>{{Request::What::alloc, field.nested->size}}))
-                << type->name << "." << field.number;
-        }
-    }
-}
+#endif
 
 }  // namespace
 }  // namespace vesk::test

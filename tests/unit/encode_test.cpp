@@ -383,5 +383,14 @@ TEST(encode_buffer, a_string_that_does_not_fit_leaves_room_unused_for_what_follo
     EXPECT_EQ(to_hex(output.buffer), "0a 08 ee ee ee ee");
 }
 
+// No address is computed behind the last one there is, and nothing is stored: there is no memory at this one.
+TEST(encode_buffer, an_empty_message_fits_three_bytes_before_the_end_of_the_address_space) {
+    void* const last_bytes = reinterpret_cast<void*>(UINTPTR_MAX - 3);
+    const vesk_scratch_eeprom scratch = {};
+    std::uint32_t segments = 0;
+    EXPECT_EQ(vesk_scratch_eeprom_encode_ext(&scratch, last_bytes, ~std::uint64_t{0}, nullptr, &segments, 0), 0u);
+    EXPECT_EQ(segments, 0u);
+}
+
 }  // namespace
 }  // namespace vesk::test
