@@ -28,7 +28,7 @@ public:
 
     // The callbacks; their context is the pool. A released block is not given out again before the next reset.
     static void* alloc(std::uint64_t size, void* context);
-    static void release(void* block, void* context);
+    static void release(void* start, void* context);
 
     // A block that is filled with `fill`. Fails the target if there is none.
     std::uint8_t* take(std::size_t size, std::uint8_t fill = 0x5A);

@@ -51,7 +51,7 @@ std::uint64_t measure_any(const void* message, std::uint32_t flags);
 template <class Message>
 std::uint64_t measure_imported_any(const void* message, std::uint32_t flags);
 template <class Message>
-void encode_fields(const void* message, Progress& progress, const Output& output);
+void encode_fields(const void* untyped, Progress& progress, const Output& output);
 template <class Message>
 Encoded encode_imported(const void* message, const Output& output);
 

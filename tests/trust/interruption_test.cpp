@@ -200,7 +200,7 @@ struct Leaving {
 
     Ledger ledger;
     std::uint64_t n;
-    jmp_buf way_out;
+    jmp_buf way_out = {};
 };
 
 void* take_block_or_leave(std::uint64_t size, void* context) {

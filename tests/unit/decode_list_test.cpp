@@ -274,7 +274,7 @@ TEST(decode_list, order_of_its_checks) {
          }) {
         Ledger ledger;
         ledger.fail_from_now_on();
-        vesk_entity_admin_status_data first;
+        vesk_entity_admin_status_data first = {};
         vesk_entity_admin_status_data* array = row.holds_one ? &first : nullptr;
         std::uint32_t count = row.holds_one ? 1 : 0;
         const Bytes input = hex(row.input);
