@@ -115,7 +115,9 @@ private:
             case Kind::string:
                 require(is_first || !on(Difference::string_twice_is_refused));
                 value.text = read_text();
-                if (on(Difference::string_ends_at_embedded_nul)) value.text.resize(std::min(value.text.find('\0'), value.text.size()));
+                if (on(Difference::string_ends_at_embedded_nul)) {
+                    value.text.resize(std::min(value.text.find('\0'), value.text.size()));
+                }
                 return;
             case Kind::bytes:
                 require(is_first || !on(Difference::bytes_twice_is_refused));
