@@ -37,8 +37,6 @@ vesk_drin_eid_st identifier_with_code(std::int32_t code) {
     return eid;
 }
 
-const vesk_alloc no_memory_and_memory[] = {nullptr, Ledger::alloc};
-
 // A number, an identifier, a number: 08 01 12 (size) (identifier) 18 05.
 vesk_register_container_eid_data registration(vesk_drin_eid_st eid) {
     vesk_register_container_eid_data message = {};
@@ -354,7 +352,7 @@ struct Decoding {
 };
 
 TEST(imported_decode, call_gets_exactly_the_fields_bytes_and_what_the_caller_gave) {
-    for (vesk_alloc alloc : no_memory_and_memory) {
+    for (const auto alloc : {static_cast<vesk_alloc>(nullptr), static_cast<vesk_alloc>(Ledger::alloc)}) {
         for (std::uint32_t flags : {0u, 1u, 0x80000000u, 0xFFFFFFFFu}) {
             const Decoding<vesk_register_container_eid_data> message(
                 concatenate({number_field(1, 1), message_field(2, hex("AA BB CC")), number_field(3, 5)}), alloc, flags);
@@ -492,7 +490,7 @@ struct Duplication {
 };
 
 TEST(imported_duplicate, call_gets_both_members_and_what_the_caller_gave) {
-    for (vesk_alloc alloc : no_memory_and_memory) {
+    for (const auto alloc : {static_cast<vesk_alloc>(nullptr), static_cast<vesk_alloc>(Ledger::alloc)}) {
         const vesk_register_container_eid_data source = registration(identifier(3));  // its bit is clear
         const Duplication<vesk_register_container_eid_data> copy(source, alloc);
         EXPECT_EQ(copy.code, VESK_OK);
