@@ -38,7 +38,7 @@ vesk_drin_eid_st identifier_with_code(std::int32_t code) {
 }
 
 // A number, an identifier, a number: 08 01 12 (size) (identifier) 18 05.
-vesk_register_container_eid_data registration(vesk_drin_eid_st eid) {
+vesk_register_container_eid_data registration(const vesk_drin_eid_st& eid) {
     vesk_register_container_eid_data message = {};
     message.f1 = 1;
     message.eid = eid;
