@@ -22,6 +22,7 @@ public:
     Pool();
     Pool(const Pool&) = delete;
     Pool& operator=(const Pool&) = delete;
+    ~Pool() = default;
 
     // Takes everything back. Bit n of `refused` refuses request n + 1 from now; so is what the pool has no room for.
     void reset(std::uint32_t refused = 0);
