@@ -340,6 +340,8 @@ struct Decoding {
         calls =
             calls_during([&] { code = Api<T>::decode(&message, input.data(), input.size(), alloc, &ledger, flags); });
     }
+    Decoding(const Decoding&) = delete;
+    Decoding& operator=(const Decoding&) = delete;
     ~Decoding() { Api<T>::free(&message, Ledger::release, &ledger, flags); }
     const T* operator->() const { return &message; }
 
@@ -480,6 +482,8 @@ struct Duplication {
     explicit Duplication(const T& source, vesk_alloc alloc = Ledger::alloc) : message(filled_with<T>(0x00)) {
         calls = calls_during([&] { code = Api<T>::duplicate(&message, &source, alloc, &ledger); });
     }
+    Duplication(const Duplication&) = delete;
+    Duplication& operator=(const Duplication&) = delete;
     ~Duplication() { Api<T>::free(&message, Ledger::release, &ledger, 0); }
     const T* operator->() const { return &message; }
 
