@@ -315,8 +315,7 @@ struct WrappingList {
         input.fill(element);
         input.write_at_end(number_7);
         std::memset(&response, 0x5A, sizeof response);
-        code =
-            vesk_resp_clients_hdl_data_decode_ext(&response, input.data(), input.size(), Ledger::alloc, &ledger, 0);
+        code = vesk_resp_clients_hdl_data_decode_ext(&response, input.data(), input.size(), Ledger::alloc, &ledger, 0);
     }
     WrappingList(const WrappingList&) = delete;
     WrappingList& operator=(const WrappingList&) = delete;
