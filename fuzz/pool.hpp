@@ -22,13 +22,14 @@ public:
     Pool();
     Pool(const Pool&) = delete;
     Pool& operator=(const Pool&) = delete;
+    ~Pool() = default;
 
     // Takes everything back. Bit n of `refused` refuses request n + 1 from now; so is what the pool has no room for.
     void reset(std::uint32_t refused = 0);
 
     // The callbacks; their context is the pool. A released block is not given out again before the next reset.
     static void* alloc(std::uint64_t size, void* context);
-    static void release(void* block, void* context);
+    static void release(void* start, void* context);
 
     // A block that is filled with `fill`. Fails the target if there is none.
     std::uint8_t* take(std::size_t size, std::uint8_t fill = 0x5A);

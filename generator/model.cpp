@@ -120,7 +120,7 @@ void add_imported(const FileDescriptor& file, const Options& options, std::set<c
         for (int j = 0; j < file.message_type(i)->field_count(); ++j) {
             const Descriptor* nested = file.message_type(i)->field(j)->message_type();
             if (nested == nullptr || nested->file() == &file) continue;
-            if (options.imported.count(nested->file()->name()) != 0) messages->insert(nested);
+            if (options.imported.contains(nested->file()->name())) messages->insert(nested);
         }
     }
 }
@@ -132,12 +132,12 @@ void read_imports(const FileDescriptor& file, const Options& options, Unit* unit
     for (int i = 0; i < file.dependency_count(); ++i) {
         const FileDescriptor& import = *file.dependency(i);
         unit->imports.push_back(without_proto(import.name()));
-        if (options.imported.count(import.name()) != 0) continue;
+        if (options.imported.contains(import.name())) continue;
         unit->library_imports.push_back(without_proto(import.name()));
         add_imported(import, options, &known);
     }
     for (const Descriptor* message : held) {
-        if (known.count(message) == 0) unit->imported_messages.push_back(options.prefix + "_" + message->name());
+        if (!known.contains(message)) unit->imported_messages.push_back(options.prefix + "_" + message->name());
     }
     std::sort(unit->imported_messages.begin(), unit->imported_messages.end());
 }

@@ -16,9 +16,9 @@ struct Source {
     std::uint32_t flags;
 };
 
-// Reads the range from `at` to `end` into a message that has been cleared. `message` is a Message.
+// Reads the range from `at` to `end` into a message that has been cleared. `untyped` is a Message.
 template <class Message>
-std::int32_t decode(void* message, const std::uint8_t* at, const std::uint8_t* end, const Source& source);
+std::int32_t decode(void* untyped, const std::uint8_t* at, const std::uint8_t* end, const Source& source);
 
 // What the functions that all types share need to know of a nested type.
 struct NestedDecoder {

@@ -43,7 +43,7 @@ struct Ways {
 };
 
 template <class Message>
-void encode_fields(const void* message, Progress& progress, const Output& output);
+void encode_fields(const void* untyped, Progress& progress, const Output& output);
 
 template <class Message>
 inline constexpr Ways ways_of{write_pieces<Message>, encode_fields<Message>};

@@ -38,6 +38,8 @@ public:
         }
     }
 
+    Nanopb(const Nanopb&) = delete;
+    Nanopb& operator=(const Nanopb&) = delete;
     ~Nanopb() override {
         for (const auto& source : sources_) pb_release(descriptor_.fields, source.get());
     }
@@ -82,7 +84,7 @@ private:
         return pb_encode(&stream, descriptor_.fields, sources_[index].get()) ? stream.bytes_written : 0;
     }
 
-    bool decode(const Bytes& input, void* message) {
+    bool decode(const Bytes& input, void* message) const {
         pb_istream_t stream = pb_istream_from_buffer(input.data(), input.size());
         return pb_decode(&stream, descriptor_.fields, message);
     }

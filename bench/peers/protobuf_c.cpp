@@ -30,6 +30,8 @@ public:
         for (const Bytes& input : workload.encoded) sources_.push_back(unpack(input, &source_allocator_));
     }
 
+    ProtobufC(const ProtobufC&) = delete;
+    ProtobufC& operator=(const ProtobufC&) = delete;
     ~ProtobufC() override {
         for (ProtobufCMessage* source : sources_) {
             if (!uses_arena_ && source != nullptr) protobuf_c_message_free_unpacked(source, nullptr);

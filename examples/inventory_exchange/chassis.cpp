@@ -13,7 +13,7 @@ using Json = nlohmann::ordered_json;
 
 namespace {
 
-constexpr std::size_t file_limit = 16 * 1024 * 1024;  // bytes; also ends the reading of a file without end
+constexpr std::size_t file_limit = std::size_t{16} * 1024 * 1024;  // bytes; also ends the reading of a file without end
 
 std::string read_file(const std::string& path) {
     std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rbe"), std::fclose);

@@ -25,6 +25,7 @@ public:
     // The records point into the chassis.
     Chassis(const Chassis&) = delete;
     Chassis& operator=(const Chassis&) = delete;
+    ~Chassis() = default;
 
     std::size_t entity_count() const { return places_.size(); }
 

@@ -238,7 +238,7 @@ static bool show_refusal(const struct reply* reply) {
     char words[200];
     size_t length = reply->length < sizeof words ? reply->length : sizeof words - 1;
     for (size_t i = 0; i < length; ++i) {
-        words[i] = reply->body[i] >= ' ' && reply->body[i] <= '~' ? (char)reply->body[i] : '.';
+        words[i] = (char)(reply->body[i] >= ' ' && reply->body[i] <= '~' ? reply->body[i] : '.');
     }
     words[length] = '\0';
     return complain("the service refuses the request: %s", words);
@@ -256,7 +256,7 @@ static bool show(const struct reply* reply, const struct options* options) {
 /* ---- One run ---- */
 
 static bool ask(const char* socket_path, const struct options* options) {
-    struct connection connection;
+    struct connection connection = {.socket = -1};
     struct reply reply = {0};
     if (!connect_to(socket_path, options->time_limit, &connection)) return false;
     bool answered = send_wanted_request(&connection, options) && receive_reply(&connection, &reply);
@@ -356,7 +356,7 @@ int main(int count, char** arguments) {
         {"help", no_argument, NULL, 'h'},
         {NULL, 0, NULL, 0},
     };
-    struct options options = {.time_limit = 5, .memory_limit = 8 * 1024 * 1024};
+    struct options options = {.time_limit = 5, .memory_limit = UINT64_C(8) * 1024 * 1024};
     int letter;
     while ((letter = getopt_long(count, arguments, "", known, NULL)) != -1) {
         if (letter == 'h') {

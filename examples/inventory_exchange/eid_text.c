@@ -57,7 +57,13 @@ enum entity_kind eid_from_text(const char* text, vesk_drin_eid_st* eid, vesk_dri
     return (enum entity_kind)kind;
 }
 
-/* Appends within EID_TEXT_SIZE, which leaves room for the longest pieces there can be. */
+/* These append within EID_TEXT_SIZE, which leaves room for the longest pieces there can be. */
+
+static void append(char* text, const char* piece) {
+    size_t length = strlen(text);
+    snprintf(text + length, EID_TEXT_SIZE - length, "%s", piece);
+}
+
 static void append_kind_and_index(char* text, uint32_t kind, uint32_t index) {
     size_t length = strlen(text);
     const char* name = kind_name(kind);
@@ -74,7 +80,7 @@ void eid_to_text(const vesk_drin_eid_st* eid, char text[EID_TEXT_SIZE]) {
     append_kind_and_index(text, drin_eid_st_kind(eid), drin_eid_st_index(eid));
     for (uint32_t i = 0; i < eid->element_list_count; ++i) {
         if (i == EID_ELEMENT_LIMIT) {
-            strcat(text, "/...");
+            append(text, "/...");
             break;
         }
         append_kind_and_index(text, drin_eid_element_kind(&eid->element_list[i]),

@@ -24,7 +24,7 @@ static void copy_printable(char* cell, const char* text) {
         int control = byte < 0x20 || byte == 0x7f;
         int long_control = byte == 0xc2 && next >= 0x80 && next < 0xa0; /* the C1 set, in UTF-8 */
         if (long_control) ++text;
-        cell[length++] = control || long_control ? '.' : *text;
+        cell[length++] = (char)(control || long_control ? '.' : *text);
     }
     /* A character of which only the beginning fitted goes altogether. */
     if (((unsigned char)*text & 0xc0) == 0x80) {
@@ -32,6 +32,8 @@ static void copy_printable(char* cell, const char* text) {
     }
     cell[length] = '\0';
 }
+
+static void write_word(char* cell, const char* word) { snprintf(cell, CELL_SIZE, "%s", word); }
 
 static void write_number(char* cell, const struct meaning* meaning, uint64_t number) {
     const char* gap = strcmp(meaning->text, "") == 0 ? "" : " ";
@@ -51,13 +53,13 @@ static void write_choice(char* cell, const struct meaning* meaning, uint64_t val
 /* A member as text; empty if it is absent. */
 static void write_member(char* cell, const struct meaning* meaning, const void* record) {
     const char* text;
-    strcpy(cell, "");
+    cell[0] = '\0';
     if (!meaning_has(meaning, record)) return;
     switch (meaning->form) {
         case FORM_NUMBER:
         case FORM_NUMBER64: write_number(cell, meaning, meaning_number(meaning, record)); break;
         case FORM_CHOICE: write_choice(cell, meaning, meaning_number(meaning, record)); break;
-        case FORM_FLAG: strcpy(cell, meaning_number(meaning, record) != 0 ? "yes" : "no"); break;
+        case FORM_FLAG: write_word(cell, meaning_number(meaning, record) != 0 ? "yes" : "no"); break;
         case FORM_TEXT:
             text = meaning_text(meaning, record);
             copy_printable(cell, text != NULL ? text : "");
@@ -66,7 +68,7 @@ static void write_member(char* cell, const struct meaning* meaning, const void* 
 }
 
 static void write_label(char* cell, const struct meaning* meaning) {
-    snprintf(cell, CELL_SIZE, "%s", meaning->key);
+    write_word(cell, meaning->key);
     for (char* at = cell; *at != '\0'; ++at) {
         if (*at == '_') *at = ' ';
     }
@@ -75,7 +77,7 @@ static void write_label(char* cell, const struct meaning* meaning) {
 static void write_eid(char* cell, const void* record) {
     char text[EID_TEXT_SIZE];
     eid_to_text(&((const any_record*)record)->entity_common.eid, text);
-    snprintf(cell, CELL_SIZE, "%s", text);
+    write_word(cell, text);
 }
 
 /* Characters of UTF-8, which is near enough to columns of a terminal. */
@@ -101,7 +103,7 @@ struct column {
 
 static void write_heading(char* cell, const struct column* column) {
     if (column->meaning == NULL) {
-        strcpy(cell, "eid");
+        write_word(cell, "eid");
     } else {
         write_label(cell, column->meaning);
     }

@@ -39,5 +39,12 @@ void ledger_release(void* memory, void* context) {
 }
 
 void ledger_release_all(struct ledger* ledger) {
-    while (ledger->first != NULL) ledger_release(ledger->first + 1, ledger);
+    struct ledger_block* block = ledger->first;
+    while (block != NULL) {
+        struct ledger_block* next = block->next;
+        free(block);
+        block = next;
+    }
+    ledger->first = NULL;
+    ledger->used = 0;
 }

@@ -14,8 +14,8 @@ struct ledger {
 };
 
 /* The callbacks for decode and free; the context is a struct ledger. */
-void* ledger_allocate(uint64_t size, void* ledger);
-void ledger_release(void* block, void* ledger);
+void* ledger_allocate(uint64_t size, void* context);
+void ledger_release(void* memory, void* context);
 
 /* Takes back every block that is still out. */
 void ledger_release_all(struct ledger* ledger);

@@ -16,6 +16,8 @@ struct SocketError : std::runtime_error {
 class FileDescriptor {
 public:
     explicit FileDescriptor(int number) : number_(number) {}
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
     FileDescriptor(FileDescriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
     FileDescriptor& operator=(FileDescriptor&& other) noexcept {
         std::swap(number_, other.number_);

@@ -24,7 +24,7 @@ static bool find_program(char program[PATH_MAX]) {
         return false;
     }
     program[length] = '\0';
-    strcpy(strrchr(program, '/') + 1, name);
+    memcpy(strrchr(program, '/') + 1, name, sizeof name);
     return true;
 }
 

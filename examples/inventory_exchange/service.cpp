@@ -57,7 +57,7 @@ public:
     }
 
 private:
-    alignas(std::max_align_t) std::array<std::uint8_t, 64 * 1024> block_;
+    alignas(std::max_align_t) std::array<std::uint8_t, std::size_t{64} * 1024> block_;
     std::uint64_t used_ = 0;
 };
 
@@ -82,8 +82,11 @@ public:
         : body_(std::move(body)), frame_(exchange_make_frame(kind, body_.data(), body_.size())) {}
 
     // The frame goes on pointing at the body when both move; a copy would point at somebody else's.
+    OutgoingFrame(const OutgoingFrame&) = delete;
+    OutgoingFrame& operator=(const OutgoingFrame&) = delete;
     OutgoingFrame(OutgoingFrame&&) = default;
     OutgoingFrame& operator=(OutgoingFrame&&) = default;
+    ~OutgoingFrame() = default;
 
     exchange_frame* frame() { return &frame_; }
 

@@ -34,7 +34,7 @@ public:
         if (length != 0) found_.push_back({data, length});
     }
 
-    const std::vector<Stretch>& found() const { return found_; }
+    static const std::vector<Stretch>& found() { return found_; }
     std::size_t references() const { return references_; }
     std::size_t blocks() const { return pointers_ - references_; }
 

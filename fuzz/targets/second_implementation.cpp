@@ -11,7 +11,6 @@
 namespace vesk::fuzz {
 namespace {
 
-using test::load;
 using test::interpreter::TableType;
 
 // One implementation's memory, and what it made of the input.

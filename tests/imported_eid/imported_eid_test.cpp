@@ -38,7 +38,7 @@ vesk_drin_eid_st identifier_with_code(std::int32_t code) {
 }
 
 // A number, an identifier, a number: 08 01 12 (size) (identifier) 18 05.
-vesk_register_container_eid_data registration(vesk_drin_eid_st eid) {
+vesk_register_container_eid_data registration(const vesk_drin_eid_st& eid) {
     vesk_register_container_eid_data message = {};
     message.f1 = 1;
     message.eid = eid;
@@ -340,6 +340,8 @@ struct Decoding {
         calls =
             calls_during([&] { code = Api<T>::decode(&message, input.data(), input.size(), alloc, &ledger, flags); });
     }
+    Decoding(const Decoding&) = delete;
+    Decoding& operator=(const Decoding&) = delete;
     ~Decoding() { Api<T>::free(&message, Ledger::release, &ledger, flags); }
     const T* operator->() const { return &message; }
 
@@ -352,7 +354,7 @@ struct Decoding {
 };
 
 TEST(imported_decode, call_gets_exactly_the_fields_bytes_and_what_the_caller_gave) {
-    for (vesk_alloc alloc : {static_cast<vesk_alloc>(nullptr), static_cast<vesk_alloc>(Ledger::alloc)}) {
+    for (const auto alloc : {static_cast<vesk_alloc>(nullptr), static_cast<vesk_alloc>(Ledger::alloc)}) {
         for (std::uint32_t flags : {0u, 1u, 0x80000000u, 0xFFFFFFFFu}) {
             const Decoding<vesk_register_container_eid_data> message(
                 concatenate({number_field(1, 1), message_field(2, hex("AA BB CC")), number_field(3, 5)}), alloc, flags);
@@ -480,6 +482,8 @@ struct Duplication {
     explicit Duplication(const T& source, vesk_alloc alloc = Ledger::alloc) : message(filled_with<T>(0x00)) {
         calls = calls_during([&] { code = Api<T>::duplicate(&message, &source, alloc, &ledger); });
     }
+    Duplication(const Duplication&) = delete;
+    Duplication& operator=(const Duplication&) = delete;
     ~Duplication() { Api<T>::free(&message, Ledger::release, &ledger, 0); }
     const T* operator->() const { return &message; }
 
@@ -490,7 +494,7 @@ struct Duplication {
 };
 
 TEST(imported_duplicate, call_gets_both_members_and_what_the_caller_gave) {
-    for (vesk_alloc alloc : {static_cast<vesk_alloc>(nullptr), static_cast<vesk_alloc>(Ledger::alloc)}) {
+    for (const auto alloc : {static_cast<vesk_alloc>(nullptr), static_cast<vesk_alloc>(Ledger::alloc)}) {
         const vesk_register_container_eid_data source = registration(identifier(3));  // its bit is clear
         const Duplication<vesk_register_container_eid_data> copy(source, alloc);
         EXPECT_EQ(copy.code, VESK_OK);

@@ -31,7 +31,7 @@ private:
     Bytes number(std::uint64_t value);
     // A whole field of any wire type, its number sometimes a known one.
     Bytes stray_field();
-    Bytes value_of(std::uint32_t number, std::uint32_t wire_type);
+    Bytes value_of(std::uint32_t number_of_field, std::uint32_t wire_type);
 
     std::mt19937_64& random_;
     unsigned slips_;

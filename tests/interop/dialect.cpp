@@ -87,7 +87,7 @@ private:
     std::uint64_t left() const { return static_cast<std::uint64_t>(end_ - at_); }
 
     Bytes take(std::uint64_t length) {
-        const Bytes bytes(at_, at_ + length);
+        Bytes bytes(at_, at_ + length);
         at_ += length;
         return bytes;
     }
@@ -102,7 +102,7 @@ private:
     }
 
     void read_known(const FieldInfo& field, std::map<std::uint32_t, Value>& values, bool continues_list) {
-        const bool is_first = values.count(field.number) == 0;
+        const bool is_first = !values.contains(field.number);
         Value& value = values[field.number];
         switch (field.kind) {
             case Kind::uint32: value.number = static_cast<std::uint32_t>(read_number()); return;
@@ -115,7 +115,9 @@ private:
             case Kind::string:
                 require(is_first || !on(Difference::string_twice_is_refused));
                 value.text = read_text();
-                if (on(Difference::string_ends_at_embedded_nul)) value.text = value.text.c_str();
+                if (on(Difference::string_ends_at_embedded_nul)) {
+                    value.text.resize(std::min(value.text.find('\0'), value.text.size()));
+                }
                 return;
             case Kind::bytes:
                 require(is_first || !on(Difference::bytes_twice_is_refused));

@@ -20,6 +20,8 @@ EidBehaviour& eid_behaviour();
 // Back to the stand-in's own ways at the end of a scope.
 struct Misbehaving {
     explicit Misbehaving(const EidBehaviour& behaviour) { eid_behaviour() = behaviour; }
+    Misbehaving(const Misbehaving&) = delete;
+    Misbehaving& operator=(const Misbehaving&) = delete;
     ~Misbehaving() { eid_behaviour() = {}; }
 };
 

@@ -27,7 +27,7 @@ Findings check_proto(const Table& table, const std::string& descriptors);
 Findings check_structures(const Table& table);
 
 // The text of a unit's header: the members with their types, names and comments, and the presence enumerators.
-Findings check_header(const Table& table, const std::string& unit, const std::string& header);
+Findings check_header(const Table& table, const std::string& unit, const std::string& text);
 
 // A unit's list of exported symbols: four functions per type and nothing else.
 Findings check_symbols(const Table& table, const std::string& unit, const std::string& symbols);

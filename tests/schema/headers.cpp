@@ -52,7 +52,7 @@ Header parse_header(const std::string& text) {
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
         std::istringstream stream(line);
-        const std::vector<std::string> words{std::istream_iterator<std::string>(stream), {}};
+        const std::vector<std::string> words(std::istream_iterator<std::string>(stream), {});
         if (words.size() == 4 && words[0] == "typedef" && words[3] == "{") {
             members = &header[words[2].substr(prefix.size())].members;
         } else if (words.size() == 3 && words[0] == "enum" && words[2] == "{") {

@@ -17,7 +17,7 @@ void check_rows(const Table& table, const Type& type, Findings& findings) {
         if (row.bit != i) findings.push_back(where + ": the bit is not the row's place, " + std::to_string(i));
         if (!numbers.insert(row.number).second) findings.push_back(where + ": number used twice");
         if (!names.insert(row.name).second) findings.push_back(where + ": name used twice");
-        if (kinds.count(row.kind) == 0) findings.push_back(where + ": unknown kind");
+        if (!kinds.contains(row.kind)) findings.push_back(where + ": unknown kind");
         if (!row.nested.empty() && row.nested != entity_identifier().name && table.find(row.nested) == nullptr) {
             findings.push_back(where + ": unknown nested type");
         }

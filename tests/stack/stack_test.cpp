@@ -10,7 +10,7 @@
 namespace vesk::test {
 namespace {
 
-constexpr std::size_t most_stack = 8 * 1024;
+constexpr std::size_t most_stack = std::size_t{8} * 1024;
 
 // Random messages with nearly every field set; what one leaves out, another has.
 constexpr std::uint64_t messages_per_type = 6;
@@ -19,7 +19,7 @@ using Call = std::function<void()>;
 
 class PaintedStack {
 public:
-    PaintedStack() : memory_(64 * 1024) {}
+    PaintedStack() : memory_(std::size_t{64} * 1024) {}
 
     // Bytes of stack that the call used, from the deepest one that it wrote. `prepare` runs before on another stack.
     std::size_t use_of(const Call& call, const Call& prepare) {
@@ -48,6 +48,7 @@ private:
         running_ = &call;
         makecontext(&there, enter, 0);
         swapcontext(&here, &there);
+        running_ = nullptr;
     }
 
     static inline const Call* running_ = nullptr;
@@ -100,7 +101,7 @@ void measure_functions(const TypeInfo& type, const void* message, std::uint32_t 
     Bytes buffer(bytes.size());
     std::vector<vesk_segment> segments(64);
     Storage target(type);
-    Pool pool(1024 * 1024);
+    Pool pool(std::size_t{1024} * 1024);
     meter->measure(type.name + "_encode_ext", [&] { type.encode(message, nullptr, 0, nullptr, nullptr, flags); });
     meter->measure(type.name + "_encode_ext", [&] {
         auto count = static_cast<std::uint32_t>(segments.size());
@@ -126,7 +127,7 @@ TEST(stack, what_a_function_takes_is_seen) {
     Meter meter;
     meter.measure("array", [] {
         volatile char array[5000];
-        for (std::size_t i = 0; i < sizeof array; ++i) array[i] = 1;
+        for (volatile char& byte : array) byte = 1;
     });
     EXPECT_GE(meter.deepest().bytes, 4500u);
     EXPECT_LE(meter.deepest().bytes, 5500u);

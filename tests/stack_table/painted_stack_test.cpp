@@ -120,6 +120,7 @@ Row measure(const TypeInfo& type) {
                   encode_with(input.size(), segments.data(), &count, VESK_BYTES_BY_REFERENCE)});
     used.duplicate = measure_stack(duplicate);
     used.free = measure_stack(free);
+    now = {};
     return used;
 }
 

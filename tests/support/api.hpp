@@ -4,6 +4,7 @@
 #include <vesk/client_service.h>
 
 #include <cstring>
+#include <utility>
 
 #include "all_types.hpp"  // made by CMake from the units' .symbols files: VESK_TEST_TYPES(X)
 #include "tests/support/bytes.hpp"
@@ -46,7 +47,7 @@ Bytes encoded(const T& message, std::uint32_t flags = 0) {
 // A message with the ledger that owns its blocks: freed with the flags of its decode when it goes out of scope.
 template <class T>
 struct Decoded {
-    explicit Decoded(const Bytes& input, std::uint32_t flags = 0) : bytes(input), flags(flags) {
+    explicit Decoded(Bytes input, std::uint32_t flags = 0) : bytes(std::move(input)), flags(flags) {
         std::memset(static_cast<void*>(&message), 0x5A,
                     sizeof message);  // raw storage: whatever stood there is overwritten
         code = Api<T>::decode(&message, bytes.data(), bytes.size(), Ledger::alloc, &ledger, flags);

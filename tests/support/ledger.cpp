@@ -34,8 +34,7 @@ void Ledger::expect_whole_guards(const Block& block) {
 }
 
 bool Ledger::refuses(std::uint64_t size) const {
-    return requests_made_ >= failing_from_ || failing_.count(requests_made_) != 0 || size < smallest_ ||
-           size > largest_;
+    return requests_made_ >= failing_from_ || failing_.contains(requests_made_) || size < smallest_ || size > largest_;
 }
 
 void* Ledger::alloc(std::uint64_t size, void* context) {

@@ -52,7 +52,7 @@ public:
     std::uint64_t requests_made() const { return requests_made_; }
     std::uint64_t requests_refused() const { return requests_refused_; }
     std::size_t blocks_out() const { return blocks_.size(); }
-    bool owns(const void* block) const { return blocks_.count(const_cast<void*>(block)) != 0; }
+    bool owns(const void* block) const { return blocks_.contains(const_cast<void*>(block)); }
     const std::vector<Request>& history() const { return history_; }
     void clear_history() { history_.clear(); }
 

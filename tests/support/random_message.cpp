@@ -16,7 +16,7 @@ unsigned count_fields(const TypeInfo& type) {
 
 unsigned percent_of_fields(const TypeInfo& type, Amount amount) {
     if (amount == Amount::much) return 90;
-    return std::clamp(40 * 100 / count_fields(type), 2u, 70u);
+    return std::clamp(40 * 100 / std::max(count_fields(type), 1u), 2u, 70u);
 }
 
 }  // namespace

@@ -98,7 +98,7 @@ private:
 
 // A message with the ledger that owns its blocks, and its input. Freed at the end of its scope.
 struct AnyDecoded {
-    explicit AnyDecoded(const TypeInfo& type, const Bytes& input, std::uint32_t flags = 0);
+    explicit AnyDecoded(const TypeInfo& type, const Bytes& bytes, std::uint32_t flags = 0);
     ~AnyDecoded() { type.free(message.get(), Ledger::release, &ledger, flags); }
     AnyDecoded(const AnyDecoded&) = delete;
     AnyDecoded& operator=(const AnyDecoded&) = delete;

@@ -301,24 +301,23 @@ TEST(beyond_4_gib, list_whose_array_is_larger_is_read_copied_and_written) {
 }
 
 // More empty elements than a count can say, then the number 7 in field 3. The library counts 2^32 less.
-class WrappingList {
-public:
-    explicit WrappingList(std::uint32_t count) : input_((two_to_32 + count) * element.size() + number_7.size()) {
-        input_.fill(element);
-        input_.write_at_end(number_7);
+struct WrappingList {
+    explicit WrappingList(std::uint32_t count) : input((two_to_32 + count) * element.size() + number_7.size()) {
+        input.fill(element);
+        input.write_at_end(number_7);
         std::memset(&response, 0x5A, sizeof response);
-        code =
-            vesk_resp_clients_hdl_data_decode_ext(&response, input_.data(), input_.size(), Ledger::alloc, &ledger, 0);
+        code = vesk_resp_clients_hdl_data_decode_ext(&response, input.data(), input.size(), Ledger::alloc, &ledger, 0);
     }
+    WrappingList(const WrappingList&) = delete;
+    WrappingList& operator=(const WrappingList&) = delete;
     ~WrappingList() { vesk_resp_clients_hdl_data_free_ext(&response, Ledger::release, &ledger, 0); }
 
+    inline static const Bytes element = message_field(1, {});
+
+    VastMemory input;
     Ledger ledger;
     vesk_resp_clients_hdl_data response;
     std::int32_t code;
-
-private:
-    inline static const Bytes element = message_field(1, {});
-    VastMemory input_;
 };
 
 // Three elements are allocated, cleared and read. Behind them stands the fourth, and a list may not begin twice.

@@ -165,6 +165,7 @@ TEST(interruption, child_process_may_call_after_fork_amid_calls_of_other_threads
     std::atomic<bool> stop{false};
     std::atomic<int> failures{0};
     std::vector<std::thread> threads;
+    threads.reserve(2);
     for (int i = 0; i < 2; ++i) {
         threads.emplace_back([&] {
             std::vector<Round> rounds = rounds_of_every_type();
@@ -200,7 +201,7 @@ struct Leaving {
 
     Ledger ledger;
     std::uint64_t n;
-    jmp_buf way_out;
+    jmp_buf way_out = {};
 };
 
 void* take_block_or_leave(std::uint64_t size, void* context) {

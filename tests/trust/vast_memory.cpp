@@ -45,7 +45,7 @@ VastMemory::VastMemory(std::uint64_t size) : size_(size) {
 VastMemory::~VastMemory() { munmap(mapping_, mapped_); }
 
 void VastMemory::fill(const Bytes& pattern) {
-    const auto repeat = [&](std::uint8_t* first, std::uint8_t* last) {
+    const auto repeat = [&](std::uint8_t* first, const std::uint8_t* last) {
         for (std::uint8_t* at = first; at < last; ++at) *at = pattern[(at - data_) % pattern.size()];
     };
     if (piece_count_ != 0 && piece_size % pattern.size() != 0) throw std::invalid_argument("no pattern that repeats");

@@ -227,6 +227,7 @@ TEST(context, is_passed_unchanged_to_every_callback) {
         vesk_resp_inv_data_free_ext(&second, check.release, context, 0);
         EXPECT_EQ(check.calls, 20);  // five blocks, in two messages, had and given back
         EXPECT_EQ(check.wrong, 0);
+        ContextCheck::current = nullptr;
     }
 }
 

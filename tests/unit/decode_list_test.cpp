@@ -20,6 +20,8 @@ struct Response {
         if (failing_request != 0) ledger.fail_request(failing_request);
         code = vesk_resp_inv_data_decode_ext(&message, input.data(), input.size(), Ledger::alloc, &ledger, flags);
     }
+    Response(const Response&) = delete;
+    Response& operator=(const Response&) = delete;
     ~Response() { vesk_resp_inv_data_free_ext(&message, Ledger::release, &ledger, flags); }
     const vesk_resp_inv_data* operator->() const { return &message; }
     bool has_leds() const { return VESK_HAS(&message, VESK_RESP_INV_DATA_LED_LIST); }
@@ -274,7 +276,7 @@ TEST(decode_list, order_of_its_checks) {
          }) {
         Ledger ledger;
         ledger.fail_from_now_on();
-        vesk_entity_admin_status_data first;
+        vesk_entity_admin_status_data first = {};
         vesk_entity_admin_status_data* array = row.holds_one ? &first : nullptr;
         std::uint32_t count = row.holds_one ? 1 : 0;
         const Bytes input = hex(row.input);

@@ -30,6 +30,8 @@ struct Attempt {
         if (failing_request != 0) ledger.fail_request(failing_request);
         code = Api<T>::decode(&message, this->input.data(), this->input.size(), Ledger::alloc, &ledger, flags);
     }
+    Attempt(const Attempt&) = delete;
+    Attempt& operator=(const Attempt&) = delete;
     ~Attempt() { Api<T>::free(&message, Ledger::release, &ledger, flags); }
     const T* operator->() const { return &message; }
 

@@ -131,8 +131,8 @@ void find_contents(const TypeInfo& type, const Bytes& bytes, Range message, std:
     const std::uint8_t* at = bytes.data() + message.start;
     const std::uint8_t* end = bytes.data() + message.end;
     while (at < end) {
-        std::uint32_t tag;
-        std::uint64_t value;
+        std::uint32_t tag = 0;
+        std::uint64_t value = 0;
         at = read_varint32(at, end, &tag);
         if (at != nullptr) at = read_long_varint64(at, end, &value);
         ASSERT_NE(at, nullptr) << to_hex(bytes);

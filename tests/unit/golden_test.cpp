@@ -38,7 +38,7 @@ Golden read_golden(const fs::path& path) {
     bool first = true;
     for (std::string line; std::getline(file, line); first = false) {
         if (first) golden.begins_with_comment = line.rfind("# ", 0) == 0;
-        line = line.substr(0, line.find('#'));
+        line.resize(std::min(line.find('#'), line.size()));
         if (line.rfind("->", 0) == 0) {
             current = &arrow_digits;
             line = line.substr(2);
