@@ -33,8 +33,7 @@ Step decode_string(char** member, const std::uint8_t* at, const std::uint8_t* en
     if (at == nullptr) return {nullptr, VESK_MALFORMED};
     char* string = static_cast<char*>(source.allocator.alloc(std::uint64_t{length} + 1, source.allocator.context));
     if (string == nullptr) return {nullptr, VESK_NO_MEMORY};
-    copy_bytes(string, at, length);
-    string[length] = '\0';
+    *put_bytes(reinterpret_cast<std::uint8_t*>(string), at, length) = '\0';
     *member = string;
     return {at + length, VESK_OK};
 }

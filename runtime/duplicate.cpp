@@ -7,7 +7,7 @@ bool duplicate_string(char** destination, const char* source, const Allocator& a
     void* block = allocate(allocator, size);
     *destination = static_cast<char*>(block);
     if (block == nullptr) return false;
-    copy_bytes(block, source, size);
+    put_bytes(static_cast<std::uint8_t*>(block), source, size);
     return true;
 }
 

@@ -157,15 +157,30 @@ Step skip_field(std::uint32_t wire_type, const std::uint8_t* at, const std::uint
     }
 }
 
+// Short data goes as moves that overlap, so that one branch serves many lengths.
 std::uint8_t* put_bytes(std::uint8_t* at, const void* data, std::uint64_t length) {
-    copy_bytes(at, data, length);
+    const std::uint8_t* from = static_cast<const std::uint8_t*>(data);
+    if (length >= 8 && length <= 24) {
+        const std::uint64_t middle = length < 16 ? length - 8 : 8;
+        __builtin_memcpy(at, from, 8);
+        __builtin_memcpy(at + middle, from + middle, 8);
+        __builtin_memcpy(at + length - 8, from + length - 8, 8);
+    } else if (length > 8) {
+        std::memcpy(at, from, static_cast<std::size_t>(length));
+    } else if (length >= 4) {
+        __builtin_memcpy(at, from, 4);
+        __builtin_memcpy(at + length - 4, from + length - 4, 4);
+    } else if (length >= 2) {
+        __builtin_memcpy(at, from, 2);
+        __builtin_memcpy(at + length - 2, from + length - 2, 2);
+    } else if (length == 1) {
+        *at = *from;
+    }
     return at + length;
 }
 
 std::uint8_t* put_data(std::uint8_t* at, const void* data, std::uint64_t length) {
-    at = put_length(at, length);
-    copy_bytes(at, data, length);
-    return at + length;
+    return put_bytes(put_length(at, length), data, length);
 }
 
 }  // namespace vesk

@@ -6,7 +6,6 @@
 #include <vesk/vesk_runtime.h>
 
 #include <cstdint>
-#include <cstring>
 
 namespace vesk {
 
@@ -156,29 +155,7 @@ inline std::uint8_t* put_tag(std::uint8_t* at) {
     }
 }
 
-// Copies bytes; short ones without a call of memcpy, as moves that overlap, so that one branch serves many lengths.
-[[gnu::always_inline]] inline void copy_bytes(void* destination, const void* source, std::uint64_t length) {
-    std::uint8_t* const to = static_cast<std::uint8_t*>(destination);
-    const std::uint8_t* const from = static_cast<const std::uint8_t*>(source);
-    if (length >= 8 && length <= 24) {
-        const std::uint64_t middle = length < 16 ? length - 8 : 8;
-        __builtin_memcpy(to, from, 8);
-        __builtin_memcpy(to + middle, from + middle, 8);
-        __builtin_memcpy(to + length - 8, from + length - 8, 8);
-    } else if (length > 8) {
-        std::memcpy(to, from, static_cast<std::size_t>(length));
-    } else if (length >= 4) {
-        __builtin_memcpy(to, from, 4);
-        __builtin_memcpy(to + length - 4, from + length - 4, 4);
-    } else if (length >= 2) {
-        __builtin_memcpy(to, from, 2);
-        __builtin_memcpy(to + length - 2, from + length - 2, 2);
-    } else if (length == 1) {
-        *to = *from;
-    }
-}
-
-// `copy_bytes`; returns the position behind them.
+// Copies bytes; short ones without a call of memcpy. Returns the position behind them.
 std::uint8_t* put_bytes(std::uint8_t* at, const void* data, std::uint64_t length);
 
 // The length and the data of a string or bytes field.
