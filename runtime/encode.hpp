@@ -157,20 +157,6 @@ consteval bool is_few_numbers() {
     return longest != 0 && longest <= 64;
 }
 
-// Writes the numbers First to Last - 1 and stores nothing behind them.
-template <class Message, std::size_t First, std::size_t Last>
-[[gnu::always_inline]] inline std::uint8_t* write_few_numbers(const Message& message, std::uint64_t presence,
-                                                              std::uint8_t* at) {
-    if constexpr (First == Last) {
-        return at;
-    } else {
-        if (has_bit<First>(presence)) {
-            at = put_varint(put_tag<tag_of<Message, First>>(at), message.*field_of<Message, First>.member);
-        }
-        return write_few_numbers<Message, First + 1, Last>(message, presence, at);
-    }
-}
-
 // What an exported function does, with the arguments as it got them, if it is not to measure alone.
 std::uint64_t encode_ext(const void* message, void* buffer, std::uint64_t length, vesk_segment* segments,
                          std::uint32_t* segment_count, std::uint32_t flags, const Ways& ways);

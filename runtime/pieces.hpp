@@ -22,7 +22,11 @@ inline Written write_small_elements(const Element* element, std::uint32_t count,
             !fits(measure_element(*element, varint_size(Tag), target.flags), so_far.at, target)) {
             return does_not_fit;
         }
-        so_far = write_small<Tag>(*element, true, so_far, so_far.at);
+        std::uint8_t* const body = put_tag<Tag>(so_far.at) + 1;
+        std::uint8_t* const end =
+            write_few_numbers<Element, 0, field_count<Element>>(*element, load_presence(*element), body);
+        body[-1] = static_cast<std::uint8_t>(end - body);
+        so_far = {end, so_far.segments + (end != body)};
     }
     return so_far;
 }

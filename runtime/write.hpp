@@ -58,6 +58,21 @@ template <class Message, std::size_t First, std::size_t Last>
     return write_each_number<Message, First, Last>(*static_cast<const Message*>(message), presence, at);
 }
 
+// Writes the numbers First to Last - 1 with a branch for each: nothing is stored behind them, and a few are done sooner
+// than they would be aside.
+template <class Message, std::size_t First, std::size_t Last>
+[[gnu::always_inline]] inline std::uint8_t* write_few_numbers(const Message& message, std::uint64_t presence,
+                                                              std::uint8_t* at) {
+    if constexpr (First == Last) {
+        return at;
+    } else {
+        if (has_bit<First>(presence)) {
+            at = put_varint(put_tag<tag_of<Message, First>>(at), message.*field_of<Message, First>.member);
+        }
+        return write_few_numbers<Message, First + 1, Last>(message, presence, at);
+    }
+}
+
 // ---- Messages ------------------------------------------------------------------------------------------------------
 
 // Writes the fields First to Last - 1, which `sizes` must know; all of them if nothing is said.
