@@ -349,7 +349,7 @@ private:
     std::optional<std::uint32_t> count_run(const TableField& field) {
         const std::uint64_t start = position_;
         std::uint32_t count = 0;
-        for (std::uint64_t tag = std::uint64_t{field.number} * 8; tag >> 3 == field.number;) {
+        for (std::uint64_t tag = static_cast<std::uint64_t>(field.number) * 8; tag >> 3 == field.number;) {
             std::uint64_t size;
             if (!get_size(&size)) return std::nullopt;
             position_ += size;
