@@ -79,9 +79,10 @@ inline Written write_with_room(const Element& element, const MeasuredElement<Ele
             __builtin_memcpy(measured.end, &kept, sizeof kept);
             return so_far;
         }
-        room = 0;
+        target.measured_end = measured.end;
+    } else {
+        target.measured_end = measured.end + room;
     }
-    target.measured_end = measured.end + room;
     return write(element, measured.sizes, so_far, target);
 }
 

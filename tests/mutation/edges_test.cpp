@@ -209,6 +209,26 @@ TEST(huge_length, encodes_as_the_interpreter_says) {
     }
 }
 
+// ---- Lists in lists ------------------------------------------------------------------------------------------------
+
+TEST(nested_list, elements_with_content_count_as_segments_and_empty_ones_do_not) {
+    vesk_blob blobs[3] = {};
+    blobs[0].f3 = blobs[2].f3 = 5;
+    blobs[0].present[0] = blobs[2].present[0] = 0x04;
+    vesk_nested nested{};
+    nested.f5 = blobs;
+    nested.f5_count = 3;
+    nested.present[0] = 0x10;
+    vesk_lists lists{};
+    lists.f6 = &nested;
+    lists.f6_count = 1;
+    lists.present[0] = 0x20;
+    Bytes buffer(64);
+    std::uint32_t segments = 0;
+    EXPECT_EQ(find_type("lists")->encode(&lists, buffer.data(), buffer.size(), nullptr, &segments, 0), 12u);
+    EXPECT_EQ(segments, 4u);  // two elements, the message that holds them, and the whole
+}
+
 // A caller may say that its buffer never ends.
 TEST(huge_length, buffer_to_the_end_of_the_address_space_takes_the_message) {
     for_every_type(4, Amount::some, [&](const TypeInfo& type, const void* message, std::uint64_t) {
@@ -252,6 +272,18 @@ TEST(imported_eid, measured_length_counts_whatever_is_written) {
             EidBehaviour behaviour;
             behaviour.measured = measured;
             behaviour.segments = 3;
+            const Misbehaving misbehaving(behaviour);
+            expect_same_encoding(type, message);
+        });
+    }
+}
+
+TEST(imported_eid, bytes_that_it_leaves_out_stay_as_they_were) {
+    for (const std::uint64_t measured : {1u, 9u, 40u}) {
+        for_every_type(40, Amount::wild, [&](const TypeInfo& type, const void* message, std::uint64_t) {
+            EidBehaviour behaviour;
+            behaviour.measured = measured;
+            behaviour.stored = 0;
             const Misbehaving misbehaving(behaviour);
             expect_same_encoding(type, message);
         });

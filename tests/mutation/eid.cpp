@@ -32,7 +32,8 @@ std::uint64_t vesk_drin_eid_st_encode_ext(const vesk_drin_eid_st* message, void*
     const auto& behaviour = eid_behaviour();
     if (behaviour.measured == 0) return encode(message, buffer, length, segments, count, flags);
     if (count != nullptr) *count = behaviour.segments;
-    std::fill_n(static_cast<std::uint8_t*>(buffer), std::min(length, behaviour.measured), std::uint8_t{0xE1});
+    std::fill_n(static_cast<std::uint8_t*>(buffer), std::min({length, behaviour.measured, behaviour.stored}),
+                std::uint8_t{0xE1});
     return buffer == nullptr ? behaviour.measured : behaviour.measured + 5;
 }
 

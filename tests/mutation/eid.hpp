@@ -8,9 +8,10 @@ namespace vesk::test {
 struct EidBehaviour {
     std::int32_t decode_code = 0;     // instead of decoding, if it is not 0
     std::int32_t duplicate_code = 0;  // besides duplicating
-    // What a measuring call returns, if it is not 0. A writing call then stores as many bytes, as far as there is room,
-    // returns 5 more, and counts this many segments.
+    // What a measuring call returns, if it is not 0. A writing call then stores as many bytes, as far as there is room
+    // and no more than `stored`, returns 5 more, and counts this many segments.
     std::uint64_t measured = 0;
+    std::uint64_t stored = UINT64_MAX;
     std::uint32_t segments = 0;
 };
 
