@@ -266,6 +266,16 @@ void expect_same_encoding(const TypeInfo& type, const void* message) {
     }
 }
 
+// One byte more than a length of one byte can say.
+TEST(longest_numbers, are_written_behind_a_length_of_two_bytes) {
+    vesk_nested nested{};
+    std::memset(&nested.f3, 0xFF, sizeof nested.f3);
+    nested.present[0] = 0x04;
+    const TypeInfo& type = *find_type("nested");
+    ASSERT_EQ(encoded(type, &nested).size(), 1u + 2 + 128);
+    expect_same_encoding(type, &nested);
+}
+
 TEST(imported_eid, measured_length_counts_whatever_is_written) {
     for (const std::uint64_t measured : {1u, 9u, 127u, 128u, 300u}) {
         for_every_type(4, Amount::some, [&](const TypeInfo& type, const void* message, std::uint64_t) {
