@@ -176,7 +176,7 @@ inline std::uint64_t measure_or_encode(const Message* message, void* buffer, std
         constexpr std::size_t last = field_count<Message>;
         const bool listed = segment_count != nullptr && *segment_count != 0;
         const bool fits = length >= longest_numbers<Message, 0, last>() || length >= measure_small(*message);
-        if (fits && !listed) [[likely]] {
+        if (buffer != nullptr && fits && !listed) [[likely]] {
             std::uint8_t* const begin = static_cast<std::uint8_t*>(buffer);
             const std::uint8_t* const end =
                 write_few_numbers<Message, 0, last>(*message, load_presence(*message), begin);
