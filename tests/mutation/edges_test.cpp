@@ -188,8 +188,12 @@ TEST(huge_length, encodes_as_the_interpreter_says) {
         identified.f4 = blob.f2;
         identified.f4_length = length;
         identified.present[0] = 0x02;
+        vesk_lists lists{};
+        lists.f6 = &nested;
+        lists.f6_count = 1;
+        lists.present[0] = 0x20;
         const std::pair<const char*, const void*> messages[] = {
-            {"blob", &blob}, {"nested", &nested}, {"identified", &identified}};
+            {"blob", &blob}, {"nested", &nested}, {"identified", &identified}, {"lists", &lists}};
         for (const auto& [name, message] : messages) {
             const TypeInfo& type = *find_type(name);
             for (const std::uint32_t flags : {0u, 1u}) {
@@ -298,6 +302,25 @@ TEST(imported_eid, bytes_that_it_leaves_out_stay_as_they_were) {
             expect_same_encoding(type, message);
         });
     }
+}
+
+// The absent number behind the last one is stored over what comes next, and that must be put back.
+TEST(imported_eid, bytes_that_it_leaves_out_behind_an_element_that_ends_in_numbers_stay_as_they_were) {
+    vesk_nested elements[2] = {};
+    elements[0].f2.f20 = 1;
+    elements[0].f2.present[0] = 0x20;
+    elements[0].present[0] = 0x02;
+    elements[1].present[0] = 0x08;
+    elements[1].f16.present[0] = 0x04;
+    vesk_lists lists{};
+    lists.f6 = elements;
+    lists.f6_count = 2;
+    lists.present[0] = 0x20;
+    EidBehaviour behaviour;
+    behaviour.measured = 40;
+    behaviour.stored = 0;
+    const Misbehaving misbehaving(behaviour);
+    expect_same_encoding(*find_type("lists"), &lists);
 }
 
 TEST(imported_eid, length_that_no_buffer_holds_is_passed_on) {
