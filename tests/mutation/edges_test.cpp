@@ -188,8 +188,11 @@ TEST(huge_length, encodes_as_the_interpreter_says) {
         identified.f4 = blob.f2;
         identified.f4_length = length;
         identified.present[0] = 0x02;
+        vesk_nested list_alone = nested;
+        list_alone.present[0] = 0x10;
+        list_alone.f1 = {};
         vesk_lists lists{};
-        lists.f6 = &nested;
+        lists.f6 = &list_alone;
         lists.f6_count = 1;
         lists.present[0] = 0x20;
         const std::pair<const char*, const void*> messages[] = {
@@ -304,14 +307,12 @@ TEST(imported_eid, bytes_that_it_leaves_out_stay_as_they_were) {
     }
 }
 
-// The absent number behind the last one is stored over what comes next, and that must be put back.
-TEST(imported_eid, bytes_that_it_leaves_out_behind_an_element_that_ends_in_numbers_stay_as_they_were) {
+// The word that holds the number reaches over the first bytes of the identifier behind it.
+TEST(imported_eid, bytes_that_it_leaves_out_behind_an_element_that_ends_in_a_number_stay_as_they_were) {
     vesk_nested elements[2] = {};
-    elements[0].f2.f20 = 1;
-    elements[0].f2.present[0] = 0x20;
-    elements[0].present[0] = 0x02;
-    elements[1].present[0] = 0x08;
-    elements[1].f16.present[0] = 0x04;
+    elements[0].f9 = 1;
+    elements[0].present[1] = 0x01;
+    elements[1].present[0] = 0x40;
     vesk_lists lists{};
     lists.f6 = elements;
     lists.f6_count = 2;
