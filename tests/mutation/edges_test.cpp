@@ -309,19 +309,18 @@ TEST(imported_eid, bytes_that_it_leaves_out_stay_as_they_were) {
 
 // The word that holds the number reaches over the first bytes of the identifier behind it.
 TEST(imported_eid, bytes_that_it_leaves_out_behind_an_element_that_ends_in_a_number_stay_as_they_were) {
-    vesk_nested elements[2] = {};
-    elements[0].f9 = 1;
-    elements[0].present[1] = 0x01;
-    elements[1].present[0] = 0x40;
-    vesk_lists lists{};
-    lists.f6 = elements;
-    lists.f6_count = 2;
-    lists.present[0] = 0x20;
+    vesk_identified elements[2] = {};
+    elements[0].f6 = 1;
+    elements[0].present[0] = 0x20;
+    vesk_four four{};
+    four.f24 = elements;
+    four.f24_count = 2;
+    four.present[2] = 0x80;
     EidBehaviour behaviour;
     behaviour.measured = 40;
     behaviour.stored = 0;
     const Misbehaving misbehaving(behaviour);
-    expect_same_encoding(*find_type("lists"), &lists);
+    expect_same_encoding(*find_type("four"), &four);
 }
 
 TEST(imported_eid, length_that_no_buffer_holds_is_passed_on) {
