@@ -81,6 +81,13 @@ inline std::uint64_t join_groups(std::uint64_t groups) {
     return (groups & 0x00003FFF00003FFF) | (groups & 0x3FFF00003FFF0000) >> 2;
 }
 
+// The reverse of join_groups: 28 bits over 32, 14 over 16, 7 over 8.
+inline std::uint64_t split_groups(std::uint64_t value) {
+    value = (value & 0x000000000FFFFFFF) | (value & 0x00FFFFFFF0000000) << 4;
+    value = (value & 0x00003FFF00003FFF) | (value & 0x0FFFC0000FFFC000) << 2;
+    return (value & 0x007F007F007F007F) | (value & 0x3F803F803F803F80) << 1;
+}
+
 }  // namespace
 
 Number read_long_tag(const std::uint8_t* at, const std::uint8_t* end) {
@@ -119,17 +126,6 @@ Number read_number64(const std::uint8_t* at, const std::uint8_t* end, Input inpu
     at = read_long_varint64(at, end, &value);
     return {at, value};
 }
-
-namespace {
-
-// The reverse: 28 bits over 32, 14 over 16, 7 over 8.
-inline std::uint64_t split_groups(std::uint64_t value) {
-    value = (value & 0x000000000FFFFFFF) | (value & 0x00FFFFFFF0000000) << 4;
-    value = (value & 0x00003FFF00003FFF) | (value & 0x0FFFC0000FFFC000) << 2;
-    return (value & 0x007F007F007F007F) | (value & 0x3F803F803F803F80) << 1;
-}
-
-}  // namespace
 
 // Eight bytes as a word, then the two that only the largest values have.
 std::uint8_t* put_varint64(std::uint8_t* at, std::uint64_t value) {

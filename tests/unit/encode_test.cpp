@@ -383,15 +383,6 @@ TEST(encode_buffer, a_string_that_does_not_fit_leaves_room_unused_for_what_follo
     EXPECT_EQ(to_hex(output.buffer), "0a 08 ee ee ee ee");
 }
 
-TEST(encode_buffer, a_length_that_no_buffer_can_have_stores_the_message_and_nothing_behind_it) {
-    vesk_scratch_eeprom scratch = with_string(literal("fits"));
-    for (const std::uint64_t length : {std::uint64_t{1} << 63, ~std::uint64_t{0}}) {
-        Bytes buffer(8, 0xEE);
-        EXPECT_EQ(vesk_scratch_eeprom_encode_ext(&scratch, buffer.data(), length, nullptr, nullptr, 0), 6u);
-        EXPECT_EQ(to_hex(buffer), "0a 04 66 69 74 73 ee ee");
-    }
-}
-
 // No address is computed behind the last one there is, and nothing is stored: there is no memory at this one.
 TEST(encode_buffer, an_empty_message_fits_three_bytes_before_the_end_of_the_address_space) {
     void* const last_bytes = reinterpret_cast<void*>(UINTPTR_MAX - 3);
