@@ -40,6 +40,12 @@ Work measure_work() {
                 work[name + "encode_" + std::to_string(more)] =
                     work_of([&] { type->encode(message.get(), buffer.data(), buffer.size(), nullptr, nullptr, 0); });
             }
+            Bytes buffer(whole.size());
+            std::uint32_t count = 0;
+            work[name + "encode_and_count"] =
+                work_of([&] { type->encode(message.get(), buffer.data(), buffer.size(), nullptr, &count, 0); });
+            work[name + "encode_by_reference"] =
+                work_of([&] { type->encode(message.get(), buffer.data(), buffer.size(), nullptr, nullptr, 1); });
             work[name + "measure"] = work_of([&] { type->encode(message.get(), nullptr, 0, nullptr, nullptr, 0); });
             Ledger ledger;
             Storage decoded(*type), copy(*type);

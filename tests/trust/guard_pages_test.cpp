@@ -9,7 +9,7 @@
 #include "tests/support/first_difference.hpp"
 #include "tests/support/full_message.hpp"
 #include "tests/support/interpreter.hpp"
-#include "tests/trust/guarded_memory.hpp"
+#include "tests/support/guarded_memory.hpp"
 #include "tests/trust/sanitized.hpp"
 
 namespace vesk::test {

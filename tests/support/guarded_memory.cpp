@@ -1,4 +1,4 @@
-#include "tests/trust/guarded_memory.hpp"
+#include "tests/support/guarded_memory.hpp"
 
 #include <signal.h>
 #include <sys/mman.h>
