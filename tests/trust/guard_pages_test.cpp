@@ -8,8 +8,8 @@
 #include "tests/support/arena.hpp"
 #include "tests/support/first_difference.hpp"
 #include "tests/support/full_message.hpp"
-#include "tests/support/interpreter.hpp"
 #include "tests/support/guarded_memory.hpp"
+#include "tests/support/interpreter.hpp"
 #include "tests/trust/sanitized.hpp"
 
 namespace vesk::test {
