@@ -297,11 +297,6 @@ inline bool has_bit(std::uint64_t presence) {
 }
 
 template <class Message, std::size_t Index>
-void mark_present(Message& message) {
-    message.present[Index / 8] |= presence_mask(Index);
-}
-
-template <class Message, std::size_t Index>
 void mark_absent(Message& message) {
     message.present[Index / 8] &= static_cast<std::uint8_t>(~presence_mask(Index));
 }

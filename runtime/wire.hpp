@@ -17,7 +17,7 @@ constexpr std::uint32_t number_of_tag(std::uint32_t tag) { return tag >> 3; }
 
 // ---- Reading -------------------------------------------------------------------------------------------------------
 
-// Where reading goes on, and VESK_OK; or an error, and then the position means nothing.
+// Where reading goes on, and VESK_OK; or null, and the error.
 struct Step {
     const std::uint8_t* at;
     std::int32_t code;

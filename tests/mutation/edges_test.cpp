@@ -144,10 +144,10 @@ vesk_blob blob_of_length(std::uint64_t length) {
 TEST(huge_length, encodes_as_the_interpreter_says) {
     for (const std::uint64_t length :
          {std::uint64_t{0x7FFFFFFF}, std::uint64_t{0x80000000}, std::uint64_t{0xFFFFFFFF}, std::uint64_t{0x100000000},
-          std::uint64_t{1} << 63, ~std::uint64_t{0}, ~std::uint64_t{0} - 6, ~std::uint64_t{0} - 7,
-          ~std::uint64_t{0} - 12, ~std::uint64_t{0} - 20}) {
+          std::uint64_t{1} << 63, ~std::uint64_t{0}, ~std::uint64_t{0} - 5, ~std::uint64_t{0} - 6,
+          ~std::uint64_t{0} - 7, ~std::uint64_t{0} - 12, ~std::uint64_t{0} - 20}) {
         const vesk_blob blob = blob_of_length(length);
-        vesk_blob two[2] = {blob, blob};
+        vesk_blob two[2] = {blob, blob_of_length(1)};
         vesk_nested nested{};
         nested.f1 = blob;
         nested.f5 = two;
@@ -166,8 +166,14 @@ TEST(huge_length, encodes_as_the_interpreter_says) {
         lists.f6 = &list_alone;
         lists.f6_count = 1;
         lists.present[0] = 0x20;
+        vesk_four four{};
+        four.f6 = four.f19 = blob.f2;
+        four.f6_length = length;
+        four.f19_length = 1;
+        four.present[0] = 0x20;
+        four.present[2] = 0x04;
         const std::pair<const char*, const void*> messages[] = {
-            {"blob", &blob}, {"nested", &nested}, {"identified", &identified}, {"lists", &lists}};
+            {"blob", &blob}, {"nested", &nested}, {"identified", &identified}, {"lists", &lists}, {"four", &four}};
         for (const auto& [name, message] : messages) {
             const TypeInfo& type = *find_type(name);
             for (const std::uint32_t flags : {0u, 1u}) {
@@ -248,6 +254,15 @@ TEST(imported_eid, measured_length_counts_whatever_is_written_and_what_is_left_o
                 expect_same_encoding(type, message);
             });
         }
+    }
+}
+
+TEST(imported_eid, measured_length_that_no_buffer_holds_is_held_to_the_buffer) {
+    for (const std::uint64_t measured : {std::uint64_t{1} << 31, std::uint64_t{1} << 63, ~std::uint64_t{0} - 20}) {
+        for_every_type(20, Amount::wild, [&](const TypeInfo& type, const void* message, std::uint64_t) {
+            const Misbehaving misbehaving({.measured = measured, .stored = 0, .segments = 3});
+            expect_same_encoding(type, message);
+        });
     }
 }
 
