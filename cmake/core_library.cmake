@@ -57,3 +57,15 @@ function(vesk_add_library target)
     target_sources(${target} PRIVATE $<TARGET_OBJECTS:vesk_runtime>)
     target_link_libraries(${target} PUBLIC vesk_headers)
 endfunction()
+
+# Where the loader looks for the EID's library: beside the library itself, and two folders up, which is the same place
+# for a library in glibc-hwcaps/<processor>/. A program's own search path does not reach what its libraries need.
+# As RUNPATH, so that LD_LIBRARY_PATH still comes first. In the build tree the folder of another EID's library follows.
+function(vesk_search_beside target)
+    set(search_path "$ORIGIN" "$ORIGIN/../..")
+    set_target_properties(${target} PROPERTIES
+        BUILD_RPATH "${search_path}"
+        BUILD_RPATH_USE_ORIGIN ON  # two build folders make the same library
+        INSTALL_RPATH "${search_path}")
+    target_link_options(${target} PRIVATE -Wl,--enable-new-dtags)
+endfunction()
