@@ -22,6 +22,12 @@ function(vesk_set_core_options target)
     if(VESK_SANITIZE)
         target_compile_options(${target} PRIVATE -fsanitize=${VESK_SANITIZE})
     endif()
+    # Debug information names the sources from the checkout's root on: two folders make the same library, and a debugger
+    # that is started at the root finds them.
+    # Said to the linker, too, which is the compiler again if it optimises.
+    set(folders -fdebug-prefix-map=${PROJECT_SOURCE_DIR}=. -fdebug-prefix-map=${PROJECT_BINARY_DIR}=.)
+    target_compile_options(${target} PRIVATE ${folders})
+    target_link_options(${target} PRIVATE ${folders})
 endfunction()
 
 # A shared library of generated units. It exports the functions in the units' .symbols files and nothing else, under
