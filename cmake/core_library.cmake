@@ -57,6 +57,10 @@ function(vesk_add_library target)
     # As needed: CMake adds the C++ library to what C++ objects are linked with, also by a C linker.
     target_link_options(${target} PRIVATE -Wl,--as-needed -Wl,--version-script=${version_script} -Wl,-z,text)
     set_target_properties(${target} PROPERTIES LINK_DEPENDS ${version_script})
+    # The C compiler links, and CMAKE_CXX_FLAGS do not reach it. gcc wants to be told of more than one processor.
+    if(CMAKE_CXX_FLAGS MATCHES "(^| )(-flto(=[^ ]*)?)( |$)")
+        target_link_options(${target} PRIVATE $<IF:$<C_COMPILER_ID:GNU>,-flto=auto,${CMAKE_MATCH_2}>)
+    endif()
     if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize" AND NOT VESK_SANITIZE)  # a sanitizer's functions come from the program
         target_link_options(${target} PRIVATE -Wl,--no-undefined)
     endif()
