@@ -114,7 +114,7 @@ def _curves(folder, operation, series):
         if points:
             data = pathlib.Path(folder) / f"{operation}, {implementation}"
             data.write_text("".join(points), encoding="utf-8")
-            curves.append(f"'{data}' {_style(implementation)}")
+            curves.append(f"'{data}' {_style(implementation)} title '{operation}, {implementation}' noenhanced")
     return ", ".join(curves)
 
 
