@@ -30,10 +30,18 @@ function(vesk_set_core_options target)
     target_link_options(${target} PRIVATE ${folders})
 endfunction()
 
-# A shared library of generated units. It exports the functions in the units' .symbols files and nothing else, under
-# VERSION_NODE if that is given.
+# The rules of the four operations, for libraries to be made of: exported by none.
+function(vesk_add_runtime target)
+    add_library(${target} OBJECT
+        runtime/wire.cpp runtime/encode.cpp runtime/decode.cpp runtime/duplicate.cpp runtime/release.cpp)
+    vesk_set_core_options(${target})
+    target_link_libraries(${target} PUBLIC vesk_headers)
+endfunction()
+
+# A shared library of generated units and the objects of RUNTIME. It exports the functions in the units' .symbols files and
+# nothing else, under VERSION_NODE if that is given.
 function(vesk_add_library target)
-    cmake_parse_arguments(ARG "" "VERSION_NODE" "UNITS" ${ARGN})
+    cmake_parse_arguments(ARG "" "RUNTIME;VERSION_NODE" "UNITS" ${ARGN})
     add_library(${target} SHARED)
     vesk_set_core_options(${target})
     set(symbols "")
@@ -64,7 +72,7 @@ function(vesk_add_library target)
     if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize" AND NOT VESK_SANITIZE)  # a sanitizer's functions come from the program
         target_link_options(${target} PRIVATE -Wl,--no-undefined)
     endif()
-    target_sources(${target} PRIVATE $<TARGET_OBJECTS:vesk_runtime>)
+    target_sources(${target} PRIVATE $<TARGET_OBJECTS:${ARG_RUNTIME}>)
     target_link_libraries(${target} PUBLIC vesk_headers)
 endfunction()
 
