@@ -11,8 +11,8 @@ class Floor : public Contestant {
 public:
     explicit Floor(const Workload& workload)
         : workload_(workload), turn_(workload.messages.size()), buffer_(workload.longest_encoding) {
-        for (const auto& message : workload.messages) {
-            const void* content = message->get();
+        for (const Message& message : workload.messages) {
+            const void* content = message.get();
             lengths_.push_back(workload.type->encode(content, nullptr, 0, nullptr, nullptr, workload.flags));
             structures_.push_back(extent_of(*workload.type, content).structures);
             if (structures_.back() > cleared_.size()) cleared_.resize(structures_.back());

@@ -81,11 +81,11 @@ public:
 
 private:
     std::uint64_t measure(std::size_t index) {
-        return functions_.encode(workload_.messages[index]->get(), nullptr, 0, nullptr, nullptr, workload_.flags);
+        return functions_.encode(workload_.messages[index].get(), nullptr, 0, nullptr, nullptr, workload_.flags);
     }
 
     std::uint64_t encode(std::size_t index, std::uint64_t length) {
-        const void* message = workload_.messages[index]->get();
+        const void* message = workload_.messages[index].get();
         if (workload_.flags == 0) return functions_.encode(message, buffer_.data(), length, nullptr, nullptr, 0);
         vesk_segment segments[8];
         std::uint32_t count = 8;
@@ -104,7 +104,7 @@ private:
 
     bool duplicate(std::size_t index) {
         arena_.reset();
-        return functions_.duplicate(storage_.get(), workload_.messages[index]->get(), from_arena, &arena_) == VESK_OK;
+        return functions_.duplicate(storage_.get(), workload_.messages[index].get(), from_arena, &arena_) == VESK_OK;
     }
 
     Functions functions_;

@@ -16,21 +16,33 @@ std::uint32_t count_lists(const TypeInfo& type) {
                                                     [](const FieldInfo& field) { return field.kind == Kind::list; }));
 }
 
-}  // namespace
+class Drawing {
+public:
+    Drawing(const Recipe& recipe, std::size_t turn, Message* message)
+        : recipe_(recipe), turn_(turn), choices_(1000 * (turn + 1)), values_(1000 * (turn + 1) + 1), owner_(*message) {}
 
-DrawnMessage::DrawnMessage(const TypeInfo& type, const Recipe& recipe, std::uint64_t seed)
-    : recipe_(recipe), choices_(seed), values_(seed + 1), message_(type, 0) {
-    fill(type, message_.get(), 0);
-}
+    void fill(const TypeInfo& type, void* message, unsigned depth);
 
-void DrawnMessage::fill(const TypeInfo& type, void* message, unsigned depth) {
+private:
+    bool fill_field(const FieldInfo& field, void* message, unsigned depth, std::uint32_t elements);
+    bool fill_list(const FieldInfo& field, void* message, unsigned depth, std::uint32_t count);
+    std::uint64_t number() { return values_() >> values_() % 64; }
+
+    const Recipe& recipe_;
+    std::size_t turn_;
+    std::mt19937_64 choices_;  // which fields are set, how many elements a list has
+    std::mt19937_64 values_;   // what is in them
+    Message& owner_;
+};
+
+void Drawing::fill(const TypeInfo& type, void* message, unsigned depth) {
     const std::uint32_t lists = count_lists(type);
     std::uint32_t list = 0;
     for (std::size_t index = 0; index < type.fields.size(); ++index) {
         const FieldInfo& field = type.fields[index];
         std::uint32_t elements = 0;
         if (field.kind == Kind::list && depth == 0) {
-            const std::uint32_t turn = (list++ + lists - recipe_.first_list % lists) % lists;
+            const std::uint32_t turn = (list++ + lists - turn_ % lists) % lists;
             elements = recipe_.records / lists + (turn < recipe_.records % lists ? 1 : 0);
         } else if (choices_() % 100 >= recipe_.percent_set) {
             continue;
@@ -44,21 +56,21 @@ void DrawnMessage::fill(const TypeInfo& type, void* message, unsigned depth) {
 }
 
 // False for a list that came out empty: it is like one that is not there.
-bool DrawnMessage::fill_field(const FieldInfo& field, void* message, unsigned depth, std::uint32_t elements) {
+bool Drawing::fill_field(const FieldInfo& field, void* message, unsigned depth, std::uint32_t elements) {
     switch (field.kind) {
         case Kind::uint32: store(message, field.offset, static_cast<std::uint32_t>(number() >> 32)); return true;
         case Kind::uint64: store(message, field.offset, number()); return true;
         case Kind::boolean: store(message, field.offset, static_cast<std::uint8_t>(values_() % 2)); return true;
         case Kind::string: {
             const std::size_t length = 4 + values_() % 21;
-            std::uint8_t* text = new_block(length + 1);
+            std::uint8_t* text = owner_.new_block(length + 1);
             std::generate_n(text, length, [&] { return static_cast<std::uint8_t>('a' + values_() % 26); });
             store(message, field.offset, text);
             return true;
         }
         case Kind::bytes: {
             // One draw whatever the size: messages that differ only in it have the same content elsewhere.
-            std::uint8_t* data = new_block(recipe_.bytes_size);
+            std::uint8_t* data = owner_.new_block(recipe_.bytes_size);
             std::iota(data, data + recipe_.bytes_size, static_cast<std::uint8_t>(values_()));
             store(message, field.offset, data);
             store(message, field.second_offset, recipe_.bytes_size);
@@ -72,10 +84,10 @@ bool DrawnMessage::fill_field(const FieldInfo& field, void* message, unsigned de
     return false;
 }
 
-bool DrawnMessage::fill_list(const FieldInfo& field, void* message, unsigned depth, std::uint32_t count) {
+bool Drawing::fill_list(const FieldInfo& field, void* message, unsigned depth, std::uint32_t count) {
     if (count == 0) return false;
     const TypeInfo& element = *field.nested;
-    std::uint8_t* array = new_block(count * element.size);
+    std::uint8_t* array = owner_.new_block(count * element.size);
     const std::mt19937_64 choices = choices_;
     for (std::uint32_t i = 0; i < count; ++i) {
         if (recipe_.same_fields) choices_ = choices;
@@ -85,13 +97,6 @@ bool DrawnMessage::fill_list(const FieldInfo& field, void* message, unsigned dep
     store(message, field.second_offset, count);
     return true;
 }
-
-std::uint8_t* DrawnMessage::new_block(std::size_t size) {
-    blocks_.push_back(std::make_unique<std::uint8_t[]>(size));
-    return blocks_.back().get();
-}
-
-namespace {
 
 void add_parts(const TypeInfo& type, const void* message, Extent* extent) {
     const auto add_part = [&](std::uint64_t size) { extent->longest_part = std::max(extent->longest_part, size); };
@@ -114,6 +119,17 @@ void add_parts(const TypeInfo& type, const void* message, Extent* extent) {
 }
 
 }  // namespace
+
+std::uint8_t* Message::new_block(std::size_t size) {
+    blocks_.push_back(std::make_unique<std::uint8_t[]>(size));
+    return blocks_.back().get();
+}
+
+Message draw_message(const TypeInfo& type, const Recipe& recipe, std::size_t turn) {
+    Message message(type);
+    Drawing(recipe, turn, &message).fill(type, message.get(), 0);
+    return message;
+}
 
 Extent extent_of(const TypeInfo& type, const void* message) {
     Extent extent{type.size, 0};

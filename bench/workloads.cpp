@@ -12,15 +12,14 @@ constexpr std::size_t many = 256;
 constexpr std::uint32_t lists_of_resp_inv_data = 17;
 constexpr std::uint32_t records_of_main_answer = 64 * lists_of_resp_inv_data;
 
-Workload make_workload(const std::string& name, const std::string& type_name, std::size_t messages, Recipe recipe,
-                       std::uint32_t flags) {
+Workload make_workload(const std::string& name, const std::string& type_name, std::size_t messages,
+                       const Recipe& recipe, std::uint32_t flags) {
     const TypeInfo* type = test::find_type(type_name);
     if (type == nullptr) throw std::runtime_error("there is no message type " + type_name);
     Workload workload{name, type, flags, {}, {}, 0, 0};
     for (std::size_t i = 0; i < messages; ++i) {
-        recipe.first_list = static_cast<std::uint32_t>(i);
-        workload.messages.push_back(std::make_unique<DrawnMessage>(*type, recipe, 1000 * (i + 1)));
-        const void* message = workload.messages.back()->get();
+        workload.messages.push_back(draw_message(*type, recipe, i));
+        const void* message = workload.messages.back().get();
         workload.encoded.push_back(test::encoded(*type, message));
         workload.longest_encoding = std::max<std::uint64_t>(workload.longest_encoding, workload.encoded.back().size());
         workload.longest_part = std::max(workload.longest_part, extent_of(*type, message).longest_part);

@@ -14,8 +14,8 @@ struct Workload {
     std::string name;
     const TypeInfo* type;
     std::uint32_t flags;
-    std::vector<std::unique_ptr<DrawnMessage>> messages;  // worked on in turn
-    std::vector<Bytes> encoded;                           // each as the library writes it, bytes fields copied
+    std::vector<Message> messages;  // worked on in turn
+    std::vector<Bytes> encoded;     // each as the library writes it, bytes fields copied
     std::uint64_t longest_encoding;
     std::uint64_t longest_part;  // as Extent says, of all messages
 };
