@@ -141,6 +141,7 @@ json measure_workload(const Workload& workload, const Settings& settings) {
     const std::vector<Entry> entries = make_entries(workload, settings);
     for (const Entry& entry : entries) expect_same_work(workload, entry);
     json result{{"type", workload.type->name},
+                {"data", name_of(workload.data)},
                 {"messages", workload.messages.size()},
                 {"longest_encoding", workload.longest_encoding},
                 {"longest_part", workload.longest_part}};

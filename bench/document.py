@@ -30,7 +30,7 @@ def _table(rows):
 
 def _ratio_table(summary):
     """A row per workload; in a cell the ratio to the fastest peer and the target."""
-    rows = [[""] + list(report.OPERATIONS.values())]
+    rows = [["", "data"] + list(report.OPERATIONS.values())]
     for workload, result in summary.items():
         if workload.startswith("growth_"):
             continue
@@ -42,14 +42,15 @@ def _ratio_table(summary):
             if target is not None:
                 cell = f"**{cell}** of {target:.2f}" if report.is_met(ratio, target) else f"{cell} of {target:.2f}"
             cells.append(cell)
-        rows.append([report.title_of(workload)] + cells)
+        rows.append([report.title_of(workload), report.DATA[result["data"]]] + cells)
     return _table(rows)
 
 
 def _time_tables(summary):
     text = ""
     for workload, result in summary.items():
-        text += f"**{report.title_of(workload)}** (`{workload}`, up to {result['longest_encoding']:,} bytes)\n\n"
+        text += f"**{report.title_of(workload)}** (`{workload}`: {report.DATA[result['data']]}; up to "
+        text += f"{result['longest_encoding']:,} bytes)\n\n"
         if report.notes(result):
             text += f"{report.notes(result)}.\n\n"
         operations = result["operations"]

@@ -12,12 +12,20 @@ TITLES = {
     "main_drawn": "Main answer, fields drawn for each record",
     "handles": "resp_clients_hdl_data, 10,000 handles",
     "eeprom_64k": "scratch_eeprom with 64 KiB, copied",
-    "eeprom_64k_by_reference": "scratch_eeprom with 64 KiB, by reference (peers copy)",
-    "eeprom_16k_by_reference": "scratch_eeprom with 16 KiB, by reference (peers copy)",
+    "eeprom_64k_by_reference": "scratch_eeprom with 64 KiB, by reference",
+    "eeprom_16k_by_reference": "scratch_eeprom with 16 KiB, by reference",
     "idprom_4k": "idprom_data with 4 KiB, copied",
-    "idprom_4k_by_reference": "idprom_data with 4 KiB, by reference (peers copy)",
+    "idprom_4k_by_reference": "idprom_data with 4 KiB, by reference",
     "scalars": "Scalars only: resp_admin_memory_data",
     "fields_34": "inv_db_base_entity_data, all 34 fields",
+}
+
+# What the rows are measured on.
+DATA = {
+    "daily": "every day, and repeated",
+    "drawn": "drawn anew",
+    "by_reference": "by reference, peers copy",
+    "growth": "growth series",
 }
 
 OPERATIONS = {
@@ -163,7 +171,8 @@ def print_table(summary, with_peers=False):
     for workload, result in summary.items():
         count = result["messages"]
         plural = f"{count} messages in turn, up to" if count > 1 else "one message,"
-        print(f"\n{title_of(workload)}  [{workload}; {plural} {result['longest_encoding']:,} bytes]")
+        print(f"\n{title_of(workload)}  [{workload}: {DATA[result['data']]}; "
+              f"{plural} {result['longest_encoding']:,} bytes]")
         if notes(result):
             print(f"  {notes(result)}")
         rows = [HEADINGS] + rows_of(result["operations"])

@@ -3,6 +3,7 @@
 import contextlib
 import io
 import pathlib
+import re
 import tempfile
 import unittest
 
@@ -11,7 +12,7 @@ import report
 
 
 def measured(rounds, workload="request", operation="decode"):
-    result = {"messages": 256, "longest_encoding": 100, "longest_part": 10, "operations": {operation: rounds}}
+    result = {"data": "drawn", "messages": 256, "longest_encoding": 100, "longest_part": 10, "operations": {operation: rounds}}
     return {workload: result}
 
 
@@ -44,10 +45,10 @@ class Report(unittest.TestCase):
         rows = report.rows_of(operations)
         self.assertEqual([row[3:5] for row in rows], [["0.50", "0.60 met"], ["1.25", ""]])
 
-    def test_every_target_belongs_to_a_workload_that_is_measured(self):
+    def test_every_workload_that_is_measured_has_a_title_and_every_title_a_workload(self):
         source = (pathlib.Path(__file__).parent / "workloads.cpp").read_text(encoding="utf-8")
-        for workload in report.TITLES:
-            self.assertIn(f'plan("{workload}"', source)
+        self.assertEqual(sorted(re.findall(r'plan\("(\w+)",', source)), sorted(report.TITLES))
+        self.assertEqual(set(re.findall(r'return "(\w+)";', source)), set(report.DATA))
         self.assertLessEqual(set(report.TARGETS) | set(report.LITERAL_TARGETS), set(report.TITLES))
 
 
@@ -65,7 +66,7 @@ class Document(unittest.TestCase):
         names = list(report.OPERATIONS)
         times = {name: {"nanoseconds": {"vesk": 1.0}, "ratios": {"protobuf heap": 0.5}, "target": 1.0,
                         "fastest_peer": "protobuf heap"} for name in names}
-        summary = {"request": {"longest_encoding": 1, "longest_part": 1, "operations": times}}
+        summary = {"request": {"data": "drawn", "longest_encoding": 1, "longest_part": 1, "operations": times}}
         counted = {"instructions": {"request": dict.fromkeys(names, 1.0)},
                    "literal_instructions": {"request": dict.fromkeys(names, 2.0)},
                    "growth_exponents": dict.fromkeys(names, 1.0)}

@@ -8,15 +8,18 @@ namespace {
 
 // So many different small messages that no branch predictor learns one by heart.
 constexpr std::size_t many = 256;
+// So few that it does.
+constexpr std::size_t few = 16;
 
 constexpr std::uint32_t lists_of_resp_inv_data = 17;
 constexpr std::uint32_t records_of_main_answer = 64 * lists_of_resp_inv_data;
 
-Workload make_workload(const std::string& name, const std::string& type_name, std::size_t messages,
-                       const Recipe& recipe, std::uint32_t flags) {
+Workload make_workload(const std::string& name, Data data, const std::string& type_name, std::size_t messages,
+                       const Recipe& recipe) {
     const TypeInfo* type = test::find_type(type_name);
     if (type == nullptr) throw std::runtime_error("there is no message type " + type_name);
-    Workload workload{name, type, flags, {}, {}, 0, 0};
+    const std::uint32_t flags = data == Data::by_reference ? VESK_BYTES_BY_REFERENCE : 0;
+    Workload workload{name, data, type, flags, {}, {}, 0, 0};
     for (std::size_t i = 0; i < messages; ++i) {
         workload.messages.push_back(draw_message(*type, recipe, i));
         const void* message = workload.messages.back().get();
@@ -27,34 +30,44 @@ Workload make_workload(const std::string& name, const std::string& type_name, st
     return workload;
 }
 
-WorkloadPlan plan(const std::string& name, const std::string& type, std::size_t messages, const Recipe& recipe,
-                  std::uint32_t flags = 0) {
-    return {name, [=] { return make_workload(name, type, messages, recipe, flags); }};
+WorkloadPlan plan(const std::string& name, Data data, const std::string& type, std::size_t messages,
+                  const Recipe& recipe) {
+    return {name, [=] { return make_workload(name, data, type, messages, recipe); }};
 }
 
 }  // namespace
 
+const char* name_of(Data data) {
+    switch (data) {
+        case Data::daily: return "daily";
+        case Data::drawn: return "drawn";
+        case Data::by_reference: return "by_reference";
+        case Data::growth: return "growth";
+    }
+    return "";
+}
+
 std::vector<WorkloadPlan> all_workloads(std::uint32_t most_records) {
-    constexpr std::uint32_t by_reference = VESK_BYTES_BY_REFERENCE;
+    using enum Data;
     std::vector<WorkloadPlan> plans{
-        plan("request", "req_inv_data", many, {}),
-        plan("sensor", "sensor_data", many, {}),
-        plan("notification", "notify_event_data", many, {}),
-        plan("main_same", "resp_inv_data", 1,
+        plan("request", drawn, "req_inv_data", many, {}),
+        plan("sensor", drawn, "sensor_data", many, {}),
+        plan("notification", drawn, "notify_event_data", many, {}),
+        plan("main_same", daily, "resp_inv_data", 1,
              {.percent_set = 60, .same_fields = true, .records = records_of_main_answer}),
-        plan("main_drawn", "resp_inv_data", 1, {.percent_set = 60, .records = records_of_main_answer}),
-        plan("handles", "resp_clients_hdl_data", 1, {.records = 10000}),
-        plan("eeprom_64k", "scratch_eeprom", 16, {.bytes_size = 65536}),
-        plan("eeprom_64k_by_reference", "scratch_eeprom", 16, {.bytes_size = 65536}, by_reference),
-        plan("eeprom_16k_by_reference", "scratch_eeprom", 16, {.bytes_size = 16384}, by_reference),
-        plan("idprom_4k", "idprom_data", 16, {.bytes_size = 4096}),
-        plan("idprom_4k_by_reference", "idprom_data", 16, {.bytes_size = 4096}, by_reference),
-        plan("scalars", "resp_admin_memory_data", many, {}),
-        plan("fields_34", "inv_db_base_entity_data", many, {}),
+        plan("main_drawn", drawn, "resp_inv_data", 1, {.percent_set = 60, .records = records_of_main_answer}),
+        plan("handles", drawn, "resp_clients_hdl_data", 1, {.records = 10000}),
+        plan("eeprom_64k", daily, "scratch_eeprom", few, {.bytes_size = 65536}),
+        plan("eeprom_64k_by_reference", by_reference, "scratch_eeprom", few, {.bytes_size = 65536}),
+        plan("eeprom_16k_by_reference", by_reference, "scratch_eeprom", few, {.bytes_size = 16384}),
+        plan("idprom_4k", daily, "idprom_data", few, {.bytes_size = 4096}),
+        plan("idprom_4k_by_reference", by_reference, "idprom_data", few, {.bytes_size = 4096}),
+        plan("scalars", drawn, "resp_admin_memory_data", many, {}),
+        plan("fields_34", drawn, "inv_db_base_entity_data", many, {}),
     };
     for (std::uint32_t records = 1; records <= most_records; records *= 10) {
-        const std::size_t messages = records <= 10 ? many : records <= 100 ? 16 : 1;
-        plans.push_back(plan("growth_" + std::to_string(records), "resp_inv_data", messages,
+        const std::size_t messages = records <= 10 ? many : records <= 100 ? few : 1;
+        plans.push_back(plan("growth_" + std::to_string(records), growth, "resp_inv_data", messages,
                              {.percent_set = 60, .records = records}));
     }
     return plans;

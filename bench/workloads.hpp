@@ -10,8 +10,20 @@
 
 namespace vesk::bench {
 
+// What a processor's predictors can make of a workload, and whether peers do the same work. bench/report.py has the
+// words.
+enum class Data {
+    daily,         // records are alike, or so few that they are known by heart
+    drawn,         // presence or widths differ from record to record in a way that is not learned
+    by_reference,  // bytes fields stay where they are; peers copy them
+    growth,        // the growth series: drawn, but small ones repeat
+};
+
+const char* name_of(Data data);
+
 struct Workload {
     std::string name;
+    Data data;
     const TypeInfo* type;
     std::uint32_t flags;
     std::vector<Message> messages;  // worked on in turn
