@@ -19,21 +19,60 @@ std::uint32_t count_lists(const TypeInfo& type) {
 class Drawing {
 public:
     Drawing(const Recipe& recipe, std::size_t turn, Message* message)
-        : recipe_(recipe), turn_(turn), choices_(1000 * (turn + 1)), values_(1000 * (turn + 1) + 1), owner_(*message) {}
+        : recipe_(recipe),
+          turn_(turn),
+          choices_(recipe.daily ? 1000 : 1000 * (turn + 1)),
+          habits_(1000),
+          values_(1000 * (turn + 1) + 1),
+          owner_(*message) {}
 
     void fill(const TypeInfo& type, void* message, unsigned depth);
 
 private:
     bool fill_field(const FieldInfo& field, void* message, unsigned depth, std::uint32_t elements);
     bool fill_list(const FieldInfo& field, void* message, unsigned depth, std::uint32_t count);
-    std::uint64_t number() { return values_() >> values_() % 64; }
+    std::uint32_t scalar32();
+    std::uint64_t scalar64();
+    bool flag();
+    std::size_t text_length();
+    std::uint64_t counter(std::uint64_t start) const { return start + 60 * turn_; }
 
     const Recipe& recipe_;
     std::size_t turn_;
     std::mt19937_64 choices_;  // which fields are set, how many elements a list has
-    std::mt19937_64 values_;   // what is in them
+    // What is usual for a field of daily messages. These have the same fields set, so a field gets the same draw in
+    // each.
+    std::mt19937_64 habits_;
+    std::mt19937_64 values_;  // what is in the fields
     Message& owner_;
 };
+
+std::uint32_t Drawing::scalar32() {
+    if (!recipe_.daily) return static_cast<std::uint32_t>((values_() >> values_() % 64) >> 32);
+    const std::uint64_t habit = habits_();
+    const std::uint64_t start = habit >> 32;
+    std::uint64_t value = 0;
+    switch (habit % 16) {
+        case 0: value = counter(100000 + start % (1 << 24)); break;
+        case 1:
+        case 2:
+        case 3: value = 128 + start % 16000 + values_() % 256; break;
+        default: value = start % 100 + values_() % 28;
+    }
+    return static_cast<std::uint32_t>(value);
+}
+
+std::uint64_t Drawing::scalar64() { return recipe_.daily ? counter(habits_() >> 32) : values_() >> values_() % 64; }
+
+bool Drawing::flag() {
+    if (!recipe_.daily) return values_() % 2 != 0;
+    return (habits_() % 2 != 0) != (values_() % 16 == 0);
+}
+
+std::size_t Drawing::text_length() {
+    if (!recipe_.daily) return 4 + values_() % 21;
+    return 4 + habits_() % 19 + values_() % 3;
+}
 
 void Drawing::fill(const TypeInfo& type, void* message, unsigned depth) {
     const std::uint32_t lists = count_lists(type);
@@ -58,11 +97,11 @@ void Drawing::fill(const TypeInfo& type, void* message, unsigned depth) {
 // False for a list that came out empty: it is like one that is not there.
 bool Drawing::fill_field(const FieldInfo& field, void* message, unsigned depth, std::uint32_t elements) {
     switch (field.kind) {
-        case Kind::uint32: store(message, field.offset, static_cast<std::uint32_t>(number() >> 32)); return true;
-        case Kind::uint64: store(message, field.offset, number()); return true;
-        case Kind::boolean: store(message, field.offset, static_cast<std::uint8_t>(values_() % 2)); return true;
+        case Kind::uint32: store(message, field.offset, scalar32()); return true;
+        case Kind::uint64: store(message, field.offset, scalar64()); return true;
+        case Kind::boolean: store(message, field.offset, static_cast<std::uint8_t>(flag())); return true;
         case Kind::string: {
-            const std::size_t length = 4 + values_() % 21;
+            const std::size_t length = text_length();
             std::uint8_t* text = owner_.new_block(length + 1);
             std::generate_n(text, length, [&] { return static_cast<std::uint8_t>('a' + values_() % 26); });
             store(message, field.offset, text);

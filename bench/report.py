@@ -6,8 +6,14 @@ import statistics
 # Rows of the table, in its order.
 TITLES = {
     "request": "Small request: req_inv_data with EID and policy",
+    "request_daily": "Small request, values of every day",
+    "request_unlearned": "Small request, 60 % set, 2,048 messages",
     "sensor": "sensor_data, all fields",
+    "sensor_daily": "sensor_data, values of every day",
+    "sensor_unlearned": "sensor_data, 60 % set, 2,048 messages",
     "notification": "notify_event_data with all its records",
+    "notification_daily": "notify_event_data, values of every day",
+    "notification_unlearned": "notify_event_data, 60 % set, 2,048 messages",
     "main_same": "Main answer: resp_inv_data, 17 lists of 64 records, 60 % set, the same fields in a list",
     "main_drawn": "Main answer, fields drawn for each record",
     "handles": "resp_clients_hdl_data, 10,000 handles",
@@ -18,6 +24,8 @@ TITLES = {
     "idprom_4k_by_reference": "idprom_data with 4 KiB, by reference",
     "scalars": "Scalars only: resp_admin_memory_data",
     "fields_34": "inv_db_base_entity_data, all 34 fields",
+    "fields_34_daily": "inv_db_base_entity_data, values of every day",
+    "fields_34_unlearned": "inv_db_base_entity_data, 60 % set, 2,048 messages",
 }
 
 # What the rows are measured on.

@@ -8,7 +8,9 @@ namespace {
 
 // So many different small messages that no branch predictor learns one by heart.
 constexpr std::size_t many = 256;
-// So few that it does.
+// So many that it learns nothing of them, where fields are set or not.
+constexpr std::size_t too_many = 2048;
+// So few that it learns all.
 constexpr std::size_t few = 16;
 
 constexpr std::uint32_t lists_of_resp_inv_data = 17;
@@ -20,12 +22,14 @@ Workload make_workload(const std::string& name, Data data, const std::string& ty
     if (type == nullptr) throw std::runtime_error("there is no message type " + type_name);
     const std::uint32_t flags = data == Data::by_reference ? VESK_BYTES_BY_REFERENCE : 0;
     Workload workload{name, data, type, flags, {}, {}, 0, 0};
-    for (std::size_t i = 0; i < messages; ++i) {
-        workload.messages.push_back(draw_message(*type, recipe, i));
-        const void* message = workload.messages.back().get();
-        workload.encoded.push_back(test::encoded(*type, message));
-        workload.longest_encoding = std::max<std::uint64_t>(workload.longest_encoding, workload.encoded.back().size());
-        workload.longest_part = std::max(workload.longest_part, extent_of(*type, message).longest_part);
+    for (std::size_t turn = 0; workload.messages.size() < messages; ++turn) {
+        Message message = draw_message(*type, recipe, turn);
+        Bytes encoding = test::encoded(*type, message.get());
+        if (encoding.empty()) continue;  // a length of 0 is how contestants tell a call that failed
+        workload.longest_encoding = std::max<std::uint64_t>(workload.longest_encoding, encoding.size());
+        workload.longest_part = std::max(workload.longest_part, extent_of(*type, message.get()).longest_part);
+        workload.messages.push_back(std::move(message));
+        workload.encoded.push_back(std::move(encoding));
     }
     return workload;
 }
@@ -51,8 +55,14 @@ std::vector<WorkloadPlan> all_workloads(std::uint32_t most_records) {
     using enum Data;
     std::vector<WorkloadPlan> plans{
         plan("request", drawn, "req_inv_data", many, {}),
+        plan("request_daily", daily, "req_inv_data", many, {.daily = true}),
+        plan("request_unlearned", drawn, "req_inv_data", too_many, {.percent_set = 60}),
         plan("sensor", drawn, "sensor_data", many, {}),
+        plan("sensor_daily", daily, "sensor_data", many, {.daily = true}),
+        plan("sensor_unlearned", drawn, "sensor_data", too_many, {.percent_set = 60}),
         plan("notification", drawn, "notify_event_data", many, {}),
+        plan("notification_daily", daily, "notify_event_data", many, {.daily = true}),
+        plan("notification_unlearned", drawn, "notify_event_data", too_many, {.percent_set = 60}),
         plan("main_same", daily, "resp_inv_data", 1,
              {.percent_set = 60, .same_fields = true, .records = records_of_main_answer}),
         plan("main_drawn", drawn, "resp_inv_data", 1, {.percent_set = 60, .records = records_of_main_answer}),
@@ -64,6 +74,8 @@ std::vector<WorkloadPlan> all_workloads(std::uint32_t most_records) {
         plan("idprom_4k_by_reference", by_reference, "idprom_data", few, {.bytes_size = 4096}),
         plan("scalars", drawn, "resp_admin_memory_data", many, {}),
         plan("fields_34", drawn, "inv_db_base_entity_data", many, {}),
+        plan("fields_34_daily", daily, "inv_db_base_entity_data", many, {.daily = true}),
+        plan("fields_34_unlearned", drawn, "inv_db_base_entity_data", too_many, {.percent_set = 60}),
     };
     for (std::uint32_t records = 1; records <= most_records; records *= 10) {
         const std::size_t messages = records <= 10 ? many : records <= 100 ? few : 1;
