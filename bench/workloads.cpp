@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "bench/chassis_answer.hpp"
+
 namespace vesk::bench {
 namespace {
 
@@ -16,14 +18,17 @@ constexpr std::size_t few = 16;
 constexpr std::uint32_t lists_of_resp_inv_data = 17;
 constexpr std::uint32_t records_of_main_answer = 64 * lists_of_resp_inv_data;
 
+// What makes the message whose turn it is.
+using MakeMessage = std::function<Message(const TypeInfo& type, std::size_t turn)>;
+
 Workload make_workload(const std::string& name, Data data, const std::string& type_name, std::size_t messages,
-                       const Recipe& recipe) {
+                       const MakeMessage& make_message) {
     const TypeInfo* type = test::find_type(type_name);
     if (type == nullptr) throw std::runtime_error("there is no message type " + type_name);
     const std::uint32_t flags = data == Data::by_reference ? VESK_BYTES_BY_REFERENCE : 0;
     Workload workload{name, data, type, flags, {}, {}, 0, 0};
     for (std::size_t turn = 0; workload.messages.size() < messages; ++turn) {
-        Message message = draw_message(*type, recipe, turn);
+        Message message = make_message(*type, turn);
         Bytes encoding = test::encoded(*type, message.get());
         if (encoding.empty()) continue;  // a length of 0 is how contestants tell a call that failed
         workload.longest_encoding = std::max<std::uint64_t>(workload.longest_encoding, encoding.size());
@@ -36,7 +41,15 @@ Workload make_workload(const std::string& name, Data data, const std::string& ty
 
 WorkloadPlan plan(const std::string& name, Data data, const std::string& type, std::size_t messages,
                   const Recipe& recipe) {
-    return {name, [=] { return make_workload(name, data, type, messages, recipe); }};
+    const auto draw = [=](const TypeInfo& drawn_type, std::size_t turn) {
+        return draw_message(drawn_type, recipe, turn);
+    };
+    return {name, [=] { return make_workload(name, data, type, messages, draw); }};
+}
+
+WorkloadPlan chassis_plan(const std::string& name, std::size_t messages, std::uint32_t entities_of_a_kind) {
+    const auto make = [=](const TypeInfo&, std::size_t turn) { return chassis_answer(entities_of_a_kind, turn); };
+    return {name, [=] { return make_workload(name, Data::daily, "resp_inv_data", messages, make); }};
 }
 
 }  // namespace
@@ -63,6 +76,9 @@ std::vector<WorkloadPlan> all_workloads(std::uint32_t most_records) {
         plan("notification", drawn, "notify_event_data", many, {}),
         plan("notification_daily", daily, "notify_event_data", many, {.daily = true}),
         plan("notification_unlearned", drawn, "notify_event_data", too_many, {.percent_set = 60}),
+        chassis_plan("chassis_4", few, 4),
+        chassis_plan("chassis_64", 1, 64),
+        chassis_plan("chassis_1024", 1, 1024),
         plan("main_same", daily, "resp_inv_data", 1,
              {.percent_set = 60, .same_fields = true, .records = records_of_main_answer}),
         plan("main_drawn", drawn, "resp_inv_data", 1, {.percent_set = 60, .records = records_of_main_answer}),
