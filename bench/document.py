@@ -28,8 +28,27 @@ def _table(rows):
     return "\n".join(lines + ["| " + " | ".join(row) + " |" for row in body]) + "\n"
 
 
+def _summary_table(summary):
+    """The means and their targets, a row per kind of data."""
+    rows = [["", "rows"] + list(report.OPERATIONS.values())]
+    for data, means in report.geometric_means(summary).items():
+        cells = []
+        for name, target in report.TARGETS[data].items():
+            cell = f"{means[name]:.2f}"
+            cells.append(f"**{cell}** of {target:.2f}" if report.is_met(means[name], target) else f"{cell} of {target:.2f}")
+        rows.append([report.DATA[data], means["rows"]] + cells)
+    return _table(rows)
+
+
+def _limits_table(summary):
+    rows = [["", "operation", "ratio", "above"]]
+    for limit, ratio, workload, name in report.rows_above_limits(summary):
+        rows.append([report.title_of(workload), report.OPERATIONS[name], f"{ratio:.2f}", f"{limit:.1f}"])
+    return _table(rows) if len(rows) > 1 else "None.\n"
+
+
 def _ratio_table(summary):
-    """A row per workload; in a cell the ratio to the fastest peer and the target."""
+    """A row per workload; in a cell the ratio to the fastest peer, bold where it is above a limit."""
     rows = [["", "data"] + list(report.OPERATIONS.values())]
     for workload, result in summary.items():
         if workload.startswith("growth_"):
@@ -37,11 +56,8 @@ def _ratio_table(summary):
         cells = []
         for name in report.OPERATIONS:
             operation = result["operations"][name]
-            ratio, target = operation["ratios"][operation["fastest_peer"]], operation["target"]
-            cell = f"{ratio:.2f}"
-            if target is not None:
-                cell = f"**{cell}** of {target:.2f}" if report.is_met(ratio, target) else f"{cell} of {target:.2f}"
-            cells.append(cell)
+            ratio = f"{operation['ratios'][operation['fastest_peer']]:.2f}"
+            cells.append(ratio if operation["above_limit"] is None else f"**{ratio}**")
         rows.append([report.title_of(workload), report.DATA[result["data"]]] + cells)
     return _table(rows)
 
@@ -90,6 +106,8 @@ def write_document(path, machine, summary, counted):
     text = path.read_text(encoding="utf-8")
     parts = {
         "machine": f"Measured on {machine['cpu']}, {machine['compiler']}.",
+        "summary": _summary_table(summary),
+        "limits": _limits_table(summary),
         "ratios": _ratio_table(summary),
         "times": _time_tables(summary),
         "instructions": _count_table(counted["instructions"], counted["literal_instructions"]),
