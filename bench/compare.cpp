@@ -60,6 +60,7 @@ std::vector<Entry> make_entries(const Workload& workload, const Settings& settin
         if (equals == std::string::npos) throw std::runtime_error("--library wants NAME=FILE, not " + library);
         entries.push_back(make_loaded_library(library.substr(0, equals), library.substr(equals + 1), workload));
     }
+    add_library_with_free_identifier(workload, &entries);
     entries.push_back(make_floor(workload));
     add_protobuf_cpp(workload, &entries);
     add_protobuf_c(workload, &entries);

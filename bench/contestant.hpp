@@ -91,6 +91,10 @@ inline std::size_t arena_capacity(const Workload& workload, std::size_t messages
 Entry make_linked_library(const Workload& workload);
 Entry make_loaded_library(const std::string& name, const std::string& file, const Workload& workload);
 
+// The library that this program is linked with, loaded once more with bench/free_identifier.c in place of the entity
+// identifier's stand-in. Nothing is added for a workload without identifiers, or with bytes by reference.
+void add_library_with_free_identifier(const Workload& workload, std::vector<Entry>* entries);
+
 // What moving the bytes alone takes.
 Entry make_floor(const Workload& workload);
 

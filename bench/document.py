@@ -10,6 +10,7 @@ import report
 # Order and look of the implementations in tables and plot: name, colour, width of the line.
 IMPLEMENTATIONS = {
     "vesk": ("#d62728", 3),
+    "free identifier": ("#000000", 1.5),
     "literal": ("#ff9896", 1.5),
     "protobuf heap": ("#1f77b4", 1.5),
     "protobuf arena": ("#17becf", 1.5),
@@ -19,7 +20,8 @@ IMPLEMENTATIONS = {
     "nanopb malloc": ("#8c564b", 1.5),
     "floor": ("#7f7f7f", 1.5),
 }
-PLOTTED = [name for name in IMPLEMENTATIONS if name != "floor"]  # far below: the others would lie on one another
+# The floor is far below, and the others would lie on one another.
+PLOTTED = [name for name in IMPLEMENTATIONS if name not in ("floor", report.FREE_IDENTIFIER)]
 
 
 def _table(rows):
@@ -41,9 +43,9 @@ def _summary_table(summary):
 
 
 def _limits_table(summary):
-    rows = [["", "operation", "ratio", "above"]]
-    for limit, ratio, workload, name in report.rows_above_limits(summary):
-        rows.append([report.title_of(workload), report.OPERATIONS[name], f"{ratio:.2f}", f"{limit:.1f}"])
+    rows = [["", "operation", "ratio", "above", "with a free identifier"]]
+    for limit, ratio, workload, name, free in report.rows_above_limits(summary):
+        rows.append([report.title_of(workload), report.OPERATIONS[name], f"{ratio:.2f}", f"{limit:.1f}", free])
     return _table(rows) if len(rows) > 1 else "None.\n"
 
 

@@ -2,6 +2,7 @@
 // of the exported functions.
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <map>
 
@@ -40,13 +41,18 @@ void* from_arena(std::uint64_t size, void* arena) { return static_cast<BumpArena
 
 class VeskContestant : public Contestant {
 public:
-    VeskContestant(void* library, const Workload& workload)
+    // Works on the workload's messages, or on its own if these are given.
+    VeskContestant(void* library, const Workload& workload, std::vector<Message> own_messages = {})
         : functions_(functions_of(library, *workload.type)),
           workload_(workload),
+          own_messages_(std::move(own_messages)),
           turn_(workload.messages.size()),
           arena_(arena_capacity(workload)),
           buffer_(workload.longest_encoding),
-          storage_(*workload.type) {}
+          storage_(*workload.type) {
+        const auto& messages = own_messages_.empty() ? workload.messages : own_messages_;
+        for (const Message& message : messages) sources_.push_back(message.get());
+    }
 
     bool can(Operation) const override { return true; }
 
@@ -81,11 +87,11 @@ public:
 
 private:
     std::uint64_t measure(std::size_t index) {
-        return functions_.encode(workload_.messages[index].get(), nullptr, 0, nullptr, nullptr, workload_.flags);
+        return functions_.encode(sources_[index], nullptr, 0, nullptr, nullptr, workload_.flags);
     }
 
     std::uint64_t encode(std::size_t index, std::uint64_t length) {
-        const void* message = workload_.messages[index].get();
+        const void* message = sources_[index];
         if (workload_.flags == 0) return functions_.encode(message, buffer_.data(), length, nullptr, nullptr, 0);
         vesk_segment segments[8];
         std::uint32_t count = 8;
@@ -104,24 +110,67 @@ private:
 
     bool duplicate(std::size_t index) {
         arena_.reset();
-        return functions_.duplicate(storage_.get(), workload_.messages[index].get(), from_arena, &arena_) == VESK_OK;
+        return functions_.duplicate(storage_.get(), sources_[index], from_arena, &arena_) == VESK_OK;
     }
 
     Functions functions_;
     const Workload& workload_;
+    std::vector<Message> own_messages_;
+    std::vector<const void*> sources_;
     Turn turn_;
     BumpArena arena_;
     Bytes buffer_;
     test::Storage storage_;
 };
 
+void* from_message(std::uint64_t size, void* message) { return static_cast<Message*>(message)->new_block(size); }
+
+// The workload's messages as the library reads them: only its own identifier knows what that one's members mean.
+std::vector<Message> decode_all(void* library, const Workload& workload) {
+    std::vector<Message> messages;
+    for (const Bytes& input : workload.encoded) {
+        Message& message = messages.emplace_back(*workload.type);
+        const auto decode = functions_of(library, *workload.type).decode;
+        if (decode(message.get(), input.data(), input.size(), from_message, &message, 0) != VESK_OK) {
+            throw std::runtime_error(workload.name + ": cannot be decoded with another identifier");
+        }
+    }
+    return messages;
+}
+
+void* load(Lmid_t space, const std::string& file) {
+    void* library = dlmopen(space, file.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (library == nullptr) throw std::runtime_error(dlerror());
+    return library;
+}
+
 // In a namespace of its own, so that neither library's calls end in the other.
 void* load_apart(const std::string& file) {
     static std::map<std::string, void*> loaded;
     void*& library = loaded[file];
-    if (library == nullptr) library = dlmopen(LM_ID_NEWLM, file.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (library == nullptr) throw std::runtime_error(dlerror());
+    if (library == nullptr) library = load(LM_ID_NEWLM, file);
     return library;
+}
+
+// The library finds an identifier of the right name in its namespace and looks for no other.
+void* load_with_free_identifier() {
+    void* identifier = load_apart(VESK_FREE_IDENTIFIER);
+    Lmid_t space{};
+    Dl_info linked{};
+    void* linked_function = dlsym(RTLD_DEFAULT, "vesk_req_inv_data_encode_ext");
+    if (dlinfo(identifier, RTLD_DI_LMID, &space) != 0 || dladdr(linked_function, &linked) == 0) {
+        throw std::runtime_error("the libraries' places are not known");
+    }
+    static void* const library = load(space, linked.dli_fname);
+    const char* called = "vesk_drin_eid_st_encode_ext";
+    if (dlsym(library, called) != dlsym(identifier, called)) throw std::runtime_error("the stand-in was loaded again");
+    return library;
+}
+
+bool has_identifier(const TypeInfo& type) {
+    return type.name == "drin_eid_st" ||
+           std::any_of(type.fields.begin(), type.fields.end(),
+                       [](const FieldInfo& field) { return field.nested != nullptr && has_identifier(*field.nested); });
 }
 
 }  // namespace
@@ -132,6 +181,13 @@ Entry make_linked_library(const Workload& workload) {
 
 Entry make_loaded_library(const std::string& name, const std::string& file, const Workload& workload) {
     return {name, std::make_unique<VeskContestant>(load_apart(file), workload)};
+}
+
+void add_library_with_free_identifier(const Workload& workload, std::vector<Entry>* entries) {
+    if (!has_identifier(*workload.type) || workload.flags != 0) return;
+    void* library = load_with_free_identifier();
+    entries->push_back(
+        {"free identifier", std::make_unique<VeskContestant>(library, workload, decode_all(library, workload))});
 }
 
 }  // namespace vesk::bench

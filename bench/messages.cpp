@@ -16,14 +16,16 @@ std::uint32_t count_lists(const TypeInfo& type) {
                                                     [](const FieldInfo& field) { return field.kind == Kind::list; }));
 }
 
+std::uint64_t seed_of(std::size_t turn) { return 1000 * (turn + 1); }
+
 class Drawing {
 public:
     Drawing(const Recipe& recipe, std::size_t turn, Message* message)
         : recipe_(recipe),
           turn_(turn),
-          choices_(recipe.daily ? 1000 : 1000 * (turn + 1)),
-          habits_(1000),
-          values_(1000 * (turn + 1) + 1),
+          choices_(seed_of(recipe.daily ? 0 : turn)),
+          habits_(seed_of(0)),
+          values_(seed_of(turn) + 1),
           owner_(*message) {}
 
     void fill(const TypeInfo& type, void* message, unsigned depth);

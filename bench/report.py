@@ -48,7 +48,9 @@ OPERATIONS = {
     "decode_and_free": "decode + free (malloc)",
 }
 
-NOT_PEERS = ("vesk", "literal", "floor")
+# The library with an entity identifier whose calls cost next to nothing, to show how much the stand-in's cost.
+FREE_IDENTIFIER = "free identifier"
+NOT_PEERS = ("vesk", "literal", "floor", FREE_IDENTIFIER)
 # A message that is used again asks for no memory and gives none back: it stands beside those that do, not among them.
 FREES_NOTHING = "protobuf reused"
 
@@ -91,10 +93,12 @@ def _summarise_operation(operation, rounds):
     left_out = NOT_PEERS + ((FREES_NOTHING,) if operation == "decode_and_free" else ())
     peers = [name for name in times if name not in left_out]
     others = {name: lane for name, lane in rounds.items() if name != "vesk"}
+    fastest = min(peers, key=times.get)
+    free_identifier = median_ratio(rounds[FREE_IDENTIFIER], rounds[fastest]) if FREE_IDENTIFIER in rounds else None
     return {"rounds": len(rounds["vesk"]), "nanoseconds": times,
             "ratios": {name: median_ratio(rounds["vesk"], lane) for name, lane in others.items()},
             "ratio_quartiles": {name: _quartiles(rounds["vesk"], lane) for name, lane in others.items()},
-            "fastest_peer": min(peers, key=times.get)}
+            "fastest_peer": fastest, "free_identifier_ratio": free_identifier}
 
 
 def _limit_exceeded(ratio, operation):
@@ -143,8 +147,9 @@ def geometric_means(summary):
 
 
 def rows_above_limits(summary):
-    """[(limit, ratio, workload, operation)], the highest limits and ratios first."""
-    rows = [(operation["above_limit"], operation["ratios"][operation["fastest_peer"]], workload, name)
+    """[(limit, ratio, workload, operation, ratio with a free identifier)], the highest limits and ratios first."""
+    rows = [(operation["above_limit"], operation["ratios"][operation["fastest_peer"]], workload, name,
+             ratio_with_free_identifier(operation))
             for workload, result in summary.items() for name, operation in result["operations"].items()
             if operation["above_limit"] is not None]
     return sorted(rows, key=lambda row: row[:2], reverse=True)
@@ -155,26 +160,32 @@ def _compared_with(operation, peer):
     return [f"{in_words(operation['nanoseconds'][peer])}  {peer}", f"{operation['ratios'][peer]:.2f}"]
 
 
+def ratio_with_free_identifier(operation):
+    """To the fastest peer, which has its own identifier as ever."""
+    ratio = operation["free_identifier_ratio"]
+    return "" if ratio is None else f"{ratio:.2f}"
+
+
 def _row(operation):
     ratios = operation["ratios"]
     above = "" if operation["above_limit"] is None else f"above {operation['above_limit']:.1f}"
     fastest = operation["fastest_peer"]
     return [in_words(operation["nanoseconds"]["vesk"])] + _compared_with(operation, fastest) + [
-        above, f"{ratios['floor']:.1f}" if "floor" in ratios else "",
+        above, ratio_with_free_identifier(operation), f"{ratios['floor']:.1f}" if "floor" in ratios else "",
         f"{ratios['literal']:.2f}" if "literal" in ratios else ""]
 
 
 def rows_of(operations):
-    """[[operation, time, fastest peer, ratio, limit, ratio to the floor, ratio to the literal implementation]]"""
+    """[[operation, time, fastest peer, ratio, limit, ratio with a free identifier, to floor, to literal]]"""
     rows = []
     for name, operation in operations.items():
         rows.append([OPERATIONS[name]] + _row(operation))
         if name == "decode_and_free" and FREES_NOTHING in operation["ratios"]:
-            rows.append(["  beside one that frees nothing", ""] + _compared_with(operation, FREES_NOTHING) + ["", "", ""])
+            rows.append(["  beside one that frees nothing", ""] + _compared_with(operation, FREES_NOTHING) + [""] * 4)
     return rows
 
 
-HEADINGS = ["", "vesk", "fastest peer", "ratio", "limit", "to floor", "to literal"]
+HEADINGS = ["", "vesk", "fastest peer", "ratio", "limit", "id. free", "to floor", "to literal"]
 
 
 def notes(result):
@@ -219,8 +230,8 @@ def print_summary(summary):
     _print_columns(rows)
     above = rows_above_limits(summary)
     print("\nRows above the limits: " + ("none" if not above else str(len(above))))
-    for limit, ratio, workload, name in above:
-        print(f"  {workload} {OPERATIONS[name]} {ratio:.2f} > {limit:.1f}")
+    for limit, ratio, workload, name, free in above:
+        print(f"  {workload} {OPERATIONS[name]} {ratio:.2f} > {limit:.1f}" + (free and f", with a free identifier {free}"))
 
 
 def print_counts(instructions, literal_instructions, growth_exponents):

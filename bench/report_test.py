@@ -12,7 +12,8 @@ import report
 
 
 def measured(rounds, workload="request", operation="decode"):
-    result = {"data": "drawn", "messages": 256, "longest_encoding": 100, "longest_part": 10, "operations": {operation: rounds}}
+    result = {"data": "drawn", "messages": 256, "longest_encoding": 100, "longest_part": 10,
+              "operations": {operation: rounds}}
     return {workload: result}
 
 
@@ -26,9 +27,9 @@ class Report(unittest.TestCase):
         summary = report.summarise(measured({"vesk": [100, 1, 1], "nanopb malloc": [400, None, None]}))
         self.assertEqual(summary["request"]["operations"]["decode"]["ratios"]["nanopb malloc"], 0.25)
 
-    def test_neither_floor_nor_literal_is_a_peer(self):
-        rounds = {"vesk": [10, 10], "literal": [5, 5], "floor": [1, 1], "protobuf heap": [20, 20],
-                  "protobuf arena": [15, 15]}
+    def test_neither_floor_nor_literal_nor_the_library_with_another_identifier_is_a_peer(self):
+        rounds = {"vesk": [10, 10], "literal": [5, 5], "floor": [1, 1], "free identifier": [6, 6],
+                  "protobuf heap": [20, 20], "protobuf arena": [15, 15]}
         operation = report.summarise(measured(rounds))["request"]["operations"]["decode"]
         self.assertEqual(operation["fastest_peer"], "protobuf arena")
 
@@ -55,6 +56,11 @@ class Report(unittest.TestCase):
         for ours, expected in ((100, "limits: none"), (101, "request decode (arena) 1.01 > 1.0"),
                                (111, "request decode (arena) 1.11 > 1.1")):
             self.assertIn(expected, self.printed_summary(measured({"vesk": [ours], "protobuf heap": [100]})))
+
+    def test_a_row_above_a_limit_shows_what_the_identifier_has_to_do_with_it(self):
+        rounds = {"vesk": [120], "protobuf heap": [100], "free identifier": [90]}
+        self.assertIn("request decode (arena) 1.20 > 1.1, with a free identifier 0.90\n",
+                      self.printed_summary(measured(rounds)))
 
     def test_a_row_whose_peers_do_other_work_has_neither_limit_nor_target(self):
         row = measured({"vesk": [200], "protobuf heap": [100]}, "idprom_4k_by_reference")
@@ -89,7 +95,7 @@ class Document(unittest.TestCase):
         page = pathlib.Path(__file__).parent.parent / "docs/performance.md"
         names = list(report.OPERATIONS)
         times = {name: {"nanoseconds": {"vesk": 1.0}, "ratios": {"protobuf heap": 1.05}, "above_limit": 1.0,
-                        "fastest_peer": "protobuf heap"} for name in names}
+                        "free_identifier_ratio": 0.9, "fastest_peer": "protobuf heap"} for name in names}
         summary = {"request": {"data": "drawn", "longest_encoding": 1, "longest_part": 1, "operations": times}}
         counted = {"instructions": {"request": dict.fromkeys(names, 1.0)},
                    "literal_instructions": {"request": dict.fromkeys(names, 2.0)},
@@ -100,7 +106,7 @@ class Document(unittest.TestCase):
             document.write_document(copy, {"cpu": "A", "compiler": "B"}, summary, counted)
             text = copy.read_text(encoding="utf-8")
         self.assertIn("1.05 of 0.50", text)
-        self.assertIn("| decode (arena) | 1.05 | 1.0 |", text)
+        self.assertIn("| decode (arena) | 1.05 | 1.0 | 0.90 |", text)
         self.assertIn("Measured on A, B.", text)
 
 
