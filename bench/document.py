@@ -81,14 +81,22 @@ def _time_tables(summary):
     return text
 
 
-def _count_table(ours, literal):
+def _count_table(ours, literal, cell):
+    """A row per workload; cell(our counts, the literal implementation's) is what stands under an operation."""
     rows = [[""] + list(report.OPERATIONS.values())]
     for workload, operations in ours.items():
         if workload in literal:
-            shares = {name: operations[name] / literal[workload][name] for name in report.OPERATIONS}
             rows.append([report.title_of(workload)] +
-                        [f"{operations[name]:,.0f} ({shares[name]:.2f})" for name in report.OPERATIONS])
+                        [cell(operations[name], literal[workload][name]) for name in report.OPERATIONS])
     return _table(rows)
+
+
+def _instructions(ours, literal):
+    return f"{ours['instructions']:,.0f} ({ours['instructions'] / literal['instructions']:.2f})"
+
+
+def _mispredictions(ours, literal):
+    return f"{ours['mispredictions']:,.1f} ({literal['mispredictions']:,.1f})"
 
 
 def _growth_table(exponents):
@@ -112,7 +120,8 @@ def write_document(path, machine, summary, counted):
         "limits": _limits_table(summary),
         "ratios": _ratio_table(summary),
         "times": _time_tables(summary),
-        "instructions": _count_table(counted["instructions"], counted["literal_instructions"]),
+        "instructions": _count_table(counted["counts"], counted["literal_counts"], _instructions),
+        "mispredictions": _count_table(counted["counts"], counted["literal_counts"], _mispredictions),
         "growth": _growth_table(counted["growth_exponents"]),
     }
     for name, content in parts.items():

@@ -234,17 +234,18 @@ def print_summary(summary):
         print(f"  {workload} {OPERATIONS[name]} {ratio:.2f} > {limit:.1f}" + (free and f", with a free identifier {free}"))
 
 
-def print_counts(instructions, literal_instructions, growth_exponents):
-    """Instructions per call inside the library, and how they grow."""
-    print("Instructions per call inside libvesk_inventory.so, libc's and the entity identifier's library not counted")
-    for workload, operations in instructions.items():
+def print_counts(counts, literal_counts, growth_exponents):
+    """Instructions and mispredictions per call inside the library, and how instructions grow."""
+    print("Per call inside libvesk_inventory.so, libc's and the entity identifier's library not counted")
+    for workload, operations in counts.items():
         print(f"\n{title_of(workload)}  [{workload}]")
+        rows = [["", "instructions", "to literal", "mispredictions", "literal's"]]
         for name, title in OPERATIONS.items():
-            line = f"  {title:22}  {operations[name]:14,.0f}"
-            if workload in literal_instructions:
-                share = operations[name] / literal_instructions[workload][name]
-                line += f"   {share:.2f} of the literal implementation"
-            print(line)
+            ours, literal = operations[name], literal_counts.get(workload, {}).get(name)
+            rows.append([title, f"{ours['instructions']:,.0f}",
+                         literal and f"{ours['instructions'] / literal['instructions']:.2f}" or "",
+                         f"{ours['mispredictions']:,.1f}", literal and f"{literal['mispredictions']:,.1f}" or ""])
+        _print_columns(rows)
     if growth_exponents:
         print("\nInstructions grow with the number of records to the power of")
         for name, exponent in growth_exponents.items():

@@ -97,8 +97,10 @@ class Document(unittest.TestCase):
         times = {name: {"nanoseconds": {"vesk": 1.0}, "ratios": {"protobuf heap": 1.05}, "above_limit": 1.0,
                         "free_identifier_ratio": 0.9, "fastest_peer": "protobuf heap"} for name in names}
         summary = {"request": {"data": "drawn", "longest_encoding": 1, "longest_part": 1, "operations": times}}
-        counted = {"instructions": {"request": dict.fromkeys(names, 1.0)},
-                   "literal_instructions": {"request": dict.fromkeys(names, 2.0)},
+        counts = {"instructions": 30.0, "mispredictions": 1.5}
+        literal = {"instructions": 40.0, "mispredictions": 2.5}
+        counted = {"counts": {"request": dict.fromkeys(names, counts)},
+                   "literal_counts": {"request": dict.fromkeys(names, literal)},
                    "growth_exponents": dict.fromkeys(names, 1.0)}
         with tempfile.TemporaryDirectory() as folder:
             copy = pathlib.Path(folder) / "performance.md"
@@ -107,6 +109,8 @@ class Document(unittest.TestCase):
             text = copy.read_text(encoding="utf-8")
         self.assertIn("1.05 of 0.50", text)
         self.assertIn("| decode (arena) | 1.05 | 1.0 | 0.90 |", text)
+        self.assertIn("| 30 (0.75) |", text)
+        self.assertIn("| 1.5 (2.5) |", text)
         self.assertIn("Measured on A, B.", text)
 
 

@@ -12,8 +12,8 @@ namespace {
 
 void count(const Workload& workload, Contestant* library, Operation operation) {
     const std::size_t calls = workload.messages.size();
-    bool ok = library->run(operation, calls);  // binds the imported functions
     CALLGRIND_START_INSTRUMENTATION;
+    bool ok = library->run(operation, calls);  // binds the imported functions, and the predictor learns
     CALLGRIND_ZERO_STATS;
     ok &= library->run(operation, calls);
     const std::string title = workload.name + " " + name_of(operation) + " " + std::to_string(calls);

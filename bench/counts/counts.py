@@ -1,8 +1,9 @@
-"""Instruction counts: reading them from callgrind, the gate against the baseline, and how they grow.
+"""Counts of instructions and mispredicted branches: reading them from callgrind, the gate against the baseline, and how
+instructions grow.
 
-    counts.py check-baseline PROGRAM BASELINE COMPILER    fails where a count rose by more than 2 %
+    counts.py check-baseline PROGRAM BASELINE COMPILER    fails where a count rose by more than its tolerance
     counts.py write-baseline PROGRAM BASELINE COMPILER
-    counts.py check-growth PROGRAM                        fails where a count does not grow with the number of records
+    counts.py check-growth PROGRAM                        fails where instructions do not grow with the number of records
     counts.py check-reference PROGRAM                     fails where bytes by reference cost more if they are more
 
 PROGRAM is count_cases; COMPILER names the compiler that built the library, as "GNU 12.2.0".
@@ -19,60 +20,91 @@ import tempfile
 
 LIBRARY = "libvesk_inventory.so"
 
+# What is counted, and callgrind's events for it. A jump to the wrong place costs what a branch to the wrong side costs.
+EVENTS = {"instructions": ("Ir",), "branches": ("Bc", "Bi"), "mispredictions": ("Bcm", "Bim")}
+
 # The named cases of the gate.
-GATED = "request|sensor|notification|main_same|main_drawn|handles"
-TOLERANCE = 0.02
+GATED = "(request|sensor|notification|fields_34)(_daily|_unlearned)?|chassis_(4|64)|main_(same|drawn)|handles"
+
+# The simulated predictor says the same of the same library each time, but it is small, and which branches share an entry
+# depends on where they lie. Thirteen builds of one source that differed in nothing else (code before it, functions
+# aligned) agreed within this; a branch for each byte of a number multiplies mispredictions where widths are drawn.
+INSTRUCTIONS_MORE = 0.02
+MISPREDICTIONS_MORE = 0.10
+MISPREDICTIONS_OF_BRANCHES = 0.02
+MISPREDICTIONS_OF_A_CALL = 2
 
 # The exponents are fitted from here on: below, what a call costs by itself shows.
 FEWEST_RECORDS_FITTED = 1000
 LEAST_EXPONENT, MOST_EXPONENT = 0.98, 1.02
+
 
 class Failure(Exception):
     """Something that is told in one line."""
 
 
 def _read_dump(path):
-    """The title of a dump, and the instructions inside the library, without what it calls."""
-    title, total, inside, is_call = None, 0, False, False
+    """The title of a dump, and {event: count} inside the library, without what it calls."""
+    title, events, inside, is_call = None, {}, False, False
     with open(path, encoding="utf-8") as dump:
         for line in dump:
             if line.startswith("desc: Trigger: Client Request: "):
                 title = line.rsplit(": ", 1)[1].strip()
+            elif line.startswith("events: "):
+                events = dict.fromkeys(line.split()[1:], 0)
             elif line.startswith("ob="):
                 inside = pathlib.Path(line[3:].strip()).name.startswith(LIBRARY)
             elif line.startswith("calls="):
                 is_call = True  # the next line has the cost of what was called
             elif re.match(r"[0-9+*-]", line):
                 if inside and not is_call:
-                    total += int(line.split()[1])
+                    for event, number in zip(events, line.split()[1:]):  # zeros at the end of a line are left out
+                        events[event] += int(number)
                 is_call = False
-    return title, total
+    return title, events
 
 
 def count(program, workloads, most_records=0, library_folder=None):
-    """{workload: {operation: instructions per call}}"""
+    """{workload: {operation: {quantity: per call}}}"""
     environment = dict(os.environ)
     if library_folder is not None:
         environment["LD_LIBRARY_PATH"] = str(library_folder)
     with tempfile.TemporaryDirectory() as folder:
         done = subprocess.run(
-            ["valgrind", "--tool=callgrind", "--instr-atstart=no", "--compress-strings=no", "--dump-line=no",
-             f"--callgrind-out-file={folder}/dump", program, workloads, str(most_records)],
+            ["valgrind", "--tool=callgrind", "--branch-sim=yes", "--instr-atstart=no", "--compress-strings=no",
+             "--dump-line=no", f"--callgrind-out-file={folder}/dump", program, workloads, str(most_records)],
             env=environment, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
         if done.returncode != 0:
             raise Failure(f"{done.stdout}counting with {program} failed")
         counts = {}
         for path in sorted(pathlib.Path(folder).glob("dump.*"), key=lambda path: int(path.suffix[1:])):
-            title, total = _read_dump(path)
+            title, events = _read_dump(path)
             if title is None:  # the rest of the run
                 continue
             workload, operation, calls = title.split()
-            if total == 0:
+            if events["Ir"] == 0:
                 raise Failure(f"{title}: no instruction was counted in {LIBRARY}")
-            counts.setdefault(workload, {})[operation] = total / int(calls)
+            counts.setdefault(workload, {})[operation] = {
+                quantity: sum(events[name] for name in names) / int(calls) for quantity, names in EVENTS.items()}
     if not counts:
         raise Failure(f"no workload is called {workloads}")
     return counts
+
+
+def _most(before):
+    """{quantity: what it may have risen to}"""
+    return {"instructions": before["instructions"] * (1 + INSTRUCTIONS_MORE),
+            "mispredictions": before["mispredictions"] * (1 + MISPREDICTIONS_MORE) +
+                              before["branches"] * MISPREDICTIONS_OF_BRANCHES + MISPREDICTIONS_OF_A_CALL}
+
+
+def _risen(before, after):
+    return {quantity for quantity, most in _most(before).items() if after[quantity] > most}
+
+
+def _change(workload, operation, quantity, before, after):
+    digits = 0 if quantity == "instructions" else 1
+    return f"{workload} {operation}: {before[quantity]:,.{digits}f} -> {after[quantity]:,.{digits}f} {quantity} per call"
 
 
 def check_baseline(program, baseline_file, compiler):
@@ -83,28 +115,32 @@ def check_baseline(program, baseline_file, compiler):
                       "or build with that compiler")
     counts = count(program, GATED)
     if {name: sorted(cases) for name, cases in counts.items()} != {
-            name: sorted(cases) for name, cases in baseline["instructions"].items()}:
+            name: sorted(cases) for name, cases in baseline["counts"].items()}:
         raise Failure(f"{baseline_file} has other cases than {program}: {remake}")
     rose = []
-    for workload, operations in baseline["instructions"].items():
+    for workload, operations in baseline["counts"].items():
         for operation, before in operations.items():
             after = counts[workload][operation]
-            line = f"{workload} {operation}: {before:,.0f} -> {after:,.0f} instructions per call ({after / before - 1:+.1%})"
-            if after > before * (1 + TOLERANCE):
-                rose.append(line)
-            elif after < before * (1 - TOLERANCE):
-                print(f"fell, {remake}: {line}")
+            rose += [_change(workload, operation, quantity, before, after) for quantity in sorted(_risen(before, after))]
+            for quantity in sorted(_risen(after, before)):
+                print(f"fell, {remake}: {_change(workload, operation, quantity, before, after)}")
     if rose:
-        raise Failure("\n".join(f"rose by more than {TOLERANCE:.0%}: {line}" for line in rose) +
-                      f"\nif that is meant, {remake} and say why in the commit")
+        raise Failure("\n".join(f"rose: {line}" for line in rose) +
+                      f"\nby more than its tolerance; if that is meant, {remake} and say why in the commit")
 
 
 def write_baseline(program, baseline_file, compiler):
-    counts = count(program, GATED)
-    rounded = {workload: {operation: round(total) for operation, total in operations.items()}
-               for workload, operations in counts.items()}
-    text = json.dumps({"compiler": compiler, "instructions": rounded}, indent=2, sort_keys=True)
-    pathlib.Path(baseline_file).write_text(text + "\n", encoding="utf-8")
+    """A line for each case, so that a difference shows what moved."""
+    workloads = []
+    for workload, operations in sorted(count(program, GATED).items()):
+        cases = []
+        for operation, counted in sorted(operations.items()):
+            rounded = {quantity: round(number, 1) if quantity == "mispredictions" else round(number)
+                       for quantity, number in counted.items()}
+            cases.append(f"      {json.dumps(operation)}: {json.dumps(rounded)}")
+        workloads.append(f"    {json.dumps(workload)}: {{\n" + ",\n".join(cases) + "\n    }")
+    text = f'{{\n  "compiler": {json.dumps(compiler)},\n  "counts": {{\n' + ",\n".join(workloads) + "\n  }\n}\n"
+    pathlib.Path(baseline_file).write_text(text, encoding="utf-8")
 
 
 def exponent(points):
@@ -121,8 +157,8 @@ def growth(counts):
     for workload, operations in counts.items():
         match = re.fullmatch(r"growth_(\d+)", workload)
         if match and int(match.group(1)) >= FEWEST_RECORDS_FITTED:
-            for operation, instructions in operations.items():
-                series.setdefault(operation, []).append((int(match.group(1)), instructions))
+            for operation, counted in operations.items():
+                series.setdefault(operation, []).append((int(match.group(1)), counted["instructions"]))
     return {operation: exponent(points) for operation, points in series.items() if len(points) > 1}
 
 
@@ -143,7 +179,8 @@ def check_growth(program):
 def check_reference(program):
     # Both lengths take three bytes on the wire.
     counts = count(program, "eeprom_(16|64)k_by_reference")
-    small, large = counts["eeprom_16k_by_reference"], counts["eeprom_64k_by_reference"]
+    small, large = ({operation: counted["instructions"] for operation, counted in counts[workload].items()}
+                    for workload in ("eeprom_16k_by_reference", "eeprom_64k_by_reference"))
     wrong = [f"{operation} by reference: {small[operation]:,.0f} instructions for 16 KiB, {large[operation]:,.0f} for 64"
              for operation in small if operation != "duplicate" and small[operation] != large[operation]]
     if wrong:
