@@ -30,14 +30,15 @@ def _table(rows):
     return "\n".join(lines + ["| " + " | ".join(row) + " |" for row in body]) + "\n"
 
 
-def _summary_table(summary):
+def _summary_table(summary, targets):
     """The means and their targets, a row per kind of data."""
     rows = [["", "rows"] + list(report.OPERATIONS.values())]
     for data, means in report.geometric_means(summary).items():
         cells = []
-        for name, target in report.TARGETS[data].items():
-            cell = f"{means[name]:.2f}"
-            cells.append(f"**{cell}** of {target:.2f}" if report.is_met(means[name], target) else f"{cell} of {target:.2f}")
+        for name, target in targets[data].items():
+            ratio = f"{means[name]:.2f}"
+            met = report.is_met(means[name], target)
+            cells.append(f"{f'**{ratio}**' if met else ratio} of {report.target_text(target)}")
         rows.append([report.DATA[data], means["rows"]] + cells)
     return _table(rows)
 
@@ -111,22 +112,32 @@ def _replace_part(text, name, content):
     return text
 
 
-def write_document(path, machine, summary, counted):
+def _write_parts(path, parts):
     path = pathlib.Path(path)
     text = path.read_text(encoding="utf-8")
-    parts = {
+    for name, content in parts.items():
+        text = _replace_part(text, name, content)
+    path.write_text(text, encoding="utf-8")
+
+
+def write_document(path, machine, summary, counted):
+    _write_parts(path, {
         "machine": f"Measured on {machine['cpu']}, {machine['compiler']}.",
-        "summary": _summary_table(summary),
+        "summary": _summary_table(summary, report.targets_for("")),
         "limits": _limits_table(summary),
         "ratios": _ratio_table(summary),
         "times": _time_tables(summary),
         "instructions": _count_table(counted["counts"], counted["literal_counts"], _instructions),
         "mispredictions": _count_table(counted["counts"], counted["literal_counts"], _mispredictions),
         "growth": _growth_table(counted["growth_exponents"]),
-    }
-    for name, content in parts.items():
-        text = _replace_part(text, name, content)
-    path.write_text(text, encoding="utf-8")
+    })
+
+
+def write_variant(path, machine, cpu, summary):
+    """The part on the best variant of the library."""
+    _write_parts(path, {"variant": f"`{cpu}`, measured on {machine['cpu']}, {machine['compiler']}.\n\n" +
+                                   _summary_table(summary, report.targets_for(cpu)) +
+                                   "\nRows above the limits:\n\n" + _limits_table(summary)})
 
 
 def _style(implementation):

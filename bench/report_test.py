@@ -33,9 +33,9 @@ class Report(unittest.TestCase):
         operation = report.summarise(measured(rounds))["request"]["operations"]["decode"]
         self.assertEqual(operation["fastest_peer"], "protobuf arena")
 
-    def printed_summary(self, measured_rows):
+    def printed_summary(self, measured_rows, cpu=""):
         with contextlib.redirect_stdout(io.StringIO()) as output:
-            report.print_summary(report.summarise(measured_rows))
+            report.print_summary(report.summarise(measured_rows), report.targets_for(cpu))
         return output.getvalue()
 
     def test_a_kind_of_data_is_held_to_its_target_by_the_geometric_mean_of_its_rows(self):
@@ -51,6 +51,11 @@ class Report(unittest.TestCase):
     def test_a_mean_above_its_target_is_told(self):
         for ours, expected in ((50, "0.50 <= 0.50"), (51, "0.51 >  0.50")):
             self.assertIn(expected, self.printed_summary(measured({"vesk": [ours], "protobuf heap": [100]})))
+
+    def test_a_variant_is_held_to_nine_tenths_of_the_target(self):
+        for ours, expected in ((45, "0.45 <= 0.45"), (46, "0.46 >  0.45")):
+            self.assertIn(expected, self.printed_summary(measured({"vesk": [ours], "protobuf heap": [100]}), "x86-64-v3"))
+        self.assertEqual(report.target_text(report.targets_for("x86-64-v3")["daily"]["measure"]), "0.855")
 
     def test_a_row_above_a_limit_is_told_with_the_highest_that_it_is_above(self):
         for ours, expected in ((100, "limits: none"), (101, "request decode (arena) 1.01 > 1.0"),
@@ -106,7 +111,10 @@ class Document(unittest.TestCase):
             copy = pathlib.Path(folder) / "performance.md"
             copy.write_text(page.read_text(encoding="utf-8"), encoding="utf-8")
             document.write_document(copy, {"cpu": "A", "compiler": "B"}, summary, counted)
+            document.write_variant(copy, {"cpu": "A", "compiler": "B"}, "x86-64-v3", summary)
             text = copy.read_text(encoding="utf-8")
+        self.assertIn("`x86-64-v3`, measured on A, B.", text)
+        self.assertIn("1.05 of 0.45", text)
         self.assertIn("1.05 of 0.50", text)
         self.assertIn("| decode (arena) | 1.05 | 1.0 | 0.90 |", text)
         self.assertIn("| 30 (0.75) |", text)
