@@ -1,14 +1,16 @@
 // Measures every implementation on every workload and prints the times as JSON; bench/run makes the table of them.
 //
 // Google Benchmark is not used: it finishes one benchmark before it begins the next, so two implementations are
-// measured seconds apart and the machine's mood stands between them. Here they take turns, a slice of about a
-// millisecond each, in an order that rotates from round to round, and the ratio of two is taken within each round.
+// measured seconds apart and the machine's mood stands between them. Here they take turns, a slice of about half a
+// millisecond each, and the ratio of two is taken within each round. The order is drawn anew for each round: who comes
+// after whom decides what is in the caches.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <ctime>
 #include <fstream>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <random>
 #include <regex>
 
 #include "bench/contestant.hpp"
@@ -121,15 +123,18 @@ json measure_operation(const std::vector<Entry>& entries, Operation operation, c
         if (takes_part(entry, operation)) lanes.push_back(make_lane(entry, operation, settings.seconds_per_slice));
     }
     spare_slow_lanes(&lanes);
+    std::vector<Lane*> order;
+    for (Lane& lane : lanes) order.push_back(&lane);
+    std::mt19937 draws(static_cast<std::uint32_t>(lanes.size()));
     const auto end = Clock::now() + std::chrono::duration<double>(settings.seconds_per_operation);
     for (std::size_t round = 0; round < settings.most_rounds; ++round) {
         if (round >= settings.fewest_rounds && Clock::now() > end) break;
-        for (std::size_t i = 0; i < lanes.size(); ++i) {
-            Lane& lane = lanes[(i + round) % lanes.size()];
-            if (round % lane.every == 0) {
-                run_slice(&lane, operation);
+        std::shuffle(order.begin(), order.end(), draws);
+        for (Lane* lane : order) {
+            if (round % lane->every == 0) {
+                run_slice(lane, operation);
             } else {
-                lane.nanoseconds.push_back(nullptr);
+                lane->nanoseconds.push_back(nullptr);
             }
         }
     }
