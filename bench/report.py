@@ -50,6 +50,7 @@ OPERATIONS = {
 
 # The library with an entity identifier whose calls cost next to nothing, to show how much the stand-in's cost.
 FREE_IDENTIFIER = "free identifier"
+PEERS = ("protobuf", "nanopb")  # what their names begin with; any further library was named on the command line
 NOT_PEERS = ("vesk", "literal", "floor", FREE_IDENTIFIER)
 # A message that is used again asks for no memory and gives none back: it stands beside those that do, not among them.
 FREES_NOTHING = "protobuf reused"
@@ -93,8 +94,8 @@ def _quartiles(ours, theirs):
 
 def _summarise_operation(operation, rounds):
     times = {name: statistics.median(time for time in lane if time is not None) for name, lane in rounds.items()}
-    left_out = NOT_PEERS + ((FREES_NOTHING,) if operation == "decode_and_free" else ())
-    peers = [name for name in times if name not in left_out]
+    left_out = (FREES_NOTHING,) if operation == "decode_and_free" else ()
+    peers = [name for name in times if name.startswith(PEERS) and name not in left_out]
     others = {name: lane for name, lane in rounds.items() if name != "vesk"}
     fastest = min(peers, key=times.get)
     free_identifier = median_ratio(rounds[FREE_IDENTIFIER], rounds[fastest]) if FREE_IDENTIFIER in rounds else None
@@ -148,14 +149,21 @@ def target_text(target):
     return f"{target:.2f}" if f"{target:.3f}".endswith("0") else f"{target:.3f}"
 
 
-def geometric_means(summary):
-    """{kind of data: {"rows": how many, operation: mean ratio to the fastest peer}} of the kinds that have targets."""
+def further_libraries(summary):
+    names = {name for result in summary.values() for operation in result["operations"].values()
+             for name in operation["ratios"]}
+    return sorted(name for name in names if not name.startswith(PEERS) and name not in NOT_PEERS)
+
+
+def geometric_means(summary, other=None):
+    """{kind of data: {"rows": how many, operation: mean ratio}} of the kinds that have targets; the ratio is to the fastest
+    peer, or to the other library."""
     means = {}
     for data in TARGETS:
         rows = [result["operations"] for result in summary.values() if result["data"] == data]
         if rows:
             means[data] = {"rows": len(rows)} | {
-                name: statistics.geometric_mean(row[name]["ratios"][row[name]["fastest_peer"]] for row in rows)
+                name: statistics.geometric_mean(row[name]["ratios"][other or row[name]["fastest_peer"]] for row in rows)
                 for name in rows[0]}
     return means
 
@@ -180,26 +188,28 @@ def ratio_with_free_identifier(operation):
     return "" if ratio is None else f"{ratio:.2f}"
 
 
-def _row(operation):
-    ratios = operation["ratios"]
+def _ratio_to(operation, name, digits=2):
+    return f"{operation['ratios'][name]:.{digits}f}" if name in operation["ratios"] else ""
+
+
+def _row(operation, further):
     above = "" if operation["above_limit"] is None else f"above {operation['above_limit']:.1f}"
     fastest = operation["fastest_peer"]
     return [in_words(operation["nanoseconds"]["vesk"])] + _compared_with(operation, fastest) + [
-        above, ratio_with_free_identifier(operation), f"{ratios['floor']:.1f}" if "floor" in ratios else "",
-        f"{ratios['literal']:.2f}" if "literal" in ratios else ""]
+        above, ratio_with_free_identifier(operation), _ratio_to(operation, "floor", 1), _ratio_to(operation, "literal")] + [
+        _ratio_to(operation, name) for name in further]
 
 
-def rows_of(operations):
-    """[[operation, time, fastest peer, ratio, limit, ratio with a free identifier, to floor, to literal]]"""
-    rows = []
+def rows_of(operations, further=()):
+    """The headings, then a row for each operation."""
+    rows = [["", "vesk", "fastest peer", "ratio", "limit", "id. free", "to floor", "to literal"] +
+            [f"to {name}" for name in further]]
     for name, operation in operations.items():
-        rows.append([OPERATIONS[name]] + _row(operation))
+        rows.append([OPERATIONS[name]] + _row(operation, further))
         if name == "decode_and_free" and FREES_NOTHING in operation["ratios"]:
-            rows.append(["  beside one that frees nothing", ""] + _compared_with(operation, FREES_NOTHING) + [""] * 4)
+            row = ["  beside one that frees nothing", ""] + _compared_with(operation, FREES_NOTHING)
+            rows.append(row + [""] * (len(rows[0]) - len(row)))
     return rows
-
-
-HEADINGS = ["", "vesk", "fastest peer", "ratio", "limit", "id. free", "to floor", "to literal"]
 
 
 def notes(result):
@@ -215,6 +225,7 @@ def _print_columns(rows):
 
 
 def print_table(summary, with_peers=False):
+    further = further_libraries(summary)
     for workload, result in summary.items():
         count = result["messages"]
         plural = f"{count} messages in turn, up to" if count > 1 else "one message,"
@@ -222,7 +233,7 @@ def print_table(summary, with_peers=False):
               f"{plural} {result['longest_encoding']:,} bytes]")
         if notes(result):
             print(f"  {notes(result)}")
-        _print_columns([HEADINGS] + rows_of(result["operations"]))
+        _print_columns(rows_of(result["operations"], further))
         if with_peers:
             _print_peers(result)
 
@@ -241,6 +252,10 @@ def print_summary(summary, targets):
         cells = [f"{means[name]:.2f} {'<=' if is_met(means[name], target) else '> '} {target_text(target)}"
                  if name in means else "" for name, target in targets[data].items()]
         rows.append([DATA[data], str(means["rows"])] + cells)
+    for other in further_libraries(summary):
+        for data, means in geometric_means(summary, other).items():
+            rows.append([f"{DATA[data]}: to {other}", str(means["rows"])] +
+                        [f"{means[name]:.2f}" if name in means else "" for name in OPERATIONS])
     _print_columns(rows)
     above = rows_above_limits(summary)
     print("\nRows above the limits: " + ("none" if not above else str(len(above))))

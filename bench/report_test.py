@@ -33,6 +33,14 @@ class Report(unittest.TestCase):
         operation = report.summarise(measured(rounds))["request"]["operations"]["decode"]
         self.assertEqual(operation["fastest_peer"], "protobuf arena")
 
+    def test_a_library_named_on_the_command_line_is_no_peer_and_has_its_own_ratios(self):
+        rounds = {"vesk": [50], "before": [40], "protobuf heap": [100]}
+        summary = report.summarise(measured(rounds))
+        self.assertEqual(report.rows_of(summary["request"]["operations"], ["before"])[1][2:4] +
+                         report.rows_of(summary["request"]["operations"], ["before"])[1][-1:],
+                         ["100 ns  protobuf heap", "0.50", "1.25"])
+        self.assertRegex(self.printed_summary(measured(rounds)), r"drawn anew: to before +1 +1\.25\n")
+
     def printed_summary(self, measured_rows, cpu=""):
         with contextlib.redirect_stdout(io.StringIO()) as output:
             report.print_summary(report.summarise(measured_rows), report.targets_for(cpu))
@@ -78,7 +86,7 @@ class Report(unittest.TestCase):
         rounds = {"vesk": [50, 50], "protobuf reused": [40, 40], "protobuf heap": [100, 100]}
         operations = report.summarise(measured(rounds, operation="decode_and_free"))["request"]["operations"]
         rows = report.rows_of(operations)
-        self.assertEqual([row[2:4] for row in rows], [["100 ns  protobuf heap", "0.50"], ["40 ns  protobuf reused", "1.25"]])
+        self.assertEqual([row[2:4] for row in rows[1:]], [["100 ns  protobuf heap", "0.50"], ["40 ns  protobuf reused", "1.25"]])
 
     def test_every_workload_that_is_measured_has_a_title_and_every_title_a_workload(self):
         source = (pathlib.Path(__file__).parent / "workloads.cpp").read_text(encoding="utf-8")
