@@ -110,6 +110,14 @@ def _limit_exceeded(ratio, operation):
     return next((limit for limit in LIMITS.get(operation, ()) if not is_met(ratio, limit)), None)
 
 
+def add_rounds(measured, more):
+    """Adds the rounds of another process."""
+    for workload, result in more.items():
+        for operation, rounds in result["operations"].items():
+            for name, lane in rounds.items():
+                measured[workload]["operations"][operation][name] += lane
+
+
 def summarise(measured):
     """Medians of the times, and of the library's ratio to each other implementation."""
     summary = {}

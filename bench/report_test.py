@@ -27,6 +27,12 @@ class Report(unittest.TestCase):
         summary = report.summarise(measured({"vesk": [100, 1, 1], "nanopb malloc": [400, None, None]}))
         self.assertEqual(summary["request"]["operations"]["decode"]["ratios"]["nanopb malloc"], 0.25)
 
+    def test_rounds_of_another_process_count_as_well(self):
+        rows = measured({"vesk": [100, 100], "protobuf heap": [200, 200]})
+        report.add_rounds(rows, measured({"vesk": [100, 100, 100], "protobuf heap": [400, 400, None]}))
+        operation = report.summarise(rows)["request"]["operations"]["decode"]
+        self.assertEqual((operation["rounds"], operation["ratios"]["protobuf heap"]), (5, 0.375))
+
     def test_neither_floor_nor_literal_nor_the_library_with_another_identifier_is_a_peer(self):
         rounds = {"vesk": [10, 10], "literal": [5, 5], "floor": [1, 1], "free identifier": [6, 6],
                   "protobuf heap": [20, 20], "protobuf arena": [15, 15]}
