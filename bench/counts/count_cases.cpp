@@ -1,5 +1,5 @@
 // Runs every operation of the workloads once over all their messages, under callgrind, which writes one dump for each:
-// "WORKLOAD OPERATION CALLS". bench/count.py reads them.
+// "WORKLOAD OPERATION CALLS". bench/counts/counts.py reads them.
 #include <valgrind/callgrind.h>
 
 #include <iostream>
