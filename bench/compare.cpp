@@ -10,6 +10,7 @@
 #include <fstream>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <numeric>
 #include <random>
 #include <regex>
 
@@ -123,18 +124,19 @@ json measure_operation(const std::vector<Entry>& entries, Operation operation, c
         if (takes_part(entry, operation)) lanes.push_back(make_lane(entry, operation, settings.seconds_per_slice));
     }
     spare_slow_lanes(&lanes);
-    std::vector<Lane*> order;
-    for (Lane& lane : lanes) order.push_back(&lane);
+    std::vector<std::size_t> order(lanes.size());
+    std::iota(order.begin(), order.end(), std::size_t{0});
     std::mt19937 draws(static_cast<std::uint32_t>(lanes.size()));
     const auto end = Clock::now() + std::chrono::duration<double>(settings.seconds_per_operation);
     for (std::size_t round = 0; round < settings.most_rounds; ++round) {
         if (round >= settings.fewest_rounds && Clock::now() > end) break;
         std::shuffle(order.begin(), order.end(), draws);
-        for (Lane* lane : order) {
-            if (round % lane->every == 0) {
-                run_slice(lane, operation);
+        for (const std::size_t turn : order) {
+            Lane& lane = lanes[turn];
+            if (round % lane.every == 0) {
+                run_slice(&lane, operation);
             } else {
-                lane->nanoseconds.push_back(nullptr);
+                lane.nanoseconds.push_back(nullptr);
             }
         }
     }

@@ -24,9 +24,10 @@ IMPLEMENTATIONS = {
 PLOTTED = [name for name in IMPLEMENTATIONS if name not in ("floor", report.FREE_IDENTIFIER)]
 
 
-def _table(rows):
+def _table(rows, words=1):
+    """The first columns have words in them, the others figures."""
     head, *body = [["" if cell is None else str(cell) for cell in row] for row in rows]
-    lines = ["| " + " | ".join(head) + " |", "|---|" + "---:|" * (len(head) - 1)]
+    lines = ["| " + " | ".join(head) + " |", "|" + "---|" * words + "---:|" * (len(head) - words)]
     return "\n".join(lines + ["| " + " | ".join(row) + " |" for row in body]) + "\n"
 
 
@@ -47,7 +48,7 @@ def _limits_table(summary):
     rows = [["", "operation", "ratio", "above", "with a free identifier"]]
     for limit, ratio, workload, name, free in report.rows_above_limits(summary):
         rows.append([report.title_of(workload), report.OPERATIONS[name], f"{ratio:.2f}", f"{limit:.1f}", free])
-    return _table(rows) if len(rows) > 1 else "None.\n"
+    return _table(rows, words=2) if len(rows) > 1 else "None.\n"
 
 
 def _ratio_table(summary):
@@ -62,7 +63,7 @@ def _ratio_table(summary):
             ratio = f"{operation['ratios'][operation['fastest_peer']]:.2f}"
             cells.append(ratio if operation["above_limit"] is None else f"**{ratio}**")
         rows.append([report.title_of(workload), report.DATA[result["data"]]] + cells)
-    return _table(rows)
+    return _table(rows, words=2)
 
 
 def _time_tables(summary):
