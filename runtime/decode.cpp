@@ -70,12 +70,12 @@ Step decode_range(void* nested, const NestedDecoder& decoder, const std::uint8_t
 
 }  // namespace
 
-Step decode_nested(void* nested, const NestedDecoder& decoder, bool again, const std::uint8_t* at,
+Step decode_nested(void* nested, const NestedDecoder& decoder, bool clear, const std::uint8_t* at,
                    const std::uint8_t* end, const Source& source) {
     std::uint32_t length;
     at = read_length(at, end, &length);
     if (at == nullptr) return {nullptr, VESK_MALFORMED};
-    if (again) std::memset(nested, 0, decoder.size);
+    if (clear) std::memset(nested, 0, decoder.size);
     return decode_range(nested, decoder, at, length, source);
 }
 

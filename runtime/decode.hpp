@@ -31,8 +31,8 @@ struct NestedDecoder {
 Step decode_string(char** member, const std::uint8_t* at, const std::uint8_t* end, const Source& source);
 Step decode_bytes(std::uint8_t** data, std::uint64_t* length, const std::uint8_t* at, const std::uint8_t* end,
                   const Source& source);
-// A field that occurs again replaces what was there: the nested message is cleared first.
-Step decode_nested(void* nested, const NestedDecoder& decoder, bool again, const std::uint8_t* at,
+// With `clear`, what the nested message held from an earlier occurrence is replaced.
+Step decode_nested(void* nested, const NestedDecoder& decoder, bool clear, const std::uint8_t* at,
                    const std::uint8_t* end, const Source& source);
 
 // Reads a list, which is one unbroken run of fields of one number: counts the run, allocates it once, then decodes it.
@@ -68,7 +68,10 @@ template <class Message, std::size_t Index>
     constexpr auto field = field_of<Message, Index>;
     constexpr Kind kind = kind_of<Message, Index>;
     if constexpr (kind == Kind::message) {
-        return decode_nested(&(message.*field.member), decoder_of<NestedOf<Message, Index>>, again, at, end, source);
+        using Nested = NestedOf<Message, Index>;
+        // What a later occurrence of an imported message does to the earlier one is for its own decoder to say.
+        const bool clear = again && !is_imported<Nested>;
+        return decode_nested(&(message.*field.member), decoder_of<Nested>, clear, at, end, source);
     } else if constexpr (kind == Kind::list) {
         return decode_list(message.*field.array, &(message.*field.array), &(message.*field.count),
                            number_of<Message, Index>, decoder_of<NestedOf<Message, Index>>, at, end, source);

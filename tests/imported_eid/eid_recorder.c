@@ -33,6 +33,7 @@ int32_t vesk_drin_eid_st_decode_ext(vesk_drin_eid_st* message, const void* buffe
                                     void* context, uint32_t flags) {
     eid_call call = {.function = EID_DECODE,
                      .message = message,
+                     .found = message->f1,
                      .buffer = buffer,
                      .length = length,
                      .alloc = alloc,

@@ -26,6 +26,7 @@ typedef struct eid_call {
     enum eid_function function;
     const void* message;
     const void* source;
+    uint32_t found; /* f1 of the message as decode found it */
     const void* buffer;
     uint64_t length;
     const vesk_segment* segments;

@@ -402,14 +402,26 @@ TEST(imported_decode, bad_length_and_wrong_wire_type_never_reach_it) {
     EXPECT_TRUE(message.calls.empty());
 }
 
-TEST(imported_decode, each_occurrence_is_decoded) {
+// What a later occurrence does to the earlier one is for the identifier's own decoder to say: it finds it as it is.
+TEST(imported_decode, each_occurrence_is_decoded_over_the_earlier_one) {
     const Decoding<vesk_register_container_eid_data> message(
         concatenate({message_field(2, hex("AA")), message_field(2, hex("BB CC"))}));
     EXPECT_EQ(message.code, VESK_OK);
     ASSERT_EQ(message.calls.size(), 2u);
     EXPECT_EQ(message.calls[0].buffer, message.input.data() + 2);
+    EXPECT_EQ(message.calls[0].found, 0u);
     EXPECT_EQ(message.calls[1].buffer, message.input.data() + 5);
+    EXPECT_EQ(message.calls[1].found, 1u);
     EXPECT_EQ(message->eid.f1, 2u);
+}
+
+TEST(imported_decode, identifier_in_a_nested_message_that_occurs_again_is_cleared_with_it) {
+    const Decoding<vesk_idprom_data> idprom(
+        concatenate({message_field(3, message_field(1, hex("AA"))), message_field(3, message_field(1, hex("BB CC")))}));
+    EXPECT_EQ(idprom.code, VESK_OK);
+    ASSERT_EQ(idprom.calls.size(), 2u);
+    EXPECT_EQ(idprom.calls[1].found, 0u);
+    EXPECT_EQ(idprom->eeprom.eid.f1, 2u);
 }
 
 TEST(imported_decode, any_code_is_returned_unchanged_and_ends_the_call) {
