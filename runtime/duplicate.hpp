@@ -9,7 +9,7 @@
 
 namespace vesk {
 
-// Copies a message into raw storage. Both are Messages.
+// Copies a message into raw storage, which may be its own. Both are Messages.
 template <class Message>
 std::int32_t duplicate(void* destination, const void* source, const Allocator& allocator);
 
@@ -53,7 +53,8 @@ bool duplicate_list(void* destination_member, std::uint32_t* destination_count, 
 
 // ---- The structure -------------------------------------------------------------------------------------------------
 
-// Copies two structures but for the nested messages that are not plain: their own functions copy those.
+// Copies a structure but for the nested messages that are not plain: their own functions copy those. A structure may be
+// copied onto itself: compilers make memcpy of an assignment, and so hold it to be good for that.
 template <std::size_t Index, class Message>
 [[gnu::always_inline]] inline void copy_structure(Message& destination, const Message& source, std::size_t done) {
     char* const to = reinterpret_cast<char*>(&destination);
@@ -113,9 +114,10 @@ template <class Message, std::size_t Index>
                                                                     &(source.*field.member), allocator));
         }
     } else if constexpr (kind == Kind::list) {
+        const void* const array = source.*field.array;  // read first: the source may be the destination
         destination.*field.array = nullptr;
         if (source.*field.count != 0) {
-            copied = duplicate_list(&(destination.*field.array), &(destination.*field.count), source.*field.array,
+            copied = duplicate_list(&(destination.*field.array), &(destination.*field.count), array,
                                     source.*field.count, duplicator_of<NestedOf<Message, Index>>, allocator, &code);
         }
     } else if constexpr (kind == Kind::string) {

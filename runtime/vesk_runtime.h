@@ -150,7 +150,9 @@ static inline void vesk_unmark(uint8_t *byte, unsigned bit) { *byte = (uint8_t)(
  * Copies a message and everything it owns.
  *
  *   destination   out; not null; raw storage. What it held is overwritten, not released. Presence bits that belong to
- *                 no field are left as they are.
+ *                 no field are left as they are. It may be the source itself, which then holds the copy: the old blocks
+ *                 belong to who has kept their addresses, and of a member of an imported type its own function decides.
+ *                 Where the two overlap in part, nothing is defined.
  *   source        read only; not null. May be read by other threads meanwhile. Bytes fields that point into an input
  *                 are copied like any other.
  *   alloc         asked once per string (characters + 1 bytes) and once per non-empty bytes field and list; null

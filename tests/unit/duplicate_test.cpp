@@ -1,6 +1,10 @@
 // The deep copy: what it owns, which presence bits it has, and how it goes on when a block cannot be had.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
+#include "tests/support/first_difference.hpp"
+#include "tests/support/full_message.hpp"
 #include "tests/support/messages.hpp"
 
 namespace vesk::test {
@@ -241,6 +245,38 @@ TEST(duplicate_presence, bit_of_a_nested_message_is_copied_either_way) {
     const Copy<vesk_req_inv_data> copy(source, {}, 0x00);
     EXPECT_EQ(copy->present[0], 1 << VESK_REQ_INV_DATA_EID | 1 << VESK_REQ_INV_DATA_POLICY);
     EXPECT_EQ(copy->policy.f3, 7u);
+}
+
+// ---- A message onto itself -----------------------------------------------------------------------------------------
+
+TEST(duplicate_onto_itself, is_a_good_copy_and_its_old_blocks_are_as_they_were) {
+    std::size_t copied = 0;
+    for (const TypeInfo* type : all_types()) {
+        SCOPED_TRACE(type->name);
+        AnyDecoded message(*type, full_encoding(*type));
+        Storage old(*type);
+        std::memcpy(old.get(), message.message.get(), type->size);
+        Ledger ledger;
+        EXPECT_EQ(type->duplicate(message.message.get(), message.message.get(), Ledger::alloc, &ledger), VESK_OK);
+        EXPECT_EQ(first_difference(*type, message.message.get(), old.get()), "");
+        const std::vector<const void*> blocks = owned_blocks(*type, message.message.get());
+        EXPECT_TRUE(std::all_of(blocks.begin(), blocks.end(), [&](const void* block) { return ledger.owns(block); }));
+        copied += blocks.size();
+        type->free(message.message.get(), Ledger::release, &ledger, 0);
+        std::memcpy(message.message.get(), old.get(), type->size);  // with its ledger, which frees it
+    }
+    EXPECT_GT(copied, 1000u);
+}
+
+TEST(duplicate_onto_itself, what_cannot_be_copied_is_empty_and_marked_absent) {
+    const Decoded<vesk_resp_inv_data> source(every_kind());
+    vesk_resp_inv_data message = source.message;
+    EXPECT_EQ(vesk_resp_inv_data_duplicate(&message, &message, nullptr, nullptr), VESK_NO_MEMORY);
+    EXPECT_EQ(message.idprom_list, nullptr);
+    EXPECT_EQ(message.idprom_list_count, 0u);
+    EXPECT_EQ(message.led_list, nullptr);
+    EXPECT_EQ(message.f1, 1u);
+    EXPECT_EQ(message.present[0], 1 << VESK_RESP_INV_DATA_F1);
 }
 
 // ---- Failures ------------------------------------------------------------------------------------------------------

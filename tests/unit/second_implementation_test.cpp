@@ -120,13 +120,15 @@ std::string observe_decode(const Implementation& implementation, const Bytes& in
     return seen + ", freed:" + history_of(place.arena);
 }
 
+// `onto_itself` copies the message in the place of the source, which is then the destination as well.
 template <class Implementation>
-std::string observe_duplicate(const Implementation& implementation, const void* source, bool has_alloc,
-                              std::uint64_t failing_request, Workplace& place) {
+std::string observe_duplicate(const Implementation& implementation, const void* source, bool onto_itself,
+                              bool has_alloc, std::uint64_t failing_request, Workplace& place) {
     place.arena.reset(failing_request);
     std::memset(place.message.get(), 0x5A, place.type.size);
-    const std::int32_t code =
-        implementation.duplicate(place.message.get(), source, has_alloc ? Arena::alloc : nullptr, &place.arena);
+    if (onto_itself) std::memcpy(place.message.get(), source, place.type.size);
+    const std::int32_t code = implementation.duplicate(place.message.get(), onto_itself ? place.message.get() : source,
+                                                       has_alloc ? Arena::alloc : nullptr, &place.arena);
     std::string seen = std::to_string(code) + ", " + describe_in(place, place.message.get());
     implementation.release(place.message.get(), Arena::release, &place.arena, 0);
     return seen + ", freed:" + history_of(place.arena) + ", left: " + describe_in(place, place.message.get());
@@ -175,12 +177,13 @@ public:
     void duplicate_round(std::uint64_t seed) {
         std::mt19937_64 random(seed);
         const RandomMessage message(type_, seed, Amount::wild);
-        for (int i = 0; i < 2; ++i) {
+        for (int i = 0; i < 4; ++i) {
+            const bool onto_itself = i >= 2;
             const bool has_alloc = random() % 8 != 0;
-            const std::uint64_t failing_request = i == 0 ? 0 : 1 + random() % 6;
-            ASSERT_EQ(observe_duplicate(library_, message.get(), has_alloc, failing_request, place_),
-                      observe_duplicate(interpreter_, message.get(), has_alloc, failing_request, place_))
-                << "failing request " << failing_request;
+            const std::uint64_t failing_request = i % 2 == 0 ? 0 : 1 + random() % 6;
+            ASSERT_EQ(observe_duplicate(library_, message.get(), onto_itself, has_alloc, failing_request, place_),
+                      observe_duplicate(interpreter_, message.get(), onto_itself, has_alloc, failing_request, place_))
+                << "failing request " << failing_request << (onto_itself ? ", onto itself" : "");
         }
     }
 
