@@ -92,8 +92,12 @@ Step decode_list(const void* array, void* array_member, std::uint32_t* count, st
     set_array(array_member, block);
     *count = elements;
     for (std::uint32_t i = 0; i < elements; ++i) {
-        std::uint32_t tag;  // counting has shown that it is this list's
-        if (i != 0) at = read_varint32(at, end, &tag);
+        if (i != 0) {
+            std::uint32_t tag;  // counting has shown that it is this list's
+            at = read_varint32(at, end, &tag);
+            // And that it is there; but whoever gave the block may have written into the input.
+            if (at == nullptr) return {nullptr, VESK_MALFORMED};
+        }
         const Step step = decode_nested(block + i * decoder.size, decoder, false, at, end, source);
         if (step.code != VESK_OK) return step;
         at = step.at;

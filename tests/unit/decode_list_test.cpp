@@ -252,6 +252,34 @@ TEST(decode_list, error_inside_a_list_inside_an_element_keeps_both_lists) {
     EXPECT_FALSE(VESK_HAS(&response.message, VESK_RESP_INV_DATA_CRAFT_LIST));
 }
 
+// A memory that makes the input's second byte, a length, take in all that is left of it.
+struct LengtheningMemory {
+    Ledger ledger;
+    Bytes input;
+};
+
+void* alloc_and_lengthen(std::uint64_t size, void* context) {
+    LengtheningMemory& memory = *static_cast<LengtheningMemory*>(context);
+    memory.input[1] = static_cast<std::uint8_t>(memory.input.size() - 2);
+    return Ledger::alloc(size, &memory.ledger);
+}
+
+// More about input that changes is tried in tests/trust.
+TEST(decode_list, elements_that_are_gone_since_they_were_counted_are_malformed) {
+    const Bytes element = message_field(leds, number_field(3, 7));
+    LengtheningMemory memory{{}, message(element, element, element)};
+    vesk_resp_inv_data response;
+    EXPECT_EQ(vesk_resp_inv_data_decode_ext(&response, memory.input.data(), memory.input.size(), alloc_and_lengthen,
+                                            &memory, 0),
+              VESK_MALFORMED);
+    ASSERT_EQ(response.led_list_count, 3u);
+    EXPECT_EQ(response.led_list[0].f3, 7u);
+    EXPECT_TRUE(has_no_presence(response.led_list[1]));
+    EXPECT_EQ(response.led_list[2].f3, 0u);
+    EXPECT_TRUE(has_no_presence(response));
+    vesk_resp_inv_data_free_ext(&response, Ledger::release, &memory.ledger, 0);
+}
+
 // ---- The order of the checks ---------------------------------------------------------------------------------------
 
 TEST(decode_list, order_of_its_checks) {
