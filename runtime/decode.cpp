@@ -110,11 +110,27 @@ Step skip_unknown(std::uint32_t tag, std::uint64_t known_numbers, const std::uin
     return skip_field(wire_type_of_tag(tag), at, end);
 }
 
+namespace {
+
+// The most bytes that an input can have from this address on: it ends at the last address, and no object is larger than
+// a difference of pointers can say.
+std::uint64_t longest_input(const std::uint8_t* at) {
+    const std::uint64_t to_last_address = UINTPTR_MAX - reinterpret_cast<std::uintptr_t>(at);
+    return to_last_address < PTRDIFF_MAX ? to_last_address : PTRDIFF_MAX;
+}
+
+}  // namespace
+
 std::int32_t decode_ext(void* message, const NestedDecoder& decoder, const void* buffer, std::uint64_t length,
                         Allocator allocator, std::uint32_t flags) {
     const std::uint8_t* const at = static_cast<const std::uint8_t*>(buffer);
-    const std::uint8_t* const end = at + length;
+    const std::uint64_t longest = longest_input(at);
     std::memset(message, 0, decoder.size);
+    if (length > longest) [[unlikely]] {
+        // Nobody has so much memory. Without words nothing is read past the byte that ends the decoding.
+        return decoder.decode(message, at, at + longest, {{nullptr}, allocator, flags});
+    }
+    const std::uint8_t* const end = at + length;
     return decoder.decode(message, at, end, {input_between(at, end), allocator, flags});
 }
 

@@ -127,7 +127,8 @@ static inline void vesk_unmark(uint8_t *byte, unsigned bit) { *byte = (uint8_t)(
  *   message   out; not null; raw storage. What it held is overwritten, not released.
  *   buffer    read only; `length` bytes; may be null if `length` is 0. Must outlive the message if flags has
  *             VESK_BYTES_BY_REFERENCE, otherwise it is not needed after the call.
- *   length    bytes in `buffer`.
+ *   length    bytes in `buffer`, which ends at the last address at the latest: more is cut off, and so is what is more
+ *             than an object can have (PTRDIFF_MAX).
  *   alloc     asked once per string (characters + 1 bytes), per bytes field (its bytes, also 0; not asked if flags has
  *             VESK_BYTES_BY_REFERENCE) and per list (count * sizeof element). May be null: a field that needs it then
  *             fails with VESK_NO_MEMORY.

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <set>
 
 #include "tests/support/arena.hpp"
 #include "tests/support/first_difference.hpp"
@@ -37,8 +38,10 @@ public:
             interpreter::decode(table_type_, expected_.get(), input, length, Arena::alloc, &expected_blocks_, 0);
     }
 
-    void expect_same(const char* place, const std::uint8_t* input, std::size_t length) {
-        announce_attempt(place, type_.name, length);
+    std::int32_t expected_code() const { return expected_code_; }
+
+    void expect_same(const char* place, const std::uint8_t* input, std::uint64_t length) {
+        announce_attempt(place, type_.name, static_cast<std::size_t>(length));
         void* message = structure_.before_end(type_.size);
         std::memset(message, 0x5A, type_.size);
         blocks_.reset();
@@ -88,6 +91,48 @@ TEST(guard_pages, skip_of_unknown_fields_stays_inside_the_input) {
                                 tag(unknown, fixed32_type), Bytes(4, 0x55), tag(unknown, length_type), over_long(3, 7),
                                 Bytes(3, 0x55), over_long(unknown << 3, 12), over_long(1, 12));
     decode_every_prefix([&](const TypeInfo&) { return input; });
+}
+
+// Each is an error after a full message and a field of another number, and nothing past it is needed to say so.
+std::vector<Bytes> errors_of(const TypeInfo& type) {
+    std::vector<Bytes> errors{tag(5000, 3), tag(type.fields[0].number, fixed32_type)};
+    for (const FieldInfo& field : type.fields) {
+        const bool is_single = field.kind == Kind::string || field.kind == Kind::bytes || field.kind == Kind::list;
+        if (is_single) errors.push_back(tag(field.number, length_type));
+    }
+    return errors;
+}
+
+// Lengths that would end past the last address, or make more of an input than an object can be.
+std::vector<std::uint64_t> impossible_lengths(const std::uint8_t* input) {
+    const std::uint64_t to_last_address = UINTPTR_MAX - reinterpret_cast<std::uintptr_t>(input);
+    std::vector<std::uint64_t> lengths{to_last_address + 1, to_last_address + 2, PTRDIFF_MAX + std::uint64_t{1},
+                                       UINT64_MAX - 1, UINT64_MAX};
+    if constexpr (UINTPTR_MAX < UINT64_MAX) {  // an address has fewer bits than a length
+        for (const std::uint64_t low_bits : {0, 1, 100}) lengths.push_back((std::uint64_t{1} << 32) + low_bits);
+    }
+    return lengths;
+}
+
+TEST(guard_pages, length_that_no_input_can_have_changes_no_code_and_nothing_past_the_error_is_read) {
+    std::set<std::int32_t> codes;
+    for (const TypeInfo* type : all_types()) {
+        GuardedDecoder decoder(*type);
+        for (const Bytes& error : errors_of(*type)) {
+            const Bytes whole = message(full_encoding(*type), number_field(1000, 0), error);
+            const GuardedMemory memory(whole.size());
+            std::uint8_t* const input = memory.before_end(whole.size());
+            std::copy(whole.begin(), whole.end(), input);
+            decoder.decode_elsewhere(whole.data(), whole.size());
+            codes.insert(decoder.expected_code());
+            for (const std::uint64_t length : impossible_lengths(input)) {
+                SCOPED_TRACE(type->name + ", length " + std::to_string(length) + ", error " + to_hex(error));
+                decoder.expect_same("decode of a length that no input can have", input, length);
+                if (HasFailure()) return;
+            }
+        }
+    }
+    EXPECT_EQ(codes, (std::set<std::int32_t>{VESK_MALFORMED, VESK_UNKNOWN_WIRE_TYPE, VESK_WRONG_WIRE_TYPE}));
 }
 
 // ---- Encode --------------------------------------------------------------------------------------------------------

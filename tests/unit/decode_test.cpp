@@ -78,6 +78,28 @@ TEST(decode_message, null_buffer_of_length_0_is_an_empty_input) {
     expect_cleared(common);
 }
 
+// Numbers and tags of one byte and of two come before the error that ends the decoding.
+TEST(decode_message, input_ends_at_the_last_address_whatever_its_length_is) {
+    const Bytes input = message(number_field(11, 300), number_field(16, 1), number_field(20, 1), hex("2B"));
+    const std::uint64_t to_last_address = UINTPTR_MAX - reinterpret_cast<std::uintptr_t>(input.data());
+    for (const std::uint64_t length : {to_last_address + 1, to_last_address + 2, UINT64_MAX}) {
+        vesk_entity_common_data common;
+        EXPECT_EQ(vesk_entity_common_data_decode_ext(&common, input.data(), length, nullptr, nullptr, 0),
+                  VESK_WRONG_WIRE_TYPE);
+        EXPECT_EQ(common.f11, 300u);
+        EXPECT_EQ(common.f20, 1u);
+    }
+}
+
+TEST(decode_message, content_past_the_last_address_is_past_the_end) {
+    const Bytes input = message(tag(2, length_type), varint(UINT32_MAX));
+    Ledger ledger;
+    ledger.fail_from_now_on();
+    vesk_entity_common_data common;
+    EXPECT_EQ(vesk_entity_common_data_decode_ext(&common, input.data(), UINT64_MAX, Ledger::alloc, &ledger, 0),
+              sizeof(void*) == 4 ? VESK_MALFORMED : VESK_NO_MEMORY);  // 64 bits of address are more than a length has
+}
+
 TEST(decode_message, is_cleared_before_the_first_error_too) {
     const Decoded<vesk_entity_common_data> common(hex("80"));
     EXPECT_EQ(common.code, VESK_MALFORMED);
