@@ -84,6 +84,15 @@ static inline void vesk_unmark(uint8_t *byte, unsigned bit) { *byte = (uint8_t)(
  * number of threads may encode or duplicate from one message that nobody writes meanwhile. Callbacks run on the
  * calling thread.
  *
+ * Callbacks may call the library for other messages, and may look at the one that is being worked on:
+ *   - alloc in decode finds what has been read so far. A pointer is null or a block that alloc gave (of bytes by
+ *     reference, one into the input), and all elements of a list are there before the first of them is read, zero until
+ *     it is their turn. Presence bits come at the end: those of a message are clear until all of it has been read or an
+ *     error has ended that. alloc may also write into the input: what has not been read yet is then read as it is now.
+ *   - alloc in duplicate finds raw storage. A pointer in it may be the source's, or be what stood there before.
+ *   - release in free finds its block where it was, and what was released before as null. A list has its array and its
+ *     count until its array has been released.
+ *
  *
  * uint64_t vesk_T_encode_ext(const vesk_T *message, void *buffer, uint64_t length,
  *                            vesk_segment *segments, uint32_t *segment_count, uint32_t flags);

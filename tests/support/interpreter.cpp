@@ -501,10 +501,10 @@ void release(const TableType& type, void* message, vesk_release release_block, v
             for (std::uint32_t i = 0; i < count; ++i) {
                 release_nested(field.nested, block + i * size_of(field.nested), release_block, context, flags);
             }
-            store(message, field.second_offset, std::uint32_t{0});
         }
         release_block(block, context);
         store<void*>(message, field.offset, nullptr);
+        if (field.kind == TableKind::list) store(message, field.second_offset, std::uint32_t{0});
     }
 }
 

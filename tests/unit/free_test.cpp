@@ -88,6 +88,54 @@ TEST(free_message, can_be_decoded_into_again) {
     scratch.free();
 }
 
+// ---- What a callback finds in the message --------------------------------------------------------------------------
+
+// A release callback that looks at something of the message each time, before the block is gone.
+template <class Look>
+struct Watcher {
+    Look look;
+    std::vector<decltype(std::declval<Look>()())> seen = {};
+
+    static void release(void*, void* context) {
+        Watcher& watcher = *static_cast<Watcher*>(context);
+        watcher.seen.push_back(watcher.look());
+    }
+};
+
+TEST(free_callback, finds_the_block_in_its_member_and_null_in_those_before_it) {
+    vesk_scratch_eeprom scratch = {};
+    const Bytes data = hex("01");
+    scratch.f1 = literal("a");
+    scratch.f2 = data_of(data);
+    scratch.f4 = literal("b");
+    const vesk_scratch_eeprom before = scratch;
+    const auto look = [&] { return std::vector<const void*>{scratch.f1, scratch.f2, scratch.f4}; };
+    Watcher<decltype(look)> watcher{look};
+    vesk_scratch_eeprom_free_ext(&scratch, watcher.release, &watcher, 0);
+    EXPECT_EQ(watcher.seen,
+              (std::vector<std::vector<const void*>>{
+                  {before.f1, before.f2, before.f4}, {nullptr, before.f2, before.f4}, {nullptr, nullptr, before.f4}}));
+}
+
+TEST(free_callback, finds_array_and_count_in_the_list_until_it_has_the_array) {
+    vesk_led_data leds[2] = {};
+    leds[0].f5 = literal("red");
+    leds[1].f5 = literal("amber");
+    vesk_resp_inv_data response = {};
+    response.led_list = leds;
+    response.led_list_count = 2;
+    const auto look = [&] {
+        EXPECT_EQ(response.led_list, leds);
+        EXPECT_EQ(response.led_list_count, 2u);
+        return (leds[0].f5 != nullptr) + (leds[1].f5 != nullptr);
+    };
+    Watcher<decltype(look)> watcher{look};
+    vesk_resp_inv_data_free_ext(&response, watcher.release, &watcher, 0);
+    EXPECT_EQ(watcher.seen, (std::vector<int>{2, 1, 0}));
+    EXPECT_EQ(response.led_list, nullptr);
+    EXPECT_EQ(response.led_list_count, 0u);
+}
+
 // ---- Bytes ---------------------------------------------------------------------------------------------------------
 
 TEST(free_bytes, block_of_0_bytes_goes_back) {

@@ -134,6 +134,29 @@ std::string observe_duplicate(const Implementation& implementation, const void* 
     return seen + ", freed:" + history_of(place.arena) + ", left: " + describe_in(place, place.message.get());
 }
 
+// A release callback that looks at the message before it takes a block back.
+struct Watcher {
+    Workplace& place;
+    std::string seen;
+
+    static void release(void* block, void* context) {
+        Watcher& watcher = *static_cast<Watcher*>(context);
+        watcher.seen += describe_in(watcher.place, watcher.place.message.get()) + "; ";
+        Arena::release(block, &watcher.place.arena);
+    }
+};
+
+// What a callback can see of a message that is freed, call by call.
+template <class Implementation>
+std::string observe_release(const Implementation& implementation, const Bytes& input, std::uint32_t flags,
+                            Workplace& place) {
+    place.arena.reset();
+    implementation.decode(place.message.get(), input, Arena::alloc, &place.arena, flags);
+    Watcher watcher{place, ""};
+    implementation.release(place.message.get(), Watcher::release, &watcher, flags);
+    return watcher.seen + "freed:" + history_of(place.arena);
+}
+
 // One type's rounds.
 class Comparison {
 public:
@@ -187,6 +210,18 @@ public:
         }
     }
 
+    // A tenth of the rounds: describing a message at each of its releases takes long.
+    void release_round(std::uint64_t seed) {
+        if (seed % 10 != 0) return;
+        const RandomMessage message(type_, seed, Amount::wild);
+        const Bytes input = encoded(type_, message.get());
+        for (const std::uint32_t flags : {0, 1}) {
+            ASSERT_EQ(observe_release(library_, input, flags, place_),
+                      observe_release(interpreter_, input, flags, place_))
+                << to_hex(input) << ", flags " << flags;
+        }
+    }
+
 private:
     const TypeInfo& type_;
     Library library_;
@@ -214,6 +249,10 @@ TEST(second_implementation, decode_of_random_and_damaged_input_is_the_same) {
 
 TEST(second_implementation, duplicate_of_random_messages_is_the_same) {
     compare_every_type(&Comparison::duplicate_round);
+}
+
+TEST(second_implementation, what_a_release_callback_sees_is_the_same) {
+    compare_every_type(&Comparison::release_round);
 }
 
 }  // namespace
