@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::size_t capacity = 64 * 1024 - 1;
 
-std::int32_t decode_at(const TypeInfo& type, const std::uint8_t* at, std::size_t length, std::string* reencoded) {
+std::int32_t decode_at(const TypeInfo& type, const std::uint8_t* at, std::uint64_t length, std::string* reencoded) {
     Ledger ledger;
     Storage message(type);
     const std::int32_t code = type.decode(message.get(), at, length, Ledger::alloc, &ledger, 0);
@@ -191,6 +191,49 @@ TEST(huge_length, encodes_as_the_interpreter_says) {
             }
         }
     }
+}
+
+TEST(impossible_length, of_an_input_changes_nothing_before_the_error_that_ends_it) {
+    const GuardedMemory page(capacity);
+    for_every_type(10, Amount::some, [&](const TypeInfo& type, const void* message, std::uint64_t) {
+        const Bytes input = concatenate({encoded(type, message), number_field(1000, 0), tag(1000, 3)});
+        std::uint8_t* const at = page.before_end(input.size());
+        std::copy(input.begin(), input.end(), at);
+        std::string whole, cut_off;
+        ASSERT_EQ(decode_at(type, at, input.size(), &whole), VESK_UNKNOWN_WIRE_TYPE);
+        for (const std::uint64_t length : {UINTPTR_MAX - reinterpret_cast<std::uintptr_t>(at) + 1, UINT64_MAX}) {
+            ASSERT_EQ(decode_at(type, at, length, &cut_off), VESK_UNKNOWN_WIRE_TYPE);
+            ASSERT_EQ(cut_off, whole);
+        }
+    });
+}
+
+// ---- Lists that change ---------------------------------------------------------------------------------------------
+
+struct LengtheningMemory {
+    Ledger ledger;
+    std::uint8_t* length;  // of an element, and what it becomes
+    std::uint8_t all_that_is_left;
+};
+
+void* alloc_and_lengthen(std::uint64_t size, void* context) {
+    LengtheningMemory& memory = *static_cast<LengtheningMemory*>(context);
+    *memory.length = memory.all_that_is_left;
+    return Ledger::alloc(size, &memory.ledger);
+}
+
+// The first element takes in the others, which are fields that it does not know.
+TEST(changing_list, elements_that_are_gone_since_they_were_counted_are_malformed) {
+    const GuardedMemory page(capacity);
+    const Bytes element = message_field(5, {});
+    const Bytes input = message(element, element, element);
+    std::uint8_t* const at = page.before_end(input.size());
+    std::copy(input.begin(), input.end(), at);
+    LengtheningMemory memory{{}, at + 1, static_cast<std::uint8_t>(input.size() - 2)};
+    vesk_nested message;
+    EXPECT_EQ(vesk_nested_decode_ext(&message, at, input.size(), alloc_and_lengthen, &memory, 0), VESK_MALFORMED);
+    EXPECT_EQ(message.f5_count, 3u);
+    vesk_nested_free_ext(&message, Ledger::release, &memory.ledger, 0);
 }
 
 // ---- Lists in lists ------------------------------------------------------------------------------------------------
