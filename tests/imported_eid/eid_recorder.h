@@ -37,7 +37,7 @@ typedef struct eid_call {
     uint32_t flags;
 } eid_call;
 
-enum { EID_RECORDER_ROOM = 1024 };
+enum { EID_RECORDER_ROOM = 1 << 16 };
 
 typedef struct eid_record {
     size_t count;

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <limits>
 
-#include "tests/imported_eid/eid_recorder.h"
+#include "tests/imported_eid/identifier.hpp"
 #include "tests/support/messages.hpp"
 
 namespace vesk::test {
@@ -20,15 +20,6 @@ Calls calls_during(Body body) {
     record.count = 0;
     body();
     return {record.calls, record.calls + record.count};
-}
-
-// An identifier of which a measuring call says `size`. See eid_recorder.h for the rest.
-vesk_drin_eid_st identifier(std::uint32_t size, std::uint32_t written = 0, std::uint32_t segments = 0) {
-    vesk_drin_eid_st eid = {};
-    eid.f1 = size;
-    eid.f2 = written;
-    eid.f3 = segments;
-    return eid;
 }
 
 vesk_drin_eid_st identifier_with_code(std::int32_t code) {

@@ -176,6 +176,10 @@ private:
         const std::uint64_t size = encode_nested(field.nested, nested, nullptr, 0, nullptr, nullptr, flags_);
         put_tag(field, 2);
         put_length(size);
+        if (buffer_ == nullptr && segment_count_ == nullptr) {  // a call that measures makes no other
+            position_ += size;
+            return;
+        }
         const bool has_buffer = position_ < length_;
         const bool has_list = segment_count_ != nullptr && capacity_ > used_;
         std::uint32_t count = has_list ? capacity_ - used_ : 0;

@@ -25,6 +25,7 @@ public:
     RandomMessage(const TypeInfo& type, std::uint64_t seed, Amount amount);
 
     const void* get() const { return message_.get(); }
+    void* get() { return message_.get(); }
 
 private:
     void fill(const TypeInfo& type, void* message);
