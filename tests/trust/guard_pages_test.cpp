@@ -139,38 +139,48 @@ TEST(guard_pages, length_that_no_input_can_have_changes_no_code_and_nothing_past
 
 constexpr std::uint8_t untouched = 0xEE;
 
-// A full message whose bytes fields point into an input that ends at an untouchable page.
+// A full message that never goes back. Its bytes fields point into an input that ends at an untouchable page, and all
+// of it can be made read-only: structure, input, strings and arrays.
 class FullMessage {
 public:
     explicit FullMessage(const TypeInfo& type)
-        : type_(type), encoding_(full_encoding(type)), input_(encoding_.size()), structure_(type.size) {
+        : type_(type),
+          encoding_(full_encoding(type)),
+          input_(encoding_.size()),
+          structure_(type.size),
+          blocks_(room_for_blocks) {
         std::uint8_t* input = input_.before_end(encoding_.size());
         std::copy(encoding_.begin(), encoding_.end(), input);
-        code_ = type.decode(get(), input, encoding_.size(), Ledger::alloc, &ledger_, VESK_BYTES_BY_REFERENCE);
+        code_ = type.decode(get(), input, encoding_.size(), take_block, this, VESK_BYTES_BY_REFERENCE);
     }
-    ~FullMessage() { type_.free(get(), Ledger::release, &ledger_, VESK_BYTES_BY_REFERENCE); }
     FullMessage(const FullMessage&) = delete;
     FullMessage& operator=(const FullMessage&) = delete;
 
     void* get() const { return structure_.before_end(type_.size); }
-    // Both the structure and the input that its bytes fields point into.
     void forbid_writing() const {
-        structure_.forbid_writing();
-        input_.forbid_writing();
-    }
-    void allow_writing() const {
-        structure_.allow_writing();
-        input_.allow_writing();
+        for (const GuardedMemory* memory : {&structure_, &input_, &blocks_}) memory->forbid_writing();
     }
     const Bytes& encoding() const { return encoding_; }
     std::int32_t code() const { return code_; }
 
 private:
+    static constexpr std::size_t room_for_blocks = 1 << 17;
+
+    static void* take_block(std::uint64_t size, void* context) {
+        FullMessage& message = *static_cast<FullMessage*>(context);
+        const std::size_t taken = (static_cast<std::size_t>(size) + 15) / 16 * 16;
+        if (taken > room_for_blocks - message.blocks_used_) return nullptr;
+        void* block = message.blocks_.begin() + message.blocks_used_;
+        message.blocks_used_ += taken;
+        return block;
+    }
+
     const TypeInfo& type_;
     Bytes encoding_;
     GuardedMemory input_;
     GuardedMemory structure_;
-    Ledger ledger_;
+    GuardedMemory blocks_;
+    std::size_t blocks_used_ = 0;
     std::int32_t code_;
 };
 
@@ -206,24 +216,26 @@ TEST(guard_pages, encode_with_every_capacity_stays_inside_the_segment_list) {
         const auto& table_type = interpreter::find_type(type->name);
         const FullMessage message(*type);
         Bytes buffer(message.encoding().size());
+        // The result and the count.
         const auto list = [&](auto&& encode, vesk_segment* segments, std::uint32_t capacity) {
             for (std::uint32_t i = 0; i < capacity; ++i) segments[i] = {nullptr, 0};
-            encode(message.get(), buffer.data(), buffer.size(), capacity != 0 ? segments : nullptr, &capacity,
-                   VESK_BYTES_BY_REFERENCE);
-            return capacity;
+            const std::uint64_t length = encode(message.get(), buffer.data(), buffer.size(),
+                                                capacity != 0 ? segments : nullptr, &capacity, VESK_BYTES_BY_REFERENCE);
+            return std::pair(length, capacity);
         };
-        const auto interpret = [&](auto... arguments) { interpreter::encode(table_type, arguments...); };
+        const auto interpret = [&](auto... arguments) { return interpreter::encode(table_type, arguments...); };
 
-        const std::uint32_t needed = list(interpret, nullptr, 0);
+        const auto whole = list(interpret, nullptr, 0);
+        const std::uint32_t needed = whole.second;
         longest = std::max(longest, needed);
         const GuardedMemory memory((needed + 1) * sizeof(vesk_segment));
         std::vector<vesk_segment> expected(needed + 1);
         for (std::uint32_t capacity = 0; capacity <= needed + 1; ++capacity) {
-            ASSERT_EQ(list(interpret, expected.data(), capacity), needed);
+            ASSERT_EQ(list(interpret, expected.data(), capacity), whole);
             const auto expect_same = [&](const char* place, std::uint8_t* start) {
                 announce_attempt(place, type->name, capacity);
                 vesk_segment* segments = reinterpret_cast<vesk_segment*>(start);
-                ASSERT_EQ(list(type->encode, segments, capacity), needed) << type->name;
+                ASSERT_EQ(list(type->encode, segments, capacity), whole) << type->name;
                 const auto same = [](const vesk_segment& left, const vesk_segment& right) {
                     return left.data == right.data && left.length == right.length;
                 };
@@ -259,15 +271,21 @@ TEST(guard_pages, input_is_only_read) {
 TEST(guard_pages, source_of_encode_and_duplicate_is_only_read) {
     for (const TypeInfo* type : all_types()) {
         const FullMessage message(*type);
+        ASSERT_EQ(message.code(), VESK_OK) << type->name;
         message.forbid_writing();
         announce_attempt("encode of a read-only message", type->name, type->size);
         EXPECT_EQ(to_hex(encoded(*type, message.get())), to_hex(message.encoding())) << type->name;
+        announce_attempt("encode of a read-only message into a list and a short buffer", type->name, type->size);
+        Bytes buffer(message.encoding().size() / 2);
+        std::vector<vesk_segment> segments(2);
+        std::uint32_t count = 2;
+        EXPECT_EQ(type->encode(message.get(), buffer.data(), buffer.size(), segments.data(), &count, 0),
+                  message.encoding().size());
         announce_attempt("duplicate of a read-only message", type->name, type->size);
         Ledger ledger;
         Storage copy(*type);
         EXPECT_EQ(type->duplicate(copy.get(), message.get(), Ledger::alloc, &ledger), VESK_OK) << type->name;
         type->free(copy.get(), Ledger::release, &ledger, 0);
-        message.allow_writing();
     }
 }
 
