@@ -216,6 +216,28 @@ TEST(changing_input, random_changes_at_random_requests_come_to_what_the_rules_sa
     for (const std::uint64_t count : codes_seen) EXPECT_GT(count, 100u);
 }
 
+// Counted as elements of the outer list, and then as those of an identifier's.
+TEST(changing_input, the_same_bytes_may_ask_for_memory_twice) {
+    constexpr std::uint32_t idproms = 7, elements = 6;
+    Bytes empty, inner;
+    for (int i = 0; i < 60; ++i) empty = message(empty, message_field(idproms, {}));
+    for (int i = 0; i < 57; ++i) inner = message(inner, message_field(elements, {}));
+    const Bytes one = message_field(idproms, message_field(1, message_field(1, inner)));
+    ASSERT_EQ(one.size(), empty.size());
+    const Rewrite rewrite = [&](std::uint64_t n, std::uint8_t* input, std::size_t) {
+        if (n == 1) std::copy(one.begin(), one.end(), input);
+    };
+    Bytes input = empty;
+    RewritingMemory memory{{}, rewrite, input.data(), input.size()};
+    const TypeInfo& type = *find_type("resp_inv_data");
+    Storage message(type);
+    EXPECT_EQ(type.decode(message.get(), input.data(), input.size(), alloc_and_rewrite, &memory, 0), VESK_MALFORMED);
+    EXPECT_EQ(memory.ledger.history(),
+              (std::vector<Request>{{Request::What::alloc, 60 * sizeof(vesk_idprom_data)},
+                                    {Request::What::alloc, 57 * sizeof(vesk_drin_eid_element)}}));
+    type.free(message.get(), Ledger::release, &memory.ledger, 0);
+}
+
 // ---- Another process's writing -------------------------------------------------------------------------------------
 
 // A page that this process shares with its children, between two that nobody can touch.
