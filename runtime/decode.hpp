@@ -70,8 +70,8 @@ template <class Message, std::size_t Index>
     if constexpr (kind == Kind::message) {
         using Nested = NestedOf<Message, Index>;
         // What a later occurrence of an imported message does to the earlier one is for its own decoder to say.
-        const bool clear = again && !is_imported<Nested>;
-        return decode_nested(&(message.*field.member), decoder_of<Nested>, clear, at, end, source);
+        if constexpr (is_imported<Nested>) again = false;
+        return decode_nested(&(message.*field.member), decoder_of<Nested>, again, at, end, source);
     } else if constexpr (kind == Kind::list) {
         return decode_list(message.*field.array, &(message.*field.array), &(message.*field.count),
                            number_of<Message, Index>, decoder_of<NestedOf<Message, Index>>, at, end, source);
