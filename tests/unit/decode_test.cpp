@@ -91,6 +91,13 @@ TEST(decode_message, input_ends_at_the_last_address_whatever_its_length_is) {
     }
 }
 
+TEST(decode_message, empty_input_may_lie_at_the_last_address) {
+    vesk_entity_common_data common = filled_with<vesk_entity_common_data>(0x5A);
+    const void* const last_address = reinterpret_cast<const void*>(UINTPTR_MAX);
+    EXPECT_EQ(vesk_entity_common_data_decode_ext(&common, last_address, 0, nullptr, nullptr, 0), VESK_OK);
+    expect_cleared(common);
+}
+
 TEST(decode_message, content_past_the_last_address_is_past_the_end) {
     const Bytes input = message(tag(2, length_type), varint(UINT32_MAX));
     Ledger ledger;
