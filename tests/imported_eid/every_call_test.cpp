@@ -40,12 +40,13 @@ struct Place {
         buffer.assign(arguments.room + 64, 0xEE);
         segments.assign(arguments.capacity.value_or(0) + 4, {this, 0x5A5A});
     }
-    // An address as an offset in the buffer, or in the list.
+    // An address as an offset in the buffer, or in the list, whose segments are this place before they are filled.
     std::string name(const void* address) const {
         const auto at = reinterpret_cast<std::uintptr_t>(address);
         const auto in_buffer = at - reinterpret_cast<std::uintptr_t>(buffer.data());
         const auto in_list = at - reinterpret_cast<std::uintptr_t>(segments.data());
         if (address == nullptr) return "null";
+        if (address == this) return "untouched";
         if (in_buffer <= buffer.size()) return "buffer + " + std::to_string(in_buffer);
         if (in_list <= segments.size() * sizeof(vesk_segment)) {
             return "segments + " + std::to_string(in_list / sizeof(vesk_segment));
@@ -61,11 +62,11 @@ std::string to_text(const eid_call& call, const Place& place) {
            std::to_string(call.flags) + "\n";
 }
 
-// The recorded calls that write. Each identifier must have been measured before, with nothing but the flags.
+// The recorded calls that write, each identifier once. It must have been measured before, with nothing but the flags.
 std::vector<eid_call> recorded_writes(const Arguments& arguments) {
     const eid_record& record = *eid_recorder();
     std::vector<eid_call> writes;
-    std::set<const void*> measured;
+    std::set<const void*> measured, written;
     for (std::size_t i = 0; i < record.count; ++i) {
         const eid_call& call = record.calls[i];
         EXPECT_EQ(call.flags, arguments.flags);
@@ -75,6 +76,7 @@ std::vector<eid_call> recorded_writes(const Arguments& arguments) {
         } else {
             EXPECT_EQ(call.function, EID_WRITE);
             EXPECT_TRUE(measured.contains(call.message)) << "written without being measured";
+            EXPECT_TRUE(written.insert(call.message).second) << "written again";
             writes.push_back(call);
         }
     }
@@ -126,6 +128,7 @@ std::vector<Arguments> with_every_list(bool has_buffer, std::uint64_t room, std:
 // What a message needs in all, by the second implementation.
 struct Need {
     std::uint64_t length;
+    std::uint64_t length_by_reference;
     std::uint32_t segments;
 };
 
@@ -134,8 +137,9 @@ Need need_of(const TypeInfo& type, const void* message) {
     eid_recorder()->count = 0;
     const auto& table_type = interpreter::find_type(type.name);
     const std::uint64_t length = interpreter::encode(table_type, message, nullptr, 0, nullptr, nullptr, 0);
-    interpreter::encode(table_type, message, nullptr, 0, nullptr, &segments, VESK_BYTES_BY_REFERENCE);
-    return {length, segments};
+    const std::uint64_t length_by_reference =
+        interpreter::encode(table_type, message, nullptr, 0, nullptr, &segments, VESK_BYTES_BY_REFERENCE);
+    return {length, length_by_reference, segments};
 }
 
 void expect_same_calls_with_room(const TypeInfo& type, const void* message) {
@@ -307,6 +311,12 @@ TEST(every_call, of_an_encoding_without_buffer_and_count_measures) {
             EXPECT_GT(eid_recorder()->count, 0u) << type.name;
             EXPECT_TRUE(recorded_writes(measuring).empty()) << type.name;
         }
+    });
+}
+
+TEST(every_call, of_an_encoding_without_buffer_but_with_a_count_is_that_of_the_rules) {
+    Samples().each([](const TypeInfo& type, const void* message) {
+        expect_same_calls(type, message, with_every_list(false, 0, need_of(type, message).segments));
     });
 }
 
