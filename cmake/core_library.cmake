@@ -33,7 +33,7 @@ endfunction()
 # The rules of the four operations, for libraries to be made of: exported by none.
 function(vesk_add_runtime target)
     add_library(${target} OBJECT
-        runtime/wire.cpp runtime/encode.cpp runtime/decode.cpp runtime/duplicate.cpp runtime/release.cpp)
+        runtime/wire.cpp runtime/draft.cpp runtime/encode.cpp runtime/decode.cpp runtime/duplicate.cpp runtime/release.cpp)
     vesk_set_core_options(${target})
     target_link_libraries(${target} PUBLIC vesk_headers)
 endfunction()

@@ -18,7 +18,7 @@ bool count_run(std::uint32_t* count, std::uint32_t number, const std::uint8_t* a
         if (at == end) break;
         at = read_varint32(at, end, &tag);
         if (at == nullptr) return false;
-    } while (number_of_tag(tag) == number);
+    } while (field_number_of_tag(tag) == number);
     *count = elements;
     return true;
 }
@@ -106,7 +106,7 @@ Step decode_list(const void* array, void* array_member, std::uint32_t* count, st
 }
 
 Step skip_unknown(std::uint32_t tag, std::uint64_t known_numbers, const std::uint8_t* at, const std::uint8_t* end) {
-    if (is_number_in(number_of_tag(tag), known_numbers)) return {nullptr, VESK_WRONG_WIRE_TYPE};
+    if (is_number_in(field_number_of_tag(tag), known_numbers)) return {nullptr, VESK_WRONG_WIRE_TYPE};
     return skip_field(wire_type_of_tag(tag), at, end);
 }
 

@@ -62,6 +62,13 @@ consteval NestedDecoder make_decoder() {
 template <class Message>
 inline constexpr NestedDecoder decoder_of = make_decoder<Message>();
 
+inline Varint read_word_varint(const std::uint8_t* at, const std::uint8_t* end, Input input, std::uint32_t) {
+    return read_word_varint32(at, end, input);
+}
+inline Varint read_word_varint(const std::uint8_t* at, const std::uint8_t* end, Input input, std::uint64_t) {
+    return read_word_varint64(at, end, input);
+}
+
 template <class Message, std::size_t Index>
 [[gnu::always_inline]] inline Step decode_field(Message& message, bool again, const std::uint8_t* at,
                                                 const std::uint8_t* end, const Source& source) {
@@ -70,8 +77,8 @@ template <class Message, std::size_t Index>
     if constexpr (kind == Kind::message) {
         using Nested = NestedOf<Message, Index>;
         // What a later occurrence of an imported message does to the earlier one is for its own decoder to say.
-        if constexpr (is_imported<Nested>) again = false;
-        return decode_nested(&(message.*field.member), decoder_of<Nested>, again, at, end, source);
+        const bool clear = again && !is_imported<Nested>;
+        return decode_nested(&(message.*field.member), decoder_of<Nested>, clear, at, end, source);
     } else if constexpr (kind == Kind::list) {
         return decode_list(message.*field.array, &(message.*field.array), &(message.*field.count),
                            number_of<Message, Index>, decoder_of<NestedOf<Message, Index>>, at, end, source);
@@ -80,21 +87,18 @@ template <class Message, std::size_t Index>
     } else if constexpr (kind == Kind::bytes) {
         return decode_bytes(&(message.*field.data), &(message.*field.length), at, end, source);
     } else {
-        Number number;
-        if constexpr (kind == Kind::uint64) {
-            number = read_number64(at, end, source.input);
+        using Scalar = ScalarOf<Message, Index>;
+        typename Scalar::Wire value;
+        if (at < end && *at < 0x80) {
+            value = *at++;
         } else {
-            number = read_number32(at, end, source.input);
+            const Varint varint = read_word_varint(at, end, source.input, typename Scalar::Wire{});
+            if (varint.at == nullptr) return {nullptr, VESK_MALFORMED};
+            at = varint.at;
+            value = static_cast<typename Scalar::Wire>(varint.value);
         }
-        if (number.at == nullptr) return {nullptr, VESK_MALFORMED};
-        if constexpr (kind == Kind::uint64) {
-            message.*field.member = number.value;
-        } else if constexpr (kind == Kind::uint32) {
-            message.*field.member = static_cast<std::uint32_t>(number.value);
-        } else {
-            message.*field.member = number.value != 0;
-        }
-        return {number.at, VESK_OK};
+        message.*field.member = Scalar::from_wire(value);
+        return {at, VESK_OK};
     }
 }
 
@@ -115,7 +119,7 @@ template <bool long_tags>
     if (at == end) return {nullptr, presence, {}, VESK_OK};
     if (*at < 0x80) return {at + 1, presence, *at, VESK_OK};
     if constexpr (!long_tags) return {at, presence, {}, unread};
-    const Number tag = read_long_tag(at, end);
+    const Varint tag = read_long_tag(at, end);
     return {tag.at, presence, static_cast<std::uint32_t>(tag.value), tag.at != nullptr ? VESK_OK : VESK_MALFORMED};
 }
 
@@ -172,7 +176,7 @@ template <class Message>
         if (so_far.at == nullptr) break;
         if (so_far.code == unread) continue;
         // The tag of an earlier field is answered in another turn; what is left is none of this message's tags.
-        const std::uint32_t number = number_of_tag(so_far.tag);
+        const std::uint32_t number = field_number_of_tag(so_far.tag);
         if (wire_type_of_tag(so_far.tag) == varint_type && is_number_in(number, varint_numbers)) continue;
         if (wire_type_of_tag(so_far.tag) == length_type && is_number_in(number, length_numbers)) continue;
         const Step step = skip_unknown(so_far.tag, varint_numbers | length_numbers, so_far.at, end);

@@ -56,7 +56,7 @@ bool duplicate_list(void* destination_member, std::uint32_t* destination_count, 
 // Copies a structure but for the nested messages that are not plain: their own functions copy those. A structure may be
 // copied onto itself: compilers make memcpy of an assignment, and so hold it to be good for that.
 template <std::size_t Index, class Message>
-[[gnu::always_inline]] inline void copy_structure(Message& destination, const Message& source, std::size_t done) {
+VESK_INLINE void copy_structure(Message& destination, const Message& source, std::size_t done) {
     char* const to = reinterpret_cast<char*>(&destination);
     const char* const from = reinterpret_cast<const char*>(&source);
     if constexpr (Index == field_count<Message>) {
@@ -77,7 +77,7 @@ template <std::size_t Index, class Message>
 // Runs `copy`, which overwrites the destination; the spare bits of its presence bytes, and of those of the plain
 // messages in it, stay as they were.
 template <std::size_t Index, class Message, class Copy>
-[[gnu::always_inline]] inline void keep_spare_bits(Message& destination, const Copy& copy) {
+VESK_INLINE void keep_spare_bits(Message& destination, const Copy& copy) {
     if constexpr (Index < field_count<Message>) {
         if constexpr (kind_of<Message, Index> == Kind::message) {
             if constexpr (is_plain<NestedOf<Message, Index>>()) {
@@ -102,8 +102,8 @@ template <std::size_t Index, class Message, class Copy>
 // Replaces what field Index shares with the source by a copy of its own; its presence bit is cleared if that could not
 // be had. Returns `code`, the code recorded so far, joined with the field's own.
 template <class Message, std::size_t Index>
-[[gnu::always_inline]] inline std::int32_t duplicate_field(Message& destination, const Message& source,
-                                                           const Allocator& allocator, std::int32_t code) {
+VESK_INLINE std::int32_t duplicate_field(Message& destination, const Message& source, const Allocator& allocator,
+                                         std::int32_t code) {
     constexpr auto field = field_of<Message, Index>;
     constexpr Kind kind = kind_of<Message, Index>;
     bool copied = true;
@@ -135,8 +135,8 @@ template <class Message, std::size_t Index>
 }
 
 template <class Message, std::size_t Index>
-[[gnu::always_inline]] inline std::int32_t duplicate_fields(Message& destination, const Message& source,
-                                                            const Allocator& allocator, std::int32_t code) {
+VESK_INLINE std::int32_t duplicate_fields(Message& destination, const Message& source, const Allocator& allocator,
+                                          std::int32_t code) {
     if constexpr (Index == field_count<Message>) {
         return code;
     } else {

@@ -3,153 +3,172 @@
 namespace vesk {
 namespace {
 
-// True if `length` bytes from `position` on lie inside the buffer. No sum, so nothing wraps.
-bool fits(std::uint64_t length, std::uint64_t position, Buffer buffer) {
-    return length <= buffer.length && position <= buffer.length - length;
-}
-
-// Stores `length` bytes whole or not at all.
-void store_whole(const void* data, std::uint64_t length, std::uint64_t position, Buffer buffer) {
-    if (length != 0 && fits(length, position, buffer)) {
-        std::memcpy(buffer.data + position, data, static_cast<std::size_t>(length));
-    }
-}
+// ---- Segments ------------------------------------------------------------------------------------------------------
 
 // Enters a segment into the list if it has room; counts it either way.
-std::uint32_t add_segment(const void* data, std::uint64_t length, std::uint32_t used, Segments segments) {
-    if (segments.capacity > used) segments.array[used] = {data, length};
-    return used + 1;
+void add_segment(const void* data, std::uint64_t length, Writer& writer) {
+    if (writer.segments_used < writer.capacity) writer.segments[writer.segments_used] = {data, length};
+    ++writer.segments_used;
 }
 
-// The address of a position, computed as an integer: the buffer may be null, and the position may lie behind its end.
+// The address of a position, computed as an integer: the buffer may be null, and the position may lie past its end.
 const void* address_of(std::uint64_t position, Buffer buffer) {
     const std::uintptr_t base = reinterpret_cast<std::uintptr_t>(buffer.data);
     return reinterpret_cast<const void*>(base + static_cast<std::uintptr_t>(position));
 }
 
-// What is left of an output for a nested message: (null, 0) where nothing is.
-Output rest_of(const Output& output, Progress progress) {
-    const auto& [buffer, segments, flags] = output;
-    Output rest{{nullptr, 0}, {nullptr, 0, true}, flags};
-    if (progress.position < buffer.length) {
-        rest.buffer = {buffer.data + progress.position, buffer.length - progress.position};
-    }
-    if (progress.segments_used < segments.capacity) {
-        rest.segments.array = segments.array + progress.segments_used;
-        rest.segments.capacity = segments.capacity - progress.segments_used;
-    }
-    return rest;
-}
-
 // Enters the stretch of the buffer from the run's start to the position into the list.
-void close_run(Progress& progress, const Output& output) {
-    progress.segments_used =
-        add_segment(address_of(progress.run_start, output.buffer), progress.position - progress.run_start,
-                    progress.segments_used, output.segments);
-    progress.run_start = progress.position;
+void close_run(Writer& writer) {
+    add_segment(address_of(writer.run_start, writer.buffer), writer.position - writer.run_start, writer);
+    writer.run_start = writer.position;
 }
 
-// One segment covers the message itself, if it is not empty.
-std::uint32_t count_segments(Written written, const std::uint8_t* begin) {
-    return static_cast<std::uint32_t>(written.segments + (written.at != begin));
-}
+// ---- Drafts --------------------------------------------------------------------------------------------------------
 
-// Encodes the unchecked way. Returns a null position if segments are to be listed or the message does not fit.
-[[gnu::always_inline]] inline Written write_unchecked(const void* message, const Output& output, const Ways& ways) {
-    const auto& [buffer, segments, flags] = output;
-    if (segments.capacity != 0) return does_not_fit;
-    if (segments.counted && (flags & VESK_BYTES_BY_REFERENCE) != 0) return does_not_fit;
-    // A length that no buffer can have is held to the buffer byte by byte.
-    const std::uint64_t behind = ~reinterpret_cast<std::uintptr_t>(buffer.data);
-    if (buffer.length > behind || buffer.length > PTRDIFF_MAX) return does_not_fit;
-    Target target{buffer.data, buffer.data + buffer.length, buffer.data, flags};
-    return ways.write_pieces(message, target);
-}
-
-[[gnu::noinline]] Encoded encode_checked(const void* message, const Output& output, const Ways& ways) {
-    Progress progress{0, 0, 0};
-    ways.encode_fields(message, progress, output);
-    if (progress.run_start < progress.position) close_run(progress, output);
-    return {progress.position, progress.segments_used};
-}
-
-// Writes a nested message that is not left out.
-void encode_measured(std::uint32_t tag, const void* nested, std::uint64_t size, const NestedEncoder& encoder,
-                     Progress& progress, const Output& output) {
-    progress.position = write_varint(tag, progress.position, output.buffer);
-    progress.position = write_length(size, progress.position, output.buffer);
-    const Encoded encoded = encoder.encode(nested, rest_of(output, progress));
-    progress.segments_used += encoded.segments;
-    progress.position += size;
+// A draft knows nothing of segments. Where they are counted, only a message that is one segment may be drafted; where
+// they are listed, none.
+bool may_draft(const TypeEncoder& type, std::uint32_t capacity, bool counted, std::uint32_t flags) {
+    return capacity == 0 && (!counted || (type.flat && (flags & VESK_BYTES_BY_REFERENCE) == 0));
 }
 
 }  // namespace
 
-void encode_numbers(const void* message, std::uint64_t presence, WriteNumbers write, Progress& progress,
-                    const Output& output) {
-    std::uint8_t aside[longest_of_all_numbers];
-    const std::uint8_t* const end = write(message, presence, aside);
-    for (const std::uint8_t* at = aside; at < end; ++at) {
-        progress.position = write_byte(*at, progress.position, output.buffer);
+template <std::size_t DraftClass>
+Drafted encode_draft(const void* message, const TypeEncoder& type, std::uint32_t tag, Buffer buffer,
+                     std::uint32_t flags) {
+    Draftbook<DraftClass> book;
+    Draft draft = type.draft(message, book.open(), flags);
+    std::uint64_t length = book.length_of(draft);
+    const std::uint32_t own_segment = length != 0;
+    if (tag != 0) {
+        draft.at = put_head_before(draft.at, tag, length);
+        length = book.length_of(draft);
+    }
+    if (length >= vast || length > buffer.length) return {vast, 0};
+    return {length, own_segment + assemble(draft, book.inserts, buffer, flags)};
+}
+
+static_assert(draft_classes == 4);
+template Drafted encode_draft<0>(const void*, const TypeEncoder&, std::uint32_t, Buffer, std::uint32_t);
+template Drafted encode_draft<1>(const void*, const TypeEncoder&, std::uint32_t, Buffer, std::uint32_t);
+template Drafted encode_draft<2>(const void*, const TypeEncoder&, std::uint32_t, Buffer, std::uint32_t);
+template Drafted encode_draft<3>(const void*, const TypeEncoder&, std::uint32_t, Buffer, std::uint32_t);
+
+namespace {
+
+// ---- Checked writing -----------------------------------------------------------------------------------------------
+
+// Stores `length` bytes whole or not at all.
+void store_whole(const void* data, std::uint64_t length, const Writer& writer) {
+    if (length != 0 && has_room(length, writer)) {
+        std::memcpy(writer.buffer.data + writer.position, data, static_cast<std::size_t>(length));
     }
 }
 
-void encode_string(std::uint32_t tag, const char* string, Progress& progress, const Output& output) {
+void write_head(std::uint32_t tag, std::uint64_t length, Writer& writer) {
+    writer.position = write_varint(tag, writer.position, writer.buffer);
+    writer.position = write_length(length, writer.position, writer.buffer);
+}
+
+// Puts a small element, whose length takes one byte. Returns false if there may be no room.
+bool put_small_element(std::uint32_t tag, const void* element, const TypeEncoder& type, Writer& writer) {
+    constexpr std::uint64_t longest_head = 3;
+    if (!has_room(longest_head + type.longest, writer)) return false;
+    std::uint8_t* const at = writer.buffer.data + writer.position;
+    std::uint8_t* const body = put_varint(at, tag) + 1;
+    const std::uint8_t* const past = type.put(body, element);
+    body[-1] = static_cast<std::uint8_t>(past - body);
+    writer.segments_used += past != body;
+    writer.position += static_cast<std::uint64_t>(past - at);
+    return true;
+}
+
+// Drafts an element. Returns false if it does not fit.
+bool draft_element(std::uint32_t tag, const void* element, const TypeEncoder& type, Writer& writer) {
+    if (!has_room(1, writer)) return false;
+    const Buffer rest{writer.buffer.data + writer.position, writer.buffer.length - writer.position};
+    const Drafted drafted = type.encode_draft(element, type, tag, rest, writer.flags);
+    if (drafted.length == vast) return false;
+    writer.segments_used += drafted.segments;
+    writer.position += drafted.length;
+    return true;
+}
+
+}  // namespace
+
+void write_scalar(std::uint32_t tag, std::uint64_t value, Writer& writer) {
+    writer.position = write_varint(tag, writer.position, writer.buffer);
+    writer.position = write_varint(value, writer.position, writer.buffer);
+}
+
+void write_string(std::uint32_t tag, const char* string, Writer& writer) {
     const std::uint64_t length = std::strlen(string);
-    progress.position = write_varint(tag, progress.position, output.buffer);
-    progress.position = write_length(length, progress.position, output.buffer);
-    store_whole(string, length, progress.position, output.buffer);
-    progress.position += length;
+    write_head(tag, length, writer);
+    store_whole(string, length, writer);
+    writer.position += length;
 }
 
-void encode_bytes(std::uint32_t tag, const std::uint8_t* data, std::uint64_t length, Progress& progress,
-                  const Output& output) {
-    progress.position = write_varint(tag, progress.position, output.buffer);
-    progress.position = write_length(length, progress.position, output.buffer);
-    const std::uint64_t size = bytes_size(length, progress.position, output.flags);
-    store_whole(data, size, progress.position, output.buffer);
-    progress.position += size;
-    if ((output.flags & VESK_BYTES_BY_REFERENCE) != 0 && length != 0) {
-        close_run(progress, output);
-        progress.segments_used = add_segment(data, length, progress.segments_used, output.segments);
+void write_bytes(std::uint32_t tag, const std::uint8_t* data, std::uint64_t length, Writer& writer) {
+    write_head(tag, length, writer);
+    const std::uint64_t size = measure_bytes(length, writer.position, writer.flags);
+    store_whole(data, size, writer);
+    writer.position += size;
+    if ((writer.flags & VESK_BYTES_BY_REFERENCE) != 0 && length != 0) {
+        close_run(writer);
+        add_segment(data, length, writer);
     }
 }
 
-void encode_nested(std::uint32_t tag, const void* nested, bool present, const NestedEncoder& encoder,
-                   Progress& progress, const Output& output) {
-    const std::uint64_t size = encoder.measure(nested, output.flags);
-    if (size != 0 || present) encode_measured(tag, nested, size, encoder, progress, output);
+void write_nested(std::uint32_t tag, const void* nested, std::uint64_t size, const TypeEncoder& type, Writer& writer) {
+    write_head(tag, size, writer);
+    // What is left for it: (null, 0) where nothing is.
+    const bool room = has_room(1, writer);
+    const bool listed = writer.segments_used < writer.capacity;
+    std::uint8_t* const at = room ? writer.buffer.data + writer.position : nullptr;
+    const std::uint64_t length = room ? writer.buffer.length - writer.position : 0;
+    vesk_segment* const segments = listed ? writer.segments + writer.segments_used : nullptr;
+    std::uint32_t count = listed ? writer.capacity - writer.segments_used : 0;
+    if (type.imported != nullptr) {
+        type.imported(nested, at, length, segments, &count, writer.flags);
+    } else {
+        encode_message(nested, at, length, segments, writer.counted ? &count : nullptr, writer.flags, type);
+    }
+    writer.segments_used += count;
+    // Its measured size counts, whatever the call says: the fields after it cannot be moved.
+    writer.position += size;
 }
 
-void encode_list(std::uint32_t tag, const void* array, std::uint32_t count, const NestedEncoder& encoder,
-                 Progress& progress, const Output& output) {
+void write_list(std::uint32_t tag, const void* array, std::uint32_t count, const TypeEncoder& type, Writer& writer) {
+    const bool drafting = may_draft(type, writer.capacity, writer.counted, writer.flags);
     const char* element = static_cast<const char*>(array);
-    for (std::uint32_t i = 0; i < count; ++i, element += encoder.size) {
-        encode_measured(tag, element, encoder.measure(element, output.flags), encoder, progress, output);
+    for (; count != 0; --count, element += type.size) {
+        if (drafting && type.put != nullptr && put_small_element(tag, element, type, writer)) continue;
+        if (drafting && type.draft != nullptr && draft_element(tag, element, type, writer)) continue;
+        write_nested(tag, element, type.measure(element, writer.flags), type, writer);
     }
 }
 
-Encoded encode(const void* message, const Output& output, const Ways& ways) {
-    const std::uint8_t* const begin = output.buffer.data;
-    const Written written = write_unchecked(message, output, ways);
-    if (written.at == nullptr) return encode_checked(message, output, ways);
-    return {static_cast<std::uint64_t>(written.at - begin), count_segments(written, begin)};
-}
+// ---- Messages ------------------------------------------------------------------------------------------------------
 
-std::uint64_t encode_ext(const void* message, void* buffer, std::uint64_t length, vesk_segment* segments,
-                         std::uint32_t* segment_count, std::uint32_t flags, const Ways& ways) {
-    // Without a count nothing can be listed, as with a list that has no room.
+std::uint64_t encode_message(const void* message, void* buffer, std::uint64_t length, vesk_segment* segments,
+                             std::uint32_t* segment_count, std::uint32_t flags, const TypeEncoder& type) {
+    const Buffer output{static_cast<std::uint8_t*>(buffer), length};
     const bool counted = segment_count != nullptr;
-    const Output output{
-        {static_cast<std::uint8_t*>(buffer), length}, {segments, counted ? *segment_count : 0, counted}, flags};
-    const Written written = write_unchecked(message, output, ways);
-    if (written.at != nullptr) {
-        if (counted) *segment_count = count_segments(written, output.buffer.data);
-        return static_cast<std::uint64_t>(written.at - output.buffer.data);
+    const std::uint32_t capacity = counted ? *segment_count : 0;
+    if (type.draft != nullptr && length != 0 && may_draft(type, capacity, counted, flags)) {
+        const Drafted drafted = type.encode_draft(message, type, 0, output, flags);
+        if (drafted.length != vast) [[likely]] {
+            if (counted) *segment_count = drafted.segments;
+            return drafted.length;
+        }
     }
-    const Encoded encoded = encode_checked(message, output, ways);
-    if (counted) *segment_count = encoded.segments;
-    return encoded.length;
+    Writer writer{output, segments, capacity, counted, flags, 0, 0, 0};
+    type.write(message, writer);
+    if (counted) {
+        if (writer.run_start < writer.position) close_run(writer);
+        *segment_count = writer.segments_used;
+    }
+    return writer.position;
 }
 
 }  // namespace vesk

@@ -1,190 +1,183 @@
 // Encoding: a message into the caller's buffer and segment list. Never fails; what does not fit is counted.
 //
-// There are two ways to one result. A message that fits is written without a check for each byte (pieces.hpp). Where
-// the buffer is short, or segments are listed, every store and every segment is checked; that way stands here. It is
-// rare, and so it is small rather than fast.
+// A message is drafted, and assembled in the buffer if it fits there: no store is checked. One that does not fit, that
+// holds a list, or whose segments are to be listed is written field by field, with every store and every segment
+// checked; the messages in it and the elements of its lists are again drafted or written, each for itself.
 #pragma once
 
-#include "runtime/pieces.hpp"
+#include "runtime/draft.hpp"
 
 namespace vesk {
 
-// The part of the caller's segment list that a message may fill.
-struct Segments {
-    vesk_segment* array;
-    std::uint32_t capacity;
-    bool counted;  // false if the caller asks for no count
-};
-
-// Where a message goes.
-struct Output {
+// Where a message is written, and what it has taken so far of the caller's buffer and segment list.
+struct Writer {
     Buffer buffer;
-    Segments segments;
+    vesk_segment* segments;
+    std::uint32_t capacity;
+    bool counted;  // false if the caller asks for no count; nothing is listed then
     std::uint32_t flags;
-};
 
-// What a message has taken of the buffer and of the segment list so far.
-struct Progress {
     std::uint64_t position;
     std::uint64_t run_start;  // where the stretch of the buffer began that is not yet in the list
     std::uint32_t segments_used;
 };
 
-// What a message took in all.
-struct Encoded {
-    std::uint64_t length;
+struct TypeEncoder;
+
+struct Drafted {
+    std::uint64_t length;  // `vast` if it does not fit
     std::uint32_t segments;
 };
 
-// The two ways of a message type. The messages are of that type.
-struct Ways {
-    Written (*write_pieces)(const void* message, Target& target);
-    void (*encode_fields)(const void* message, Progress& progress, const Output& output);
-};
+// Drafts a message, as an element with its tag and length in front unless the tag is 0, and assembles it if it fits.
+using EncodeDraft = Drafted (*)(const void* message, const TypeEncoder& type, std::uint32_t tag, Buffer buffer,
+                                std::uint32_t flags);
+template <std::size_t DraftClass>
+Drafted encode_draft(const void* message, const TypeEncoder& type, std::uint32_t tag, Buffer buffer,
+                     std::uint32_t flags);
 
-template <class Message>
-void encode_fields(const void* untyped, Progress& progress, const Output& output);
-
-template <class Message>
-inline constexpr Ways ways_of{write_pieces<Message>, encode_fields<Message>};
-
-// Encodes a message that stands by itself or in another one.
-Encoded encode(const void* message, const Output& output, const Ways& ways);
-
-template <class Message>
-Encoded encode_any(const void* message, const Output& output) {
-    if constexpr (is_imported<Message>) {
-        std::uint32_t count = output.segments.capacity;
-        const std::uint64_t length =
-            imported<Message>.encode(static_cast<const Message*>(message), output.buffer.data, output.buffer.length,
-                                     output.segments.array, &count, output.flags);
-        return {length, count};
-    } else {
-        return encode(message, output, ways_of<Message>);
-    }
-}
-
-template <class Message>
-std::uint64_t measure_any(const void* untyped, std::uint32_t flags) {
-    const Message& message = *static_cast<const Message*>(untyped);
-    if constexpr (is_imported<Message>) {
-        return measure_imported(message, flags);
-    } else {
-        Sizes<Message> sizes;
-        return measure(message, sizes, flags).size;
-    }
-}
-
-// What the functions that all types share need to know of a nested type.
-struct NestedEncoder {
+// What the functions that all types share need to know of a message type.
+struct TypeEncoder {
     std::size_t size;  // of the structure
-    std::uint64_t (*measure)(const void* nested, std::uint32_t flags);
-    Encoded (*encode)(const void* nested, const Output& output);
+    std::uint64_t (*measure)(const void* message, std::uint32_t flags);
+    Encode imported = nullptr;  // the exported function of an imported type, which has nothing of what follows
+
+    void (*write)(const void* message, Writer& writer) = nullptr;  // writes every field
+    bool flat = false;                                             // true if no message of the library is in it
+
+    // Drafts the message, and how; null for one that no draft can hold, and for a small one.
+    DraftMessage draft = nullptr;
+    EncodeDraft encode_draft = nullptr;
+
+    // Puts a small message, with a branch for each scalar, and the most bytes that it takes.
+    std::uint8_t* (*put)(std::uint8_t* at, const void* message) = nullptr;
+    std::uint64_t longest = 0;
+};
+
+// Encodes a message with the arguments as its exported function got them, if it is not to measure alone.
+std::uint64_t encode_message(const void* message, void* buffer, std::uint64_t length, vesk_segment* segments,
+                             std::uint32_t* segment_count, std::uint32_t flags, const TypeEncoder& type);
+
+// ---- Checked writing -----------------------------------------------------------------------------------------------
+
+// Each of these writes one field with its tag.
+void write_scalar(std::uint32_t tag, std::uint64_t value, Writer& writer);
+// The characters are stored whole or not at all.
+void write_string(std::uint32_t tag, const char* string, Writer& writer);
+// The data is stored whole or not at all, or listed as a segment.
+void write_bytes(std::uint32_t tag, const std::uint8_t* data, std::uint64_t length, Writer& writer);
+void write_nested(std::uint32_t tag, const void* nested, std::uint64_t size, const TypeEncoder& type, Writer& writer);
+// Every element is written, also an empty one, each with its tag and length.
+void write_list(std::uint32_t tag, const void* array, std::uint32_t count, const TypeEncoder& type, Writer& writer);
+
+inline bool has_room(std::uint64_t length, const Writer& writer) {
+    return writer.position <= writer.buffer.length && length <= writer.buffer.length - writer.position;
+}
+
+template <std::size_t First, std::size_t Last, class Message>
+VESK_INLINE void write_run(const Message& message, std::uint64_t presence, Writer& writer) {
+    if constexpr (First < Last) {
+        if (has_bit<First>(presence)) {
+            write_scalar(tag_of<Message, First>, wire_value<Message, First>(message), writer);
+        }
+        write_run<First + 1, Last>(message, presence, writer);
+    }
+}
+
+template <class Message>
+consteval TypeEncoder make_encoder();
+
+template <class Message>
+inline constexpr TypeEncoder encoder_of = make_encoder<Message>();
+
+struct Writing {
+    static constexpr bool backwards = false;
+
+    template <class Message>
+    VESK_INLINE void run(auto run, const Message& message, std::uint64_t presence) {
+        // What is never drafted is written often, and usually has room.
+        if (!is_draftable<Message> && has_room(longest_run<Message, run.first, run.last>(), writer)) {
+            std::uint8_t* const at = writer.buffer.data + writer.position;
+            const std::uint8_t* const past = put_run<run.first, run.last>(at, message, presence);
+            writer.position += static_cast<std::uint64_t>(past - at);
+        } else {
+            write_run<run.first, run.last>(message, presence, writer);
+        }
+    }
+    VESK_INLINE void string(auto field, const char* characters) { write_string(field.tag, characters, writer); }
+    VESK_INLINE void bytes(auto field, const std::uint8_t* data, std::uint64_t length) {
+        write_bytes(field.tag, data, length, writer);
+    }
+    VESK_INLINE std::uint64_t size_of(const auto& nested) { return measure_nested(nested, writer.flags); }
+    template <class Nested>
+    VESK_INLINE void nested(auto field, const Nested& nested, std::uint64_t size) {
+        write_nested(field.tag, &nested, size, encoder_of<Nested>, writer);
+    }
+    template <class Element>
+    VESK_INLINE void list(auto field, const Element* array, std::uint32_t count) {
+        write_list(field.tag, array, count, encoder_of<Element>, writer);
+    }
+
+    Writer& writer;
 };
 
 template <class Message>
-inline constexpr NestedEncoder encoder_of{sizeof(Message), measure_any<Message>, encode_any<Message>};
-
-// ---- The checked way -----------------------------------------------------------------------------------------------
-
-// Each of these writes one field with its tag, or a run of numbers with theirs.
-void encode_numbers(const void* message, std::uint64_t presence, WriteNumbers write, Progress& progress,
-                    const Output& output);
-// The characters are stored whole or not at all.
-void encode_string(std::uint32_t tag, const char* string, Progress& progress, const Output& output);
-// The data is stored whole or not at all, or listed as a segment.
-void encode_bytes(std::uint32_t tag, const std::uint8_t* data, std::uint64_t length, Progress& progress,
-                  const Output& output);
-// A nested message is written if it has content or is present. The position advances by its measured size whatever the
-// writing call says: an imported type that measures one length and writes another cannot move the fields behind it.
-void encode_nested(std::uint32_t tag, const void* nested, bool present, const NestedEncoder& encoder,
-                   Progress& progress, const Output& output);
-// Every element is written, also an empty one, each with its tag and length.
-void encode_list(std::uint32_t tag, const void* array, std::uint32_t count, const NestedEncoder& encoder,
-                 Progress& progress, const Output& output);
-
-template <class Message, std::size_t Index>
-[[gnu::always_inline]] inline void encode_field(const Message& message, bool present, Progress& progress,
-                                                const Output& output) {
-    constexpr auto field = field_of<Message, Index>;
-    constexpr Kind kind = kind_of<Message, Index>;
-    constexpr std::uint32_t tag = tag_of<Message, Index>;
-    if constexpr (kind == Kind::message) {
-        // A nested message with content is written even if its bit is clear.
-        // See encode_nested.content_with_clear_bit_is_written.
-        encode_nested(tag, &(message.*field.member), present, encoder_of<NestedOf<Message, Index>>, progress, output);
-    } else if constexpr (kind == Kind::list) {
-        if (!present) return;
-        encode_list(tag, message.*field.array, message.*field.count, encoder_of<NestedOf<Message, Index>>, progress,
-                    output);
-    } else if constexpr (kind == Kind::string) {
-        if (!present || message.*field.member == nullptr) return;
-        encode_string(tag, message.*field.member, progress, output);
-    } else {
-        static_assert(kind == Kind::bytes);
-        if (present) encode_bytes(tag, message.*field.data, message.*field.length, progress, output);
-    }
+void write_fields(const void* message, Writer& writer) {
+    walk(*static_cast<const Message*>(message), Writing{writer});
 }
 
-template <class Message, std::size_t Index>
-[[gnu::always_inline]] inline void encode_from(const Message& message, std::uint64_t presence, Progress& progress,
-                                               const Output& output) {
-    if constexpr (Index == field_count<Message>) {
-        return;
-    } else if constexpr (is_number<Message, Index>) {
-        constexpr std::size_t end = end_of_numbers<Message, Index>();
-        encode_numbers(&message, presence, write_numbers<Message, Index, end>, progress, output);
-        encode_from<Message, end>(message, presence, progress, output);
-    } else {
-        encode_field<Message, Index>(message, has_bit<Index>(presence), progress, output);
-        encode_from<Message, Index + 1>(message, presence, progress, output);
-    }
-}
-
-// Writes all fields of a Message.
+// The same for what is usually drafted.
 template <class Message>
-[[gnu::cold]] void encode_fields(const void* untyped, Progress& progress, const Output& output) {
+[[gnu::cold]] void write_seldom(const void* message, Writer& writer) {
+    walk(*static_cast<const Message*>(message), Writing{writer});
+}
+
+// ---- Message types -------------------------------------------------------------------------------------------------
+
+template <class Message>
+std::uint8_t* put_small(std::uint8_t* at, const void* untyped) {
     const Message& message = *static_cast<const Message*>(untyped);
-    encode_from<Message, 0>(message, load_presence(message), progress, output);
+    return put_run<0, field_count<Message>>(at, message, load_presence(message));
 }
 
-// ---- Both ways -----------------------------------------------------------------------------------------------------
-
-// True if a few numbers are the whole message.
 template <class Message>
-consteval bool is_few_numbers() {
-    constexpr std::uint64_t longest = longest_numbers<Message, 0, field_count<Message>>();
-    return longest != 0 && longest <= 64;
-}
-
-// What an exported function does, with the arguments as it got them, if it is not to measure alone.
-std::uint64_t encode_ext(const void* message, void* buffer, std::uint64_t length, vesk_segment* segments,
-                         std::uint32_t* segment_count, std::uint32_t flags, const Ways& ways);
-
-template <class Message>
-inline std::uint64_t measure_or_encode(const Message* message, void* buffer, std::uint64_t length,
-                                       vesk_segment* segments, std::uint32_t* segment_count, std::uint32_t flags) {
-    if (buffer == nullptr && segment_count == nullptr) {
-        if constexpr (is_small<Message>()) {
-            return measure_small(*message);
+consteval TypeEncoder make_encoder() {
+    TypeEncoder type{.size = sizeof(Message), .measure = measure<Message>};
+    if constexpr (is_imported<Message>) {
+        type.imported = encode_imported<Message>;
+    } else if constexpr (is_draftable<Message>) {
+        type.write = write_seldom<Message>;
+        type.flat = draft_size<Message>().flat;
+        if constexpr (is_small<Message>) {
+            type.put = put_small<Message>;
+            type.longest = longest_run<Message, 0, field_count<Message>>();
         } else {
-            return measure_any<Message>(message, flags);
+            type.draft = draft<Message>;
+            type.encode_draft = encode_draft<draft_class(draft_size<Message>())>;
         }
+    } else {
+        type.write = write_fields<Message>;
     }
-    if constexpr (is_few_numbers<Message>()) {
+    return type;
+}
+
+// What an exported function does.
+template <class Message>
+VESK_INLINE std::uint64_t encode_ext(const Message* message, void* buffer, std::uint64_t length, vesk_segment* segments,
+                                     std::uint32_t* segment_count, std::uint32_t flags) {
+    if (buffer == nullptr && segment_count == nullptr) return measure_nested(*message, flags);
+    if constexpr (is_small<Message>) {
         // The usual call of such a message takes less time than the way to the functions that all types share.
-        constexpr std::size_t last = field_count<Message>;
-        const bool listed = segment_count != nullptr && *segment_count != 0;
-        const bool fits = length >= longest_numbers<Message, 0, last>() || length >= measure_small(*message);
-        if (buffer != nullptr && fits && !listed) [[likely]] {
-            std::uint8_t* const begin = static_cast<std::uint8_t*>(buffer);
-            const std::uint8_t* const end =
-                write_few_numbers<Message, 0, last>(*message, load_presence(*message), begin);
-            if (segment_count != nullptr) *segment_count = end != begin;
-            return static_cast<std::uint64_t>(end - begin);
+        constexpr std::size_t count = field_count<Message>;
+        const bool fits = length >= longest_run<Message, 0, count>() || length >= measure_nested(*message, flags);
+        if (buffer != nullptr && fits && (segment_count == nullptr || *segment_count == 0)) [[likely]] {
+            std::uint8_t* const at = static_cast<std::uint8_t*>(buffer);
+            const std::uint8_t* const past = put_run<0, count>(at, *message, load_presence(*message));
+            if (segment_count != nullptr) *segment_count = past != at;
+            return static_cast<std::uint64_t>(past - at);
         }
     }
-    return encode_ext(message, buffer, length, segments, segment_count, flags, ways_of<Message>);
+    return encode_message(message, buffer, length, segments, segment_count, flags, encoder_of<Message>);
 }
 
 }  // namespace vesk

@@ -7,14 +7,13 @@
 #include "runtime/decode.hpp"
 #include "runtime/duplicate.hpp"
 #include "runtime/encode.hpp"
-#include "runtime/measure.hpp"
 #include "runtime/release.hpp"
 
 #define VESK_EXPORT(Message)                                                                                         \
     static_assert(vesk::check_schema<Message>());                                                                    \
     std::uint64_t Message##_encode_ext(const Message* message, void* buffer, std::uint64_t length,                   \
                                        vesk_segment* segments, std::uint32_t* segment_count, std::uint32_t flags) {  \
-        return vesk::measure_or_encode(message, buffer, length, segments, segment_count, flags);                     \
+        return vesk::encode_ext(message, buffer, length, segments, segment_count, flags);                            \
     }                                                                                                                \
     std::int32_t Message##_decode_ext(Message* message, const void* buffer, std::uint64_t length, vesk_alloc alloc,  \
                                       void* context, std::uint32_t flags) {                                          \

@@ -43,7 +43,7 @@ void release_list(void* array, void* array_member, std::uint32_t* count, const N
                   const Releaser& releaser);
 
 template <class Message, std::size_t Index>
-[[gnu::always_inline]] inline void release_field(Message& message, const Releaser& releaser) {
+VESK_INLINE void release_field(Message& message, const Releaser& releaser) {
     constexpr auto field = field_of<Message, Index>;
     constexpr Kind kind = kind_of<Message, Index>;
     if constexpr (kind == Kind::message) {
@@ -61,7 +61,7 @@ template <class Message, std::size_t Index>
 }
 
 template <class Message, std::size_t Index>
-[[gnu::always_inline]] inline void release_fields(Message& message, const Releaser& releaser) {
+VESK_INLINE void release_fields(Message& message, const Releaser& releaser) {
     if constexpr (Index < field_count<Message>) {
         release_field<Message, Index>(message, releaser);
         release_fields<Message, Index + 1>(message, releaser);

@@ -14,11 +14,9 @@
 #include <type_traits>
 #include <utility>
 
-#include "runtime/wire.hpp"
+#include "runtime/kinds.hpp"
 
 namespace vesk {
-
-enum class Kind { uint32, uint64, boolean, string, bytes, message, list };
 
 // ---- The words -----------------------------------------------------------------------------------------------------
 
@@ -116,19 +114,7 @@ inline constexpr auto field_of = get_slot<Index>(schema<Message>);
 
 template <class Message, std::uint32_t Number, class Member>
 consteval Kind kind_of_field(const Field<Number, Message, Member>&) {
-    return Kind::message;
-}
-template <class Message, std::uint32_t Number>
-consteval Kind kind_of_field(const Field<Number, Message, std::uint32_t>&) {
-    return Kind::uint32;
-}
-template <class Message, std::uint32_t Number>
-consteval Kind kind_of_field(const Field<Number, Message, std::uint64_t>&) {
-    return Kind::uint64;
-}
-template <class Message, std::uint32_t Number>
-consteval Kind kind_of_field(const Field<Number, Message, std::uint8_t>&) {
-    return Kind::boolean;
+    return ScalarOfMember<Member>::kind;
 }
 template <class Message, std::uint32_t Number>
 consteval Kind kind_of_field(const Field<Number, Message, char*>&) {
@@ -149,74 +135,89 @@ inline constexpr Kind kind_of = kind_of_field<Message>(field_of<Message, Index>)
 template <class Message, std::size_t Index>
 inline constexpr std::uint32_t number_of = decltype(field_of<Message, Index>)::number;
 
-consteval WireType wire_type_of_kind(Kind kind) {
-    return kind == Kind::uint32 || kind == Kind::uint64 || kind == Kind::boolean ? varint_type : length_type;
-}
-
-template <class Message, std::size_t Index>
-inline constexpr std::uint32_t tag_of = make_tag(number_of<Message, Index>, wire_type_of_kind(kind_of<Message, Index>));
-
-template <class Message, std::uint32_t Number, class Nested>
-Nested nested_of_field(const Field<Number, Message, Nested>&);
+template <class Message, std::uint32_t Number, class Member>
+Member member_of_field(const Field<Number, Message, Member>&);
+template <class Message, std::uint32_t Number>
+void member_of_field(const BytesField<Number, Message>&);
 template <class Message, std::uint32_t Number, class Element>
-Element nested_of_field(const ListField<Number, Message, Element>&);
+Element member_of_field(const ListField<Number, Message, Element>&);
 
 // The message type of a nested field, or of a list's elements.
 template <class Message, std::size_t Index>
-using NestedOf = decltype(nested_of_field<Message>(field_of<Message, Index>));
+using NestedOf = decltype(member_of_field<Message>(field_of<Message, Index>));
+
+// The structure of a scalar field's kind; one that says so for a field of another kind.
+template <class Message, std::size_t Index>
+using ScalarOf = ScalarOfMember<decltype(member_of_field<Message>(field_of<Message, Index>))>;
 
 template <class Message, std::size_t Index>
-inline constexpr bool is_number = wire_type_of_kind(kind_of<Message, Index>) == varint_type;
+inline constexpr bool is_scalar = ScalarOf<Message, Index>::longest != 0;
 
-// One past the last of the fields that are no lists and stand one behind the other from Index on.
 template <class Message, std::size_t Index>
-consteval std::size_t end_of_plain_fields() {
-    if constexpr (Index < field_count<Message>) {
-        if constexpr (kind_of<Message, Index> != Kind::list) return end_of_plain_fields<Message, Index + 1>();
-    }
-    return Index;
+inline constexpr std::uint32_t tag_of = make_tag(number_of<Message, Index>, ScalarOf<Message, Index>::wire_type);
+
+// The value that a scalar field has on the wire.
+template <class Message, std::size_t Index>
+VESK_INLINE auto wire_value(const Message& message) {
+    return ScalarOf<Message, Index>::to_wire(message.*field_of<Message, Index>.member);
 }
 
-// One past the last of the numbers and flags that stand one behind the other from Index on.
-template <class Message, std::size_t Index>
-consteval std::size_t end_of_numbers() {
-    if constexpr (Index < field_count<Message>) {
-        if constexpr (is_number<Message, Index>) return end_of_numbers<Message, Index + 1>();
-    }
-    return Index;
+// ---- Ranges of fields ----------------------------------------------------------------------------------------------
+
+struct FieldFacts {
+    Kind kind;
+    std::uint32_t tag;
+    std::uint64_t longest;  // bytes that a scalar takes on the wire, with its tag; 0 for every other kind
+};
+
+template <std::size_t Count>
+struct FactsTable {
+    FieldFacts of_field[Count];
+};
+
+template <class Message, std::size_t... Indices>
+consteval FactsTable<sizeof...(Indices)> make_facts(std::index_sequence<Indices...>) {
+    return {
+        {{kind_of<Message, Indices>, tag_of<Message, Indices>,
+          is_scalar<Message, Indices> ? measure_varint(tag_of<Message, Indices>) + ScalarOf<Message, Indices>::longest
+                                      : 0}...}};
+}
+
+template <class Message>
+inline constexpr auto facts_of = make_facts<Message>(std::make_index_sequence<field_count<Message>>{});
+
+// A run: scalars one after another. One past the last of the run that begins with `first`, or `first` itself.
+template <class Message>
+consteval std::size_t end_of_run(std::size_t first) {
+    while (first < field_count<Message> && facts_of<Message>.of_field[first].longest != 0) ++first;
+    return first;
 }
 
 // The presence bits of the fields First to Last - 1.
 template <std::size_t First, std::size_t Last>
 inline constexpr std::uint64_t presence_bits = ((std::uint64_t{1} << (Last - First)) - 1) << First;
 
-// The most bytes that the fields First to Last - 1 can take on the wire: 0 if that is not bounded, since one of them is
-// no number or flag.
+// The most bytes that the scalars among the fields First to Last - 1 take on the wire.
 template <class Message, std::size_t First, std::size_t Last>
-consteval std::uint64_t longest_numbers() {
-    if constexpr (First == Last) {
-        return 0;
-    } else if constexpr (!is_number<Message, First>) {
-        return 0;
-    } else {
-        constexpr Kind kind = kind_of<Message, First>;
-        constexpr std::uint64_t longest_value = kind == Kind::uint64 ? 10 : kind == Kind::uint32 ? 5 : 2;
-        constexpr std::uint64_t rest = longest_numbers<Message, First + 1, Last>();
-        if constexpr (First + 1 < Last && rest == 0) return 0;
-        return varint_size(tag_of<Message, First>) + longest_value + rest;
-    }
+consteval std::uint64_t longest_run() {
+    std::uint64_t longest = 0;
+    for (std::size_t index = First; index < Last; ++index) longest += facts_of<Message>.of_field[index].longest;
+    return longest;
 }
 
-// True for a message of numbers and flags alone whose length on the wire always takes one byte.
 template <class Message>
-consteval bool is_small() {
+consteval bool is_small_message() {
     if constexpr (is_imported<Message>) {
         return false;
     } else {
-        constexpr std::uint64_t longest = longest_numbers<Message, 0, field_count<Message>>();
-        return longest != 0 && longest < 0x80;
+        constexpr std::size_t count = field_count<Message>;
+        return end_of_run<Message>(0) == count && longest_run<Message, 0, count>() < 0x80;
     }
 }
+
+// A small message has scalars alone, and its length always takes one byte.
+template <class Message>
+inline constexpr bool is_small = is_small_message<Message>();
 
 // True for a message that owns nothing, nor does anything in it, and that has nothing imported in it: a copy of the
 // structure is a copy of the message.
@@ -226,26 +227,12 @@ consteval bool is_plain() {
         return false;
     } else if constexpr (Index == field_count<Message>) {
         return true;
-    } else if constexpr (is_number<Message, Index>) {
+    } else if constexpr (is_scalar<Message, Index>) {
         return is_plain<Message, Index + 1>();
     } else if constexpr (kind_of<Message, Index> == Kind::message) {
         return is_plain<NestedOf<Message, Index>>() && is_plain<Message, Index + 1>();
     } else {
         return false;
-    }
-}
-
-// True if a field of the message from Index on is imported or has something imported in it.
-template <class Message, std::size_t Index = 0>
-consteval bool has_imported() {
-    if constexpr (is_imported<Message>) {
-        return true;
-    } else if constexpr (Index == field_count<Message>) {
-        return false;
-    } else if constexpr (kind_of<Message, Index> == Kind::message || kind_of<Message, Index> == Kind::list) {
-        return has_imported<NestedOf<Message, Index>>() || has_imported<Message, Index + 1>();
-    } else {
-        return has_imported<Message, Index + 1>();
     }
 }
 
@@ -283,12 +270,6 @@ inline void store_presence(Message& message, std::uint64_t presence) {
     for (std::size_t i = 0; i < sizeof message.present; ++i) {
         message.present[i] = static_cast<std::uint8_t>(presence >> 8 * i);
     }
-}
-
-// True if no field of a message of numbers and flags is present.
-template <class Message>
-inline bool is_empty(const Message& message) {
-    return (load_presence(message) & presence_bits<0, field_count<Message>>) == 0;
 }
 
 template <std::size_t Index>

@@ -90,14 +90,14 @@ inline std::uint64_t split_groups(std::uint64_t value) {
 
 }  // namespace
 
-Number read_long_tag(const std::uint8_t* at, const std::uint8_t* end) {
+Varint read_long_tag(const std::uint8_t* at, const std::uint8_t* end) {
     if (end - at >= 2 && at[1] < 0x80) return {at + 2, (at[0] & 0x7Fu) | std::uint32_t{at[1]} << 7};
     std::uint32_t tag = 0;
     at = read_long_varint32(at, end, &tag);
     return {at, tag};
 }
 
-Number read_number32(const std::uint8_t* at, const std::uint8_t* end, Input input) {
+Varint read_word_varint32(const std::uint8_t* at, const std::uint8_t* end, Input input) {
     if (at < end && input.last_word != nullptr) [[likely]] {
         const std::uint64_t word = load_word(at, input);
         const std::uint64_t last_marks = ~word & 0x8080808080;
@@ -112,7 +112,7 @@ Number read_number32(const std::uint8_t* at, const std::uint8_t* end, Input inpu
     return {at, value};
 }
 
-Number read_number64(const std::uint8_t* at, const std::uint8_t* end, Input input) {
+Varint read_word_varint64(const std::uint8_t* at, const std::uint8_t* end, Input input) {
     if (at < end && input.last_word != nullptr) [[likely]] {
         const std::uint64_t word = load_word(at, input);
         const std::uint64_t last_marks = ~word & 0x8080808080808080;
@@ -127,15 +127,22 @@ Number read_number64(const std::uint8_t* at, const std::uint8_t* end, Input inpu
     return {at, value};
 }
 
-// Eight bytes as a word, then the two that only the largest values have.
-std::uint8_t* put_varint64(std::uint8_t* at, std::uint64_t value) {
+std::uint8_t* put_varint_before(std::uint8_t* at, std::uint64_t value) {
     constexpr std::uint64_t marks = 0x8080808080808080;
-    const std::uint64_t size = varint_size(value);
-    const std::uint64_t unmarked = 8 * (size < 9 ? 9 - size : 0);
-    store_word(at, split_groups(value) | (unmarked < 64 ? marks >> unmarked : 0));
-    at[8] = static_cast<std::uint8_t>((value >> 56 & 0x7F) | value >> 63 << 7);
-    at[9] = static_cast<std::uint8_t>(value >> 63);
-    return at + size;
+    const std::uint64_t bytes = split_groups(value);
+    if (value < std::uint64_t{1} << 56) {
+        const unsigned unused = static_cast<unsigned>(__builtin_clzll(bytes | 1)) & 56;  // bits of the word
+        store_word(at - 8, bytes << unused | marks >> 8);
+        return at - 8 + unused / 8;
+    }
+    if (value >> 63 != 0) *--at = 1;
+    *--at = static_cast<std::uint8_t>((value >> 56 & 0x7F) | value >> 63 << 7);
+    store_word(at - 8, bytes | marks);
+    return at - 8;
+}
+
+std::uint8_t* put_long_length_before(std::uint8_t* at, std::uint64_t length) {
+    return put_varint_before(at, static_cast<std::uint32_t>(length));
 }
 
 Step skip_field(std::uint32_t wire_type, const std::uint8_t* at, const std::uint8_t* end) {

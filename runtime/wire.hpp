@@ -1,19 +1,33 @@
 // The wire format's smallest pieces: varints and tags, read, measured and written, and the skip of an unknown field.
 // https://protobuf.dev/programming-guides/encoding/ describes the format; the comments here say where this library
 // is stricter or more lenient.
+//
+// Verbs: `read_` never trusts what it reads; `put_` stores where room is known; `write_` stores what lies inside the
+// buffer and counts all of it.
 #pragma once
 
 #include <vesk/vesk_runtime.h>
 
+#include <cstddef>
 #include <cstdint>
+
+// What is small enough, or known well enough while compiling, to be part of every function that uses it.
+#define VESK_INLINE [[gnu::always_inline]] inline
 
 namespace vesk {
 
+// One value or the other, without a branch: the compiler sees no work that it could jump over.
+template <class Value>
+VESK_INLINE Value choose(bool condition, Value one, Value other) {
+    asm("" : "+r"(one));
+    return condition ? one : other;
+}
+
 enum WireType : std::uint32_t { varint_type = 0, fixed64_type = 1, length_type = 2, fixed32_type = 5 };
 
-consteval std::uint32_t make_tag(std::uint32_t number, WireType type) { return number << 3 | type; }
+consteval std::uint32_t make_tag(std::uint32_t field_number, WireType type) { return field_number << 3 | type; }
 constexpr std::uint32_t wire_type_of_tag(std::uint32_t tag) { return tag & 7; }
-constexpr std::uint32_t number_of_tag(std::uint32_t tag) { return tag >> 3; }
+constexpr std::uint32_t field_number_of_tag(std::uint32_t tag) { return tag >> 3; }
 
 // ---- Reading -------------------------------------------------------------------------------------------------------
 
@@ -23,7 +37,7 @@ struct Step {
     std::int32_t code;
 };
 
-// Read a varint of any length, of which the low 32 or 64 bits count. The position behind it, or null if it runs past
+// Read a varint of any length, of which the low 32 or 64 bits count. The position after it, or null if it runs past
 // `end`; `*value` is written only on success.
 const std::uint8_t* read_long_varint32(const std::uint8_t* at, const std::uint8_t* end, std::uint32_t* value);
 const std::uint8_t* read_long_varint64(const std::uint8_t* at, const std::uint8_t* end, std::uint64_t* value);
@@ -45,7 +59,7 @@ inline const std::uint8_t* read_length(const std::uint8_t* at, const std::uint8_
 }
 
 // The input as a whole, of which a message's range is a part. Varints are read in words of 8 bytes: such a word may
-// reach beyond the range, but not beyond the input.
+// reach past the range, but not past the input.
 struct Input {
     const std::uint8_t* last_word;  // where the last word begins; null if the input is shorter than that
 };
@@ -54,18 +68,18 @@ inline Input input_between(const std::uint8_t* at, const std::uint8_t* end) {
     return {end - at >= 8 ? end - 8 : nullptr};
 }
 
-// A number and the position behind it, which is null if the number runs past `end`.
-struct Number {
+// A varint's value and the position after it, which is null if the varint runs past `end`.
+struct Varint {
     const std::uint8_t* at;
     std::uint64_t value;
 };
 
 // Reads a tag of two bytes or more.
-Number read_long_tag(const std::uint8_t* at, const std::uint8_t* end);
+Varint read_long_tag(const std::uint8_t* at, const std::uint8_t* end);
 
 // The same as read_long_varint32 and read_long_varint64 without a branch for every length.
-Number read_number32(const std::uint8_t* at, const std::uint8_t* end, Input input);
-Number read_number64(const std::uint8_t* at, const std::uint8_t* end, Input input);
+Varint read_word_varint32(const std::uint8_t* at, const std::uint8_t* end, Input input);
+Varint read_word_varint64(const std::uint8_t* at, const std::uint8_t* end, Input input);
 
 // Steps over the value of an unknown field. VESK_MALFORMED if a varint runs past `end`, VESK_UNKNOWN_WIRE_TYPE for the
 // wire types 3, 4, 6 and 7.
@@ -73,33 +87,25 @@ Number read_number64(const std::uint8_t* at, const std::uint8_t* end, Input inpu
 // See skip_field.fixed32_with_three_bytes_left_succeeds_and_ends_the_input.
 Step skip_field(std::uint32_t wire_type, const std::uint8_t* at, const std::uint8_t* end);
 
-// `size` or 0, without a branch: the compiler sees no work that it could jump over.
-inline std::uint64_t only_if(bool condition, std::uint64_t size) {
-    asm("" : "+r"(size));
-    return condition ? size : 0;
-}
-
 // ---- Measuring -----------------------------------------------------------------------------------------------------
 
-// Bytes that write_varint needs, one per group of 7 significant bits, and `more`. For 1 to 64 bits, 9/64 divides by 7
-// well enough.
-constexpr std::uint64_t varint_size(std::uint64_t value, unsigned more = 0) {
+// Bytes that a varint takes, one per group of 7 significant bits, and `more`. For 1 to 64 bits, 9/64 divides by 7 well
+// enough.
+constexpr std::uint64_t measure_varint(std::uint64_t value, unsigned more = 0) {
     const unsigned highest_bit = 63 ^ static_cast<unsigned>(__builtin_clzll(value | 1));
     return (highest_bit * 9 + 73 + more * 64) / 64;
 }
-constexpr std::uint64_t varint_size(std::uint32_t value, unsigned more = 0) {
+constexpr std::uint64_t measure_varint(std::uint32_t value, unsigned more = 0) {
     const unsigned highest_bit = 31 ^ static_cast<unsigned>(__builtin_clz(value | 1));
     return (highest_bit * 9 + 73 + more * 64) / 64;
 }
-// A flag: one byte, which need not be 0 or 1.
-constexpr std::uint64_t varint_size(std::uint8_t value, unsigned more) { return 1u + (value >> 7) + more; }
 
-// Bytes that write_length needs, and `more`.
-constexpr std::uint64_t length_size(std::uint64_t length, unsigned more = 0) {
-    return varint_size(static_cast<std::uint32_t>(length), more);
+// Bytes that a length takes, and `more`.
+constexpr std::uint64_t measure_length(std::uint64_t length, unsigned more = 0) {
+    return measure_varint(static_cast<std::uint32_t>(length), more);
 }
 
-// ---- Writing -------------------------------------------------------------------------------------------------------
+// ---- Checked writing -----------------------------------------------------------------------------------------------
 
 // The encoder's buffer. Every write counts: it stores what lies inside the buffer and advances the position by all of
 // it, so that an empty buffer measures.
@@ -113,7 +119,7 @@ inline std::uint64_t write_byte(std::uint8_t byte, std::uint64_t position, Buffe
     return position + 1;
 }
 
-// Writes at most 10 bytes, at most 5 for a 32-bit value. Returns the position behind them.
+// Writes at most 10 bytes, at most 5 for a 32-bit value. Returns the position after them.
 inline std::uint64_t write_varint(std::uint64_t value, std::uint64_t position, Buffer buffer) {
     while (value > 0x7F) {
         position = write_byte(static_cast<std::uint8_t>(value | 0x80), position, buffer);
@@ -127,7 +133,9 @@ inline std::uint64_t write_length(std::uint64_t length, std::uint64_t position, 
     return write_varint(static_cast<std::uint32_t>(length), position, buffer);
 }
 
-// Writing where there is room: nothing is checked, the position is a pointer.
+// ---- Putting -------------------------------------------------------------------------------------------------------
+
+// Each returns the position after what it put.
 
 inline std::uint8_t* put_varint(std::uint8_t* at, std::uint64_t value) {
     while (value > 0x7F) {
@@ -155,7 +163,7 @@ inline std::uint8_t* put_tag(std::uint8_t* at) {
     }
 }
 
-// Copies bytes; short ones without a call of memcpy. Returns the position behind them.
+// Copies bytes; short ones without a call of memcpy.
 std::uint8_t* put_bytes(std::uint8_t* at, const void* data, std::uint64_t length);
 
 // The length and the data of a string or bytes field.
@@ -167,62 +175,89 @@ inline void store_word(std::uint8_t* at, std::uint64_t word) {
     __builtin_memcpy(at, &word, sizeof word);
 }
 
-// What the varint of a 32-bit value with this highest bit looks like: the marks of all its bytes but the last in the
-// lower seven bytes, and its size in the eighth.
-struct VarintShapes {
-    std::uint64_t of_highest_bit[32];
-};
-
-consteval VarintShapes make_varint_shapes() {
-    VarintShapes shapes{};
-    for (unsigned bit = 0; bit < 32; ++bit) {
-        const std::uint64_t size = bit / 7 + 1;
-        shapes.of_highest_bit[bit] = (0x0080808080808080 >> (64 - 8 * size)) | size << 56;
-    }
-    return shapes;
-}
-
-inline constexpr VarintShapes varint_shapes = make_varint_shapes();
-
-// Spreads groups of 7 bits over bytes: first 14 bits over 16, then 7 over 8. Adding what is above a group once more
-// moves it up by one bit.
+// Spreads the groups of 7 bits of a value over bytes: what lies above 14 bits moves up by two bits, what then lies
+// above 30 by two more, what lies above 7 bits of each 16 by one. Adding a part three times moves it up by two bits:
+//
+//     eeeedddddddcccccc cbbbbbbbaaaaaaa                 value
+//     0000eeee 00dddddddccccccc 00bbbbbbbaaaaaaa
+//     0000eeee 0ddddddd0ccccccc 0bbbbbbb0aaaaaaa        bytes
 inline std::uint64_t spread_groups(std::uint32_t value) {
     std::uint64_t bytes = value;
-    bytes = (bytes << 4 & 0xF00000000) + (bytes & 0x0FFFFFFF) + 3 * (bytes & 0x0FFFC000);
+    bytes += 3 * (bytes & 0xFFFFC000);
+    bytes += 3 * (bytes & 0x3C0000000);
     return bytes + (bytes & 0x3F803F803F80);
 }
 
-// A word is so much longer than the longest varint of 32 bits.
-inline constexpr std::uint64_t number_overhang = 3;
+// ---- Putting backwards ---------------------------------------------------------------------------------------------
 
-// Writes a number with its tag if it is present. Whether it is, and how long it is, differs from message to message, so
-// there is no branch: the bytes are stored in any case, and the position advances by those that count.
-template <std::uint32_t Tag>
-inline std::uint8_t* put_number(std::uint8_t* at, std::uint32_t value, bool present) {
-    const std::uint64_t shape =
-        varint_shapes.of_highest_bit[63 ^ static_cast<unsigned>(__builtin_clzll(std::uint64_t{value} | 1))];
-    std::uint8_t* const behind_tag = put_tag<Tag>(at);
-    store_word(behind_tag, spread_groups(value) | shape);
-    return at + only_if(present, varint_size(Tag) + (shape >> 56));
+// Each puts something that ends before `at` and returns its beginning. The bytes in front of that are still to be put:
+// up to 8 before `at` are spoiled.
+
+// A varint, without a branch for every length.
+inline std::uint8_t* put_varint_before(std::uint8_t* at, std::uint32_t value) {
+    constexpr std::uint64_t all_but_the_last = 0x0080808080808080;
+    const std::uint64_t bytes = spread_groups(value);
+    const unsigned unused = static_cast<unsigned>(__builtin_clzll(bytes | 1)) & 56;  // bits of the word
+    store_word(at - 8, bytes << unused | all_but_the_last);
+    return at - 8 + unused / 8;
+}
+std::uint8_t* put_varint_before(std::uint8_t* at, std::uint64_t value);
+
+// A varint of at most 14 bits.
+inline std::uint8_t* put_short_varint_before(std::uint8_t* at, std::uint32_t value) {
+    const bool two = value > 0x7F;
+    at[-1] = static_cast<std::uint8_t>(two ? value >> 7 : value);
+    at[-2] = static_cast<std::uint8_t>(value | 0x80);
+    return at - 1 - two;
 }
 
-// Writes a varint of any length. Stores 10 bytes in any case.
-std::uint8_t* put_varint64(std::uint8_t* at, std::uint64_t value);
+std::uint8_t* put_long_length_before(std::uint8_t* at, std::uint64_t length);
 
-// The same with 64 bits.
-template <std::uint32_t Tag>
-inline std::uint8_t* put_number(std::uint8_t* at, std::uint64_t value, bool present) {
-    std::uint8_t* const behind = put_varint64(put_tag<Tag>(at), value);
-    return present ? behind : at;
+VESK_INLINE std::uint8_t* put_length_before(std::uint8_t* at, std::uint64_t length) {
+    if (length >= 0x80) [[unlikely]]
+        return put_long_length_before(at, length);
+    *--at = static_cast<std::uint8_t>(length);
+    return at;
 }
 
-// A flag is a byte, which need not be 0 or 1.
+// A tag and a length.
 template <std::uint32_t Tag>
-inline std::uint8_t* put_number(std::uint8_t* at, std::uint8_t value, bool present) {
-    if (value >= 0x80) return present ? put_varint(put_tag<Tag>(at), value) : at;
-    std::uint8_t* const behind_tag = put_tag<Tag>(at);
-    *behind_tag = value;
-    return present ? behind_tag + 1 : at;
+VESK_INLINE std::uint8_t* put_head_before(std::uint8_t* at, std::uint64_t length) {
+    at = put_length_before(at, length) - measure_varint(Tag);
+    put_tag<Tag>(at);
+    return at;
+}
+inline std::uint8_t* put_head_before(std::uint8_t* at, std::uint32_t tag, std::uint64_t length) {
+    at = put_length_before(at, length) - measure_varint(tag);
+    put_varint(at, tag);
+    return at;
+}
+
+// A tag as 16 bits whose last byte is the highest; `TagSize` bytes of them are put.
+consteval std::uint64_t right_aligned(std::uint32_t tag) {
+    return tag < 0x80 ? tag << 8 : (tag & 0x7F) | 0x80 | tag >> 7 << 8;
+}
+template <std::size_t TagSize>
+VESK_INLINE std::uint8_t* put_tag_before(std::uint8_t* at, std::uint64_t tag) {
+    at[-2] = static_cast<std::uint8_t>(tag);
+    at[-1] = static_cast<std::uint8_t>(tag >> 8);
+    return at - TagSize;
+}
+
+// A scalar with its tag if it is present. It is stored in any case, and the position chosen without a branch.
+template <std::uint32_t Tag, class Wire>
+VESK_INLINE std::uint8_t* put_scalar_before(std::uint8_t* at, Wire value, bool present) {
+    std::uint8_t* const before = put_varint_before(at, value) - measure_varint(Tag);
+    put_tag<Tag>(before);
+    return choose(present, before, at);
+}
+
+// The same for a value below 128.
+template <std::uint32_t Tag>
+VESK_INLINE std::uint8_t* put_narrow_before(std::uint8_t* at, std::uint32_t value, bool present) {
+    std::uint8_t* const before = at - 1 - measure_varint(Tag);
+    *put_tag<Tag>(before) = static_cast<std::uint8_t>(value);
+    return choose(present, before, at);
 }
 
 }  // namespace vesk

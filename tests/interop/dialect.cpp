@@ -32,7 +32,7 @@ public:
         std::uint32_t previous_number = 0;  // 0: whatever comes, it does not continue a list
         while (at_ != end_) {
             const std::uint32_t tag = read_tag();
-            const std::uint32_t number = number_of_tag(tag);
+            const std::uint32_t number = field_number_of_tag(tag);
             const auto field = std::find_if(type.fields.begin(), type.fields.end(),
                                             [&](const FieldInfo& candidate) { return candidate.number == number; });
             if (field == type.fields.end()) {
@@ -152,7 +152,7 @@ private:
 
     // Reads the value behind a tag and appends the whole field to `unknown`, unless such fields are dropped.
     void read_unknown(std::uint32_t tag, Bytes& unknown, int group_depth) {
-        require(number_of_tag(tag) != 0 || on(Difference::field_number_0_is_unknown_field));
+        require(field_number_of_tag(tag) != 0 || on(Difference::field_number_0_is_unknown_field));
         keep(varint(tag), unknown);
         switch (wire_type_of_tag(tag)) {
             case varint_type: return keep(varint(read_number()), unknown);
@@ -161,7 +161,7 @@ private:
             case length_type: return keep(sized(take_unknown(read_length())), unknown);
             case group_start:
                 require(!on(Difference::group_is_refused));
-                return read_group(number_of_tag(tag), unknown, group_depth + 1);
+                return read_group(field_number_of_tag(tag), unknown, group_depth + 1);
             default: throw Refused{};
         }
     }
@@ -171,7 +171,7 @@ private:
         for (;;) {
             const std::uint32_t tag = read_tag();
             if (wire_type_of_tag(tag) == group_end) {
-                require(number_of_tag(tag) == number);
+                require(field_number_of_tag(tag) == number);
                 return keep(varint(tag), unknown);
             }
             read_unknown(tag, unknown, depth);

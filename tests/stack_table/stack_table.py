@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
 """The stack that each exported function needs at most: computed, and held to the table of docs/stack.md.
 
-    stack_table.py compare DOCUMENT HEADERS... -- SYMBOLS... -- LIBRARY OBJECT... [-- LIBRARY OBJECT...]
+    stack_table.py compare DOCUMENT SOURCES... -- SYMBOLS... -- LIBRARY OBJECT... [-- LIBRARY OBJECT...]
     stack_table.py write   (the same)
 
-compare fails if a row of the table says too little, write makes the rows anew. HEADERS declare the structures that
+compare fails if a row of the table says too little, write makes the rows anew. SOURCES declare the structures that
 functions hand one another, SYMBOLS are lists of exported names, a LIBRARY is a linked one. Beside each of its OBJECTs
 stands the .ci file of gcc -fcallgraph-info=su, with the frame of each function, return address included, and its calls;
 the library says what the linker made of the calls, and who takes the address of which function.
@@ -13,6 +13,10 @@ A call through a pointer goes to a function whose address the calling function t
 uses, or to one that its caller may have handed it: in an argument that is a pointer to a function, or a structure with
 one in it. There is no other way for a pointer to come. What would be one ends the computation, and so do recursion and
 frames without bound. The program's own callbacks are not counted.
+
+Where the sources say that a function calls members of a structure (`type.draft(...)`) and which functions such members are
+set to (`type.draft = draft<Message>`), it calls none but those: the ones that it was handed or, if they were noted by
+functions that it was handed (as drafting notes what assembling calls), the ones that are reached from there.
 """
 
 import functools
@@ -39,6 +43,12 @@ def readable(name):
     return output_of("c++filt", name).strip()
 
 
+def template_name(name):
+    """draft of a function draft<vesk_T> of the library; None of an exported function."""
+    match = re.match(r"_ZNK?4vesk(?:12_GLOBAL__N_1)?(\d+)(\w+)", name)
+    return match and match[2][:int(match[1])]
+
+
 def plain(name):
     """A function's name without its file, and the same for the part of it that the compiler moved away."""
     return re.sub(r"\.cold(\.\d+)?$", "", name.rsplit(":", 1)[-1])
@@ -56,14 +66,34 @@ class Function:
 class Structures:
     """Which structures have a pointer to a function of the library in them, and which a callback of the program."""
 
-    def __init__(self, headers):
-        text = "\n".join(pathlib.Path(path).read_text(encoding="utf-8") for path in headers)
+    def __init__(self, sources):
+        text = "\n".join(pathlib.Path(path).read_text(encoding="utf-8") for path in sources)
         # On one line or, in the form that is enforced, closed at the start of a later one.
         bodies = dict(re.findall(r"^struct (\w+)[^;{]*\{((?:[^\n]*(?=\};$))|(?:\n.*?(?=^\};$)))", text,
                                  re.MULTILINE | re.DOTALL))
         pointers = re.findall(r"^using (\w+) = [^;]*\(\*\)", text, re.MULTILINE)
         self.with_functions = self.holders(bodies, [r"\(\*\w+\)\(", *(rf"\b{name}\b" for name in pointers)])
         self.with_callbacks = self.holders(bodies, [r"\bvesk_alloc\b", r"\bvesk_release\b"])
+        self.set_to = {}  # by member
+        for member, function in re.findall(r"(?:\.|->)(\w+) = (\w+)<[^;=]*>\s*[,;}]", text):
+            self.set_to.setdefault(member, set()).add(function)
+        self.code = {}  # by the function's name
+        for name, body in re.findall(r"^(?:[\w\[][^\n;]*? )?(\w+)\([^;{}]*?\) \{\n(.*?)^\}", text, re.MULTILINE | re.DOTALL):
+            self.code[name] = self.code.get(name, "") + body
+        self.through_members = functools.lru_cache(maxsize=None)(self.through_members)
+
+    def through_members(self, name):
+        """The template names of what a function, or one that may have become part of it, calls through members."""
+        seen, found, open_ones = set(), set(), [name]
+        while open_ones:
+            each = open_ones.pop()
+            if each in seen or each not in self.code:
+                continue
+            seen.add(each)
+            words = re.findall(r"(\.|->)?\b(\w+)(?:<[^<>;()]*>)?\(", self.code[each])
+            found |= {function for sign, word in words if sign for function in self.set_to.get(word, ())}
+            open_ones += [word for sign, word in words if not sign]
+        return found
 
     @staticmethod
     def holders(bodies, signs):
@@ -189,15 +219,28 @@ class Program:
                 return each, function
         raise Unbounded(f"{readable(name)} is called, and gcc says nothing of it")
 
+    def reached_from(self, handed, library, names):
+        """Of the functions handed those of these template names; if there is none, those that are reached from them."""
+        seen, open_ones = set(), list(handed)
+        found = {name for name in handed if template_name(name) in names}
+        while open_ones and not found:
+            seen |= set(open_ones)
+            functions = [library.functions[name] for name in open_ones if name in library.functions]
+            open_ones = list({name for function in functions for name in function.calls | function.takes} - seen)
+            found = {name for name in open_ones if template_name(name) in names}
+        return found
+
     def descend(self, place, handed):
         """The same under any function; `handed` are those that its caller may pass pointers to."""
         library, function = place
         if (place, handed) in self.open:
             raise Unbounded("recursion: " + ", ".join(readable(each.name) for (_, each), _ in self.open))
         known = frozenset(function.takes) | (handed if self.structures.may_hand_functions(function.name) else frozenset())
+        through = self.structures.through_members(template_name(function.name)) if function.calls_pointer else set()
+        pointed_at = self.reached_from(known, library, through) if through else known
         if function.calls_pointer and not known and not self.structures.may_hand_callbacks(function.name):
             raise Unbounded(f"{readable(function.name)} calls through a pointer that comes from nowhere")
-        called = function.calls - NOT_COUNTED | (known if function.calls_pointer else set())
+        called = function.calls - NOT_COUNTED | (pointed_at if function.calls_pointer else set())
         self.open.append((place, handed))
         deepest, path = max((self.descend(self.find(name, library), known) for name in called), default=(0, ()),
                             key=lambda found: found[0])

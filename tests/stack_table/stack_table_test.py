@@ -143,6 +143,48 @@ class StackTable(unittest.TestCase):
             [[gnu::noipa]] int pass(const Outer& outer) { return use(outer.inner) + 1; }"""
         self.assertGreater(self.depth_of("return pass(vesk_outer) + 1;", functions), 3000)
 
+    MEMBERS = """
+            namespace vesk {
+            struct Noted {
+                int (*call)(int) = nullptr;
+            };
+            struct Type {
+                int (*note)(Noted&);
+                int (*write)(int);
+            };
+            template <class T> [[gnu::noipa]] int little(int n) { return n + 1; }
+            template <class T> [[gnu::noipa]] int large(int n) { return fill<3000>() + n; }
+            template <class T> [[gnu::noipa]] int note_it(Noted& noted) {
+                noted.call = CALLED<T>;
+                return 1;
+            }
+            constexpr Type make() {
+                Type type{};
+                type.note = note_it<int>;
+                type.write = WRITES<int>;
+                return type;
+            }
+            constexpr Type type_of = make();
+            [[gnu::noipa]] int use(Noted& noted) {
+                return noted.call(1) + 1;
+            }
+            [[gnu::noipa]] int draft(const Type& type, int n) {
+                Noted noted;
+                return type.note(noted) + use(noted) + n;
+            }
+            }"""
+
+    def members(self, called, writes):
+        return self.MEMBERS.replace("CALLED", called).replace("WRITES", writes)
+
+    def test_member_that_is_not_called_does_not_count(self):
+        depth = self.depth_of("return vesk::draft(vesk::type_of, n) + 1;", self.members("little", "large"))
+        self.assertLess(depth, 500)
+
+    def test_function_that_another_one_noted_counts(self):
+        depth = self.depth_of("return vesk::draft(vesk::type_of, n) + 1;", self.members("large", "little"))
+        self.assertGreater(depth, 3000)
+
     def test_pointer_from_nowhere(self):
         self.expect_no_bound("comes from nowhere", "return use(&n) + 1;", """
             [[gnu::noipa]] int use(const void* hidden) {

@@ -140,7 +140,7 @@ void find_contents(const TypeInfo& type, const Bytes& bytes, Range message, std:
         ASSERT_NE(at, nullptr) << to_hex(bytes);
         if (wire_type_of_tag(tag) == varint_type) continue;
         const auto field = std::find_if(type.fields.begin(), type.fields.end(), [&](const FieldInfo& candidate) {
-            return candidate.number == number_of_tag(tag);
+            return candidate.number == field_number_of_tag(tag);
         });
         ASSERT_TRUE(field != type.fields.end() && value <= static_cast<std::uint64_t>(end - at)) << to_hex(bytes);
         const std::size_t start = static_cast<std::size_t>(at - bytes.data());

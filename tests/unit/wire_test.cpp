@@ -196,7 +196,7 @@ TEST(write_varint, every_width_is_written) {
         EXPECT_EQ(written.position, expected.size());
         written.buffer.resize(expected.size());
         EXPECT_EQ(to_hex(written.buffer), to_hex(expected));
-        EXPECT_EQ(varint_size(value), expected.size());
+        EXPECT_EQ(measure_varint(value), expected.size());
     }
 }
 
@@ -226,11 +226,11 @@ TEST(write_varint, position_behind_the_buffer_stores_nothing) {
     EXPECT_EQ(to_hex(bytes), "ee ee ee ee ee ee ee ee");
 }
 
-TEST(varint_size, is_what_write_varint_takes_at_the_edges_of_every_group) {
+TEST(measure_varint, is_what_write_varint_takes_at_the_edges_of_every_group) {
     for (unsigned bits = 0; bits <= 64; ++bits) {
         const std::uint64_t largest = bits == 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << bits) - 1;
-        EXPECT_EQ(varint_size(largest), varint(largest).size());
-        EXPECT_EQ(varint_size(largest + 1), varint(largest + 1).size());
+        EXPECT_EQ(measure_varint(largest), varint(largest).size());
+        EXPECT_EQ(measure_varint(largest + 1), varint(largest + 1).size());
     }
 }
 
@@ -255,7 +255,7 @@ TEST(write_length, only_the_low_32_bits_are_written) {
     Bytes bytes(8, 0xEE);
     EXPECT_EQ(write_length((std::uint64_t{7} << 32) + 5, 0, {bytes.data(), bytes.size()}), 1u);
     EXPECT_EQ(bytes[0], 5);
-    EXPECT_EQ(length_size((std::uint64_t{7} << 32) + 5), 1u);
+    EXPECT_EQ(measure_length((std::uint64_t{7} << 32) + 5), 1u);
 }
 
 // ---- Reading in words ----------------------------------------------------------------------------------------------
@@ -275,9 +275,8 @@ std::vector<Bytes> varints_of_all_shapes() {
 
 // The range ends at every place in and behind the varint, and the input at every place from there on.
 template <class Value>
-void expect_number_reads_like_varint(const std::uint8_t* (*read_varint)(const std::uint8_t*, const std::uint8_t*,
-                                                                        Value*),
-                                     Number (*read_number)(const std::uint8_t*, const std::uint8_t*, Input)) {
+void expect_words_read_like_bytes(const std::uint8_t* (*read_varint)(const std::uint8_t*, const std::uint8_t*, Value*),
+                                  Varint (*read_word)(const std::uint8_t*, const std::uint8_t*, Input)) {
     for (const Bytes& shape : varints_of_all_shapes()) {
         for (std::size_t before = 0; before <= 9; ++before) {
             for (std::size_t range = 0; range <= shape.size() + 1; ++range) {
@@ -291,11 +290,10 @@ void expect_number_reads_like_varint(const std::uint8_t* (*read_varint)(const st
                     const std::uint8_t* const end = at + range;
                     Value value = 0;
                     const std::uint8_t* const expected = read_varint(at, end, &value);
-                    const Number number =
-                        read_number(at, end, input_between(input.data(), input.data() + input.size()));
-                    ASSERT_EQ(number.at, expected) << to_hex(shape) << " in a range of " << range << " bytes";
+                    const Varint read = read_word(at, end, input_between(input.data(), input.data() + input.size()));
+                    ASSERT_EQ(read.at, expected) << to_hex(shape) << " in a range of " << range << " bytes";
                     if (expected != nullptr) {
-                        ASSERT_EQ(number.value, value) << to_hex(shape) << " in a range of " << range << " bytes";
+                        ASSERT_EQ(read.value, value) << to_hex(shape) << " in a range of " << range << " bytes";
                     }
                 }
             }
@@ -303,12 +301,12 @@ void expect_number_reads_like_varint(const std::uint8_t* (*read_varint)(const st
     }
 }
 
-TEST(read_number32, every_varint_in_every_range_is_read_as_by_read_varint32) {
-    expect_number_reads_like_varint<std::uint32_t>(read_varint32, read_number32);
+TEST(read_word_varint32, every_varint_in_every_range_is_read_as_by_read_varint32) {
+    expect_words_read_like_bytes<std::uint32_t>(read_varint32, read_word_varint32);
 }
 
-TEST(read_number64, every_varint_in_every_range_is_read_as_by_read_long_varint64) {
-    expect_number_reads_like_varint<std::uint64_t>(read_long_varint64, read_number64);
+TEST(read_word_varint64, every_varint_in_every_range_is_read_as_by_read_long_varint64) {
+    expect_words_read_like_bytes<std::uint64_t>(read_long_varint64, read_word_varint64);
 }
 
 TEST(read_long_tag, any_tag_is_read_as_by_read_varint32) {
@@ -316,48 +314,35 @@ TEST(read_long_tag, any_tag_is_read_as_by_read_varint32) {
         for (std::size_t length = 1; length <= shape.size(); ++length) {
             std::uint32_t tag = 0;
             const std::uint8_t* const expected = read_varint32(shape.data(), shape.data() + length, &tag);
-            const Number number = read_long_tag(shape.data(), shape.data() + length);
+            const Varint read = read_long_tag(shape.data(), shape.data() + length);
             if (shape[0] < 0x80) continue;
-            ASSERT_EQ(number.at, expected) << to_hex(shape);
+            ASSERT_EQ(read.at, expected) << to_hex(shape);
             if (expected != nullptr) {
-                ASSERT_EQ(number.value, tag) << to_hex(shape);
+                ASSERT_EQ(read.value, tag) << to_hex(shape);
             }
         }
     }
 }
 
-// ---- Writing where there is room -----------------------------------------------------------------------------------
+// ---- Putting -------------------------------------------------------------------------------------------------------
 
-template <std::uint32_t Tag, class Value>
-void expect_number_is_put(Value value) {
-    std::uint8_t bytes[24];
-    Bytes expected = varint(Tag);
-    for (const std::uint8_t byte : varint(value)) expected.push_back(byte);
-    EXPECT_EQ(to_hex(Bytes(bytes, put_number<Tag>(bytes, value, true))), to_hex(expected));
-    EXPECT_EQ(put_number<Tag>(bytes, value, false), bytes) << "an absent number advances nothing";
+template <class Value>
+void expect_word_is_put_before(Value value) {
+    Bytes bytes(24, 0xEE);
+    std::uint8_t* const end = bytes.data() + 14;
+    const std::uint8_t* const begin = put_varint_before(end, value);
+    EXPECT_EQ(to_hex(Bytes(begin, const_cast<const std::uint8_t*>(end))), to_hex(varint(value)));
+    EXPECT_EQ(to_hex(Bytes(bytes.begin(), bytes.begin() + 4)), "ee ee ee ee") << "more is spoiled than the word";
+    EXPECT_EQ(to_hex(Bytes(bytes.begin() + 14, bytes.end())), to_hex(Bytes(10, 0xEE)));
 }
 
-TEST(put_number, every_width_is_written_with_its_tag_if_it_is_present) {
+TEST(put_varint_before, every_width_is_put_and_no_more_than_8_bytes_before_its_end_are_spoiled) {
     for (unsigned bits = 0; bits <= 64; ++bits) {
         const std::uint64_t largest = bits == 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << bits) - 1;
         for (const std::uint64_t value : {largest, largest + 1, largest & 0xA5A5A5A5A5A5A5A5}) {
-            expect_number_is_put<make_tag(1, varint_type)>(value);
-            expect_number_is_put<make_tag(34, varint_type)>(value);
-            expect_number_is_put<make_tag(1, varint_type)>(static_cast<std::uint32_t>(value));
-            expect_number_is_put<make_tag(34, varint_type)>(static_cast<std::uint32_t>(value));
-            expect_number_is_put<make_tag(15, varint_type)>(static_cast<std::uint8_t>(value));
-            expect_number_is_put<make_tag(16, varint_type)>(static_cast<std::uint8_t>(value));
+            expect_word_is_put_before(value);
+            expect_word_is_put_before(static_cast<std::uint32_t>(value));
         }
-    }
-}
-
-TEST(put_number, a_32_bit_number_stores_no_more_than_the_overhang_behind_its_longest) {
-    constexpr std::size_t longest = varint_size(make_tag(34, varint_type)) + 5;
-    for (const std::uint32_t value : {0u, 0x7Fu, 0xFFFFFFFFu}) {
-        Bytes bytes(24, 0xEE);
-        put_number<make_tag(34, varint_type)>(bytes.data(), value, false);
-        EXPECT_EQ(to_hex(Bytes(bytes.begin() + longest + number_overhang, bytes.end())),
-                  to_hex(Bytes(24 - longest - number_overhang, 0xEE)));
     }
 }
 
