@@ -320,5 +320,42 @@ TEST(every_call, of_an_encoding_without_buffer_but_with_a_count_is_that_of_the_r
     });
 }
 
+// ---- Without room --------------------------------------------------------------------------------------------------
+
+TEST(every_call, of_an_encoding_one_byte_short_is_that_of_the_rules) {
+    Samples().each([](const TypeInfo& type, const void* message) {
+        const Need need = need_of(type, message);
+        for (const std::uint64_t length : {need.length, need.length_by_reference}) {
+            expect_same_calls(type, message, with_every_list(true, length - 1, need.segments));
+        }
+    });
+}
+
+TEST(every_call, of_an_encoding_into_every_shorter_buffer_is_that_of_the_rules) {
+    Samples().each([](const TypeInfo& type, const void* message) {
+        const Need need = need_of(type, message);
+        for (std::uint64_t room = 0; room < need.length; ++room) {
+            expect_same_calls(type, message,
+                              {{true, room, std::nullopt, 0}, {true, room, 0, 0}, {true, room, need.segments, 1}});
+            if (::testing::Test::HasFailure()) return;
+        }
+    });
+}
+
+TEST(every_call, of_a_random_message_without_room_is_that_of_the_rules) {
+    for_random_messages([](const TypeInfo& type, const void* message, std::mt19937_64& random) {
+        const Need need = need_of(type, message);
+        for (int i = 0; i < 4; ++i) {
+            const bool has_buffer = random() % 4 != 0 && need.length != 0;
+            const auto capacity = static_cast<std::uint32_t>(random() % (need.segments + 2));
+            expect_same_calls(
+                type, message,
+                {{has_buffer, has_buffer ? random() % need.length : 0,
+                  has_buffer && random() % 2 == 0 ? std::nullopt : std::optional(random() % 3 == 0 ? 0 : capacity),
+                  static_cast<std::uint32_t>(random() % 2 == 0 ? random() % 2 : random())}});
+        }
+    });
+}
+
 }  // namespace
 }  // namespace vesk::test
