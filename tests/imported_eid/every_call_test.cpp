@@ -357,5 +357,49 @@ TEST(every_call, of_a_random_message_without_room_is_that_of_the_rules) {
     });
 }
 
+// ---- Before a length of 2 GiB --------------------------------------------------------------------------------------
+
+constexpr std::uint32_t two_gib = 0x80000000;
+
+void expect_same_calls_in_64_bytes(const TypeInfo& type, const void* message) {
+    for (const std::uint32_t flags : {0u, 1u, 0xFFFFFFFFu}) {
+        expect_same_calls(type, message, {{true, 64, std::nullopt, flags}, {true, 64, 0, flags}, {true, 64, 9, flags}});
+    }
+}
+
+// By reference they are not copied, so that everything else fits.
+TEST(every_call, before_bytes_of_2_gib_is_that_of_the_rules) {
+    vesk_idprom_data idproms[4] = {};
+    for (vesk_idprom_data& idprom : idproms) idprom.entity_common.eid = identifier(3);
+    vesk_eeprom_data& eeprom = idproms[2].eeprom;
+    eeprom.eid = identifier(2);
+    eeprom.f20 = unreadable<std::uint8_t>();
+    mark(eeprom, {VESK_EEPROM_DATA_F20, VESK_EEPROM_DATA_F21});
+    vesk_resp_inv_data inventory = {};
+    inventory.idprom_list = idproms;
+    inventory.idprom_list_count = 4;
+    mark(inventory, {VESK_RESP_INV_DATA_IDPROM_LIST});
+    for (const std::uint64_t length : {std::uint64_t{two_gib} - 1, std::uint64_t{two_gib}, UINT64_MAX}) {
+        eeprom.f20_length = length;
+        expect_same_calls_in_64_bytes(*find_type("eeprom_data"), &eeprom);
+        expect_same_calls_in_64_bytes(*find_type("resp_inv_data"), &inventory);
+    }
+}
+
+TEST(every_call, before_an_identifier_of_2_gib_is_that_of_the_rules) {
+    vesk_logic_slot_data slot = {};
+    slot.eid_a = identifier(3);
+    vesk_drin_eid_st eids[3] = {identifier(3), {}, identifier(2)};
+    vesk_resp_eid response = {};
+    response.eid_list = eids;
+    response.eid_list_count = 3;
+    mark(response, {VESK_RESP_EID_EID_LIST});
+    for (const std::uint32_t size : {two_gib - 1, two_gib, UINT32_MAX}) {
+        slot.eid_b = eids[1] = identifier(size, 1);
+        expect_same_calls_in_64_bytes(*find_type("logic_slot_data"), &slot);
+        expect_same_calls_in_64_bytes(*find_type("resp_eid"), &response);
+    }
+}
+
 }  // namespace
 }  // namespace vesk::test
