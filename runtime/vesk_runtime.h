@@ -113,6 +113,8 @@ static inline void vesk_unmark(uint8_t *byte, unsigned bit) { *byte = (uint8_t)(
  *
  * What is written, in declaration order: a number, flag, bytes field or list if its presence bit is set; a string if
  * its bit is set and it is not null; a nested message if its bit is set or it encodes to at least one byte.
+ * A member of an imported type is measured by its own encode function, as often as need be, and then written by it, once
+ * in a call that has a buffer or a count and never in one that has neither.
  *
  * Segments: a list of the stretches that make up the encoding, for a gathering write of a message whose bytes fields
  * stay where they are. A stretch of the buffer ends where a bytes field is listed by reference, and at the end of the
