@@ -56,29 +56,19 @@ const std::uint8_t* read_long_varint64(const std::uint8_t* at, const std::uint8_
 
 namespace {
 
-// The 8 bytes from `at` on, the first lowest; zeros stand for what lies behind the input.
-inline std::uint64_t load_word(const std::uint8_t* at, Input input) {
+// The 8 bytes from `at` on, the first lowest.
+inline std::uint64_t load_word(const std::uint8_t* at) {
     std::uint64_t word;
-    const std::ptrdiff_t missing = at - input.last_word;
-    if (missing <= 0) [[likely]] {
-        __builtin_memcpy(&word, at, sizeof word);
-        if constexpr (__BYTE_ORDER__ == __ORDER_BIG_ENDIAN__) word = __builtin_bswap64(word);
-        return word;
-    }
-    __builtin_memcpy(&word, input.last_word, sizeof word);
+    __builtin_memcpy(&word, at, sizeof word);
     if constexpr (__BYTE_ORDER__ == __ORDER_BIG_ENDIAN__) word = __builtin_bswap64(word);
-    return word >> 8 * missing;
+    return word;
 }
 
-// Keeps the bytes up to the first without bit 7, and drops bit 7 of each.
-inline std::uint64_t varint_groups(std::uint64_t word, std::uint64_t last_marks) {
-    return word & (last_marks ^ (last_marks - 1)) & 0x7F7F7F7F7F7F7F7F;
-}
-
-// Moves groups of 7 bits together: 7 bits over 8 to 14 over 16, those to 28 over 32.
+// Joins groups of 7 bits, one in each byte: 7 bits over 8 to 14 over 16, those to 28 over 32, those to 56.
 inline std::uint64_t join_groups(std::uint64_t groups) {
-    groups = (groups & 0x007F007F007F007F) | (groups & 0x7F007F007F007F00) >> 1;
-    return (groups & 0x00003FFF00003FFF) | (groups & 0x3FFF00003FFF0000) >> 2;
+    groups -= (groups & 0x7F007F007F007F00) >> 1;
+    groups -= 3 * (groups >> 2 & 0x0FFFC0000FFFC000);
+    return (groups & 0x0FFFFFFF) | groups >> 32 << 28;
 }
 
 // The reverse of join_groups: 28 bits over 32, 14 over 16, 7 over 8.
@@ -88,7 +78,28 @@ inline std::uint64_t split_groups(std::uint64_t value) {
     return (value & 0x007F007F007F007F) | (value & 0x3F803F803F803F80) << 1;
 }
 
+// Reads a varint of at most 8 bytes that ends in one of the bytes that `ends` marks, out of a word. A null position
+// says that the word is not enough.
+inline Varint read_word(const std::uint8_t* at, Input input, std::uint64_t ends) {
+    if (at >= input.end_of_words) [[unlikely]]
+        return {nullptr, 0};
+    const std::uint64_t word = load_word(at);
+    const std::uint64_t last = ~word & ends;
+    if (last == 0) [[unlikely]]
+        return {nullptr, 0};
+    // `last - 1` has ones up to the lowest mark, which is bit 7 of the varint's last byte.
+    const std::uint64_t groups = word & (last ^ (last - 1)) & 0x7F7F7F7F7F7F7F7F;
+    at += static_cast<unsigned>(__builtin_ctzll(last)) / 8 + 1;
+    return {at, join_groups(groups)};
+}
+
 }  // namespace
+
+Varint read_long_length(const std::uint8_t* at, const std::uint8_t* end) {
+    std::uint32_t length;
+    at = read_long_varint32(at, end, &length);
+    return at != nullptr ? Varint{at, length} : Varint{end, UINT64_MAX};
+}
 
 Varint read_long_tag(const std::uint8_t* at, const std::uint8_t* end) {
     if (end - at >= 2 && at[1] < 0x80) return {at + 2, (at[0] & 0x7Fu) | std::uint32_t{at[1]} << 7};
@@ -98,30 +109,18 @@ Varint read_long_tag(const std::uint8_t* at, const std::uint8_t* end) {
 }
 
 Varint read_word_varint32(const std::uint8_t* at, const std::uint8_t* end, Input input) {
-    if (at < end && input.last_word != nullptr) [[likely]] {
-        const std::uint64_t word = load_word(at, input);
-        const std::uint64_t last_marks = ~word & 0x8080808080;
-        if (last_marks != 0) [[likely]] {
-            const std::uint64_t groups = join_groups(varint_groups(word, last_marks));
-            at += static_cast<unsigned>(__builtin_ctzll(last_marks)) / 8 + 1;
-            return {at <= end ? at : nullptr, static_cast<std::uint32_t>((groups & 0x0FFFFFFF) | groups >> 32 << 28)};
-        }
-    }
+    const Varint varint = read_word(at, input, 0x8080808080);
+    if (varint.at != nullptr) [[likely]]
+        return {varint.at <= end ? varint.at : nullptr, varint.value & 0xFFFFFFFF};
     std::uint32_t value = 0;
     at = read_long_varint32(at, end, &value);
     return {at, value};
 }
 
 Varint read_word_varint64(const std::uint8_t* at, const std::uint8_t* end, Input input) {
-    if (at < end && input.last_word != nullptr) [[likely]] {
-        const std::uint64_t word = load_word(at, input);
-        const std::uint64_t last_marks = ~word & 0x8080808080808080;
-        if (last_marks != 0) [[likely]] {
-            const std::uint64_t groups = join_groups(varint_groups(word, last_marks));
-            at += static_cast<unsigned>(__builtin_ctzll(last_marks)) / 8 + 1;
-            return {at <= end ? at : nullptr, (groups & 0x0FFFFFFF) | groups >> 32 << 28};
-        }
-    }
+    const Varint varint = read_word(at, input, 0x8080808080808080);
+    if (varint.at != nullptr) [[likely]]
+        return {varint.at <= end ? varint.at : nullptr, varint.value};
     std::uint64_t value = 0;
     at = read_long_varint64(at, end, &value);
     return {at, value};

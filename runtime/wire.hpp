@@ -51,31 +51,41 @@ inline const std::uint8_t* read_varint32(const std::uint8_t* at, const std::uint
     return read_long_varint32(at, end, value);
 }
 
-// Reads the length of a string, bytes field or message and holds it to the input. Returns the position of the content,
-// whose `*length` bytes all lie before `end`, or null.
-inline const std::uint8_t* read_length(const std::uint8_t* at, const std::uint8_t* end, std::uint32_t* length) {
-    at = read_varint32(at, end, length);
-    return at != nullptr && *length <= static_cast<std::uint64_t>(end - at) ? at : nullptr;
-}
-
-// The input as a whole, of which a message's range is a part. Varints are read in words of 8 bytes: such a word may
-// reach past the range, but not past the input.
-struct Input {
-    const std::uint8_t* last_word;  // where the last word begins; null if the input is shorter than that
-};
-
-inline Input input_between(const std::uint8_t* at, const std::uint8_t* end) {
-    return {end - at >= 8 ? end - 8 : nullptr};
-}
-
 // A varint's value and the position after it, which is null if the varint runs past `end`.
 struct Varint {
     const std::uint8_t* at;
     std::uint64_t value;
 };
 
-// Reads a tag of two bytes or more.
+// Reads a length of any size; UINT64_MAX if it runs past `end`.
+Varint read_long_length(const std::uint8_t* at, const std::uint8_t* end);
+
+// Reads the length of a string, bytes field or message and holds it to the input. Returns the position of the content,
+// of which all bytes lie before `end`, or null.
+inline Varint read_length(const std::uint8_t* at, const std::uint8_t* end) {
+    const Varint length = at < end && *at < 0x80 ? Varint{at + 1, *at} : read_long_length(at, end);
+    if (length.value > static_cast<std::uint64_t>(end - length.at)) return {nullptr, 0};
+    return length;
+}
+
+// The input as a whole, of which a message's range is a part. Varints are read in words of 8 bytes: such a word may
+// reach past the range, but not past the input.
+struct Input {
+    const std::uint8_t* end_of_words;  // the first position at which no word begins; null if the input has none
+};
+
+inline Input input_between(const std::uint8_t* at, const std::uint8_t* end) {
+    return {end - at >= 8 ? end - 7 : nullptr};
+}
+
+// Reads a tag; the second one, a tag of two bytes or more.
+inline Varint read_tag(const std::uint8_t* at, const std::uint8_t* end);
 Varint read_long_tag(const std::uint8_t* at, const std::uint8_t* end);
+
+inline Varint read_tag(const std::uint8_t* at, const std::uint8_t* end) {
+    if (at < end && *at < 0x80) return {at + 1, *at};
+    return read_long_tag(at, end);
+}
 
 // The same as read_long_varint32 and read_long_varint64 without a branch for every length.
 Varint read_word_varint32(const std::uint8_t* at, const std::uint8_t* end, Input input);

@@ -309,10 +309,13 @@ TEST(decode_list, order_of_its_checks) {
         std::uint32_t count = row.holds_one ? 1 : 0;
         const Bytes input = hex(row.input);
         const std::uint8_t* const end = input.data() + input.size();
-        const Source source{input_between(input.data(), end), {row.has_alloc ? Ledger::alloc : nullptr, &ledger}, 0};
-        const Step step =
-            decode_list(array, &array, &count, 6, decoder_of<vesk_entity_admin_status_data>, input.data(), end, source);
-        EXPECT_EQ(step.code, row.code) << row.name;
+        const Allocator allocator{row.has_alloc ? Ledger::alloc : nullptr, &ledger};
+        Source source{input_between(input.data(), end), allocator, 0, VESK_OK};
+        EXPECT_EQ(
+            decode_list(array, &array, &count, 6, decoder_of<vesk_entity_admin_status_data>, input.data(), end, source),
+            nullptr)
+            << row.name;
+        EXPECT_EQ(source.code, row.code) << row.name;
         EXPECT_EQ(ledger.requests_made(), row.requests) << row.name;
         EXPECT_EQ(array, row.holds_one ? &first : nullptr) << row.name;
         EXPECT_EQ(count, row.holds_one ? 1u : 0u) << row.name;

@@ -115,11 +115,21 @@ TEST(read_long_varint64, end_inside_the_varint_is_refused_and_stores_nothing) {
 
 TEST(read_length, content_must_lie_before_the_end) {
     const Bytes input = hex("03 61 62 63");
-    std::uint32_t length;
-    EXPECT_EQ(read_length(input.data(), input.data() + 4, &length), input.data() + 1);
-    EXPECT_EQ(length, 3u);
-    EXPECT_EQ(read_length(input.data(), input.data() + 3, &length), nullptr);
-    EXPECT_EQ(read_length(input.data(), input.data(), &length), nullptr);
+    const Varint length = read_length(input.data(), input.data() + 4);
+    EXPECT_EQ(length.at, input.data() + 1);
+    EXPECT_EQ(length.value, 3u);
+    EXPECT_EQ(read_length(input.data(), input.data() + 3).at, nullptr);
+    EXPECT_EQ(read_length(input.data(), input.data()).at, nullptr);
+}
+
+TEST(read_length, long_one_is_read_and_held_to_the_end) {
+    Bytes input = hex("80 02");
+    input.resize(2 + 256, 0x61);
+    const Varint length = read_length(input.data(), input.data() + input.size());
+    EXPECT_EQ(length.at, input.data() + 2);
+    EXPECT_EQ(length.value, 256u);
+    EXPECT_EQ(read_length(input.data(), input.data() + input.size() - 1).at, nullptr);
+    EXPECT_EQ(read_length(input.data(), input.data() + 1).at, nullptr) << "the length itself runs past the end";
 }
 
 struct SkipCase {
