@@ -66,6 +66,7 @@ inline std::uint64_t load_word(const std::uint8_t* at) {
 
 // Joins groups of 7 bits, one in each byte: 7 bits over 8 to 14 over 16, those to 28 over 32, those to 56.
 inline std::uint64_t join_groups(std::uint64_t groups) {
+    if constexpr (has_pext) return gather_bits(groups, 0x7F7F7F7F7F7F7F7F);
     groups -= (groups & 0x7F007F007F007F00) >> 1;
     groups -= 3 * (groups >> 2 & 0x0FFFC0000FFFC000);
     return (groups & 0x0FFFFFFF) | groups >> 32 << 28;
@@ -73,6 +74,7 @@ inline std::uint64_t join_groups(std::uint64_t groups) {
 
 // The reverse of join_groups: 28 bits over 32, 14 over 16, 7 over 8.
 inline std::uint64_t split_groups(std::uint64_t value) {
+    if constexpr (has_pext) return scatter_bits(value, 0x7F7F7F7F7F7F7F7F);
     value = (value & 0x000000000FFFFFFF) | (value & 0x00FFFFFFF0000000) << 4;
     value = (value & 0x00003FFF00003FFF) | (value & 0x0FFFC0000FFFC000) << 2;
     return (value & 0x007F007F007F007F) | (value & 0x3F803F803F803F80) << 1;

@@ -10,6 +10,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#ifdef VESK_PEXT
+#include <immintrin.h>
+#endif
 
 // What is small enough, or known well enough while compiling, to be part of every function that uses it.
 #define VESK_INLINE [[gnu::always_inline]] inline
@@ -22,6 +25,17 @@ VESK_INLINE Value choose(bool condition, Value one, Value other) {
     asm("" : "+r"(one));
     return condition ? one : other;
 }
+
+// Where the processor has them and is quick at them: the bits of a mask moved together, and the reverse.
+#ifdef VESK_PEXT
+inline constexpr bool has_pext = true;
+inline std::uint64_t gather_bits(std::uint64_t word, std::uint64_t mask) { return _pext_u64(word, mask); }
+inline std::uint64_t scatter_bits(std::uint64_t bits, std::uint64_t mask) { return _pdep_u64(bits, mask); }
+#else
+inline constexpr bool has_pext = false;
+std::uint64_t gather_bits(std::uint64_t word, std::uint64_t mask);
+std::uint64_t scatter_bits(std::uint64_t bits, std::uint64_t mask);
+#endif
 
 enum WireType : std::uint32_t { varint_type = 0, fixed64_type = 1, length_type = 2, fixed32_type = 5 };
 
@@ -192,6 +206,7 @@ inline void store_word(std::uint8_t* at, std::uint64_t word) {
 //     0000eeee 00dddddddccccccc 00bbbbbbbaaaaaaa
 //     0000eeee 0ddddddd0ccccccc 0bbbbbbb0aaaaaaa        bytes
 inline std::uint64_t spread_groups(std::uint32_t value) {
+    if constexpr (has_pext) return scatter_bits(value, 0x7F7F7F7F7F);
     std::uint64_t bytes = value;
     bytes += 3 * (bytes & 0xFFFFC000);
     bytes += 3 * (bytes & 0x3C0000000);
