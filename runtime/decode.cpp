@@ -91,9 +91,9 @@ const std::uint8_t* decode_list(const void* array, void* array_member, std::uint
     return at;
 }
 
-const std::uint8_t* skip_unknown(std::uint32_t tag, std::uint64_t known_numbers, const std::uint8_t* at,
+const std::uint8_t* skip_unknown(std::uint32_t tag, std::uint64_t field_numbers, const std::uint8_t* at,
                                  const std::uint8_t* end, Source& source) {
-    if (is_number_in(field_number_of_tag(tag), known_numbers)) return fail(source, VESK_WRONG_WIRE_TYPE);
+    if (has_field_number(field_number_of_tag(tag), field_numbers)) return fail(source, VESK_WRONG_WIRE_TYPE);
     const Step step = skip_field(wire_type_of_tag(tag), at, end);
     return step.code == VESK_OK ? step.at : fail(source, step.code);
 }

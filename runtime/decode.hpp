@@ -48,9 +48,9 @@ const std::uint8_t* decode_list(const void* array, void* array_member, std::uint
                                 const NestedDecoder& decoder, const std::uint8_t* at, const std::uint8_t* end,
                                 Source& source);
 
-// Skips the value of a field that the message does not have. `known_numbers` has a bit for each that it has: such a
+// Skips the value of a field that the message does not have. `field_numbers` has a bit for each that it has: such a
 // number in a tag that no field has means that the wire type is wrong.
-const std::uint8_t* skip_unknown(std::uint32_t tag, std::uint64_t known_numbers, const std::uint8_t* at,
+const std::uint8_t* skip_unknown(std::uint32_t tag, std::uint64_t field_numbers, const std::uint8_t* at,
                                  const std::uint8_t* end, Source& source);
 
 template <class Message>
@@ -115,7 +115,7 @@ VESK_INLINE const std::uint8_t* decode_field(Message& message, bool again, const
 inline constexpr std::uint64_t no_tag = UINT64_MAX;
 
 // How far the decoding of a message has come.
-struct Decoded {
+struct Cursor {
     const std::uint8_t* at;  // null after an error
     std::uint64_t presence;
     std::uint64_t tag;  // whose value begins at `at`; or `no_tag`, and then the next tag begins there
@@ -130,65 +130,65 @@ consteval bool has_long_tag() {
 // Fields usually come in the order of their declaration, so that the tag at hand is that of the next one, or of one
 // soon after it.
 template <class Message, std::size_t Index>
-VESK_INLINE Decoded decode_fields(Message& message, Decoded so_far, const std::uint8_t* end, Source& source) {
+VESK_INLINE Cursor decode_fields(Message& message, Cursor cursor, const std::uint8_t* end, Source& source) {
     if constexpr (Index == field_count<Message>) {
-        return so_far;
+        return cursor;
     } else {
-        if (so_far.tag == tag_of<Message, Index>) {
+        if (cursor.tag == tag_of<Message, Index>) {
             const std::uint8_t* at =
-                decode_field<Message, Index>(message, has_bit<Index>(so_far.presence), so_far.at, end, source);
-            if (at == nullptr) return {nullptr, so_far.presence, no_tag};
-            so_far = {at, so_far.presence | std::uint64_t{1} << Index, no_tag};
-            if (at == end) return so_far;
+                decode_field<Message, Index>(message, has_bit<Index>(cursor.presence), cursor.at, end, source);
+            if (at == nullptr) return {nullptr, cursor.presence, no_tag};
+            cursor = {at, cursor.presence | std::uint64_t{1} << Index, no_tag};
+            if (at == end) return cursor;
             if (*at < 0x80) [[likely]] {
-                so_far.tag = *at;
-                so_far.at = at + 1;
+                cursor.tag = *at;
+                cursor.at = at + 1;
             } else if constexpr (has_long_tag<Message, Index + 1>()) {
                 const Varint tag = read_long_tag(at, end);
-                if (tag.at == nullptr) return {fail(source, VESK_MALFORMED), so_far.presence, no_tag};
-                so_far.at = tag.at;
-                so_far.tag = tag.value;
+                if (tag.at == nullptr) return {fail(source, VESK_MALFORMED), cursor.presence, no_tag};
+                cursor.at = tag.at;
+                cursor.tag = tag.value;
             } else {
-                return so_far;
+                return cursor;
             }
         }
-        return decode_fields<Message, Index + 1>(message, so_far, end, source);
+        return decode_fields<Message, Index + 1>(message, cursor, end, source);
     }
 }
 
 // A bit for each field number of the message.
 template <class Message, std::size_t... Indices>
-consteval std::uint64_t numbers_of(std::index_sequence<Indices...>) {
+consteval std::uint64_t field_numbers_of(std::index_sequence<Indices...>) {
     return (std::uint64_t{0} | ... | (std::uint64_t{1} << number_of<Message, Indices>));
 }
 
-inline bool is_number_in(std::uint32_t number, std::uint64_t numbers) {
+inline bool has_field_number(std::uint32_t number, std::uint64_t numbers) {
     return number < 64 && (numbers >> number & 1) != 0;
 }
 
 template <class Message>
 [[gnu::noinline]] const std::uint8_t* decode(void* untyped, const std::uint8_t* at, const std::uint8_t* end,
                                              Source& source) {
-    constexpr std::uint64_t numbers = numbers_of<Message>(std::make_index_sequence<field_count<Message>>{});
+    constexpr std::uint64_t field_numbers = field_numbers_of<Message>(std::make_index_sequence<field_count<Message>>{});
     Message& message = *static_cast<Message*>(untyped);
-    Decoded so_far{at, 0, no_tag};
-    while (so_far.at != nullptr) {
-        if (so_far.tag == no_tag) {
-            if (so_far.at == end) break;
-            const Varint tag = read_tag(so_far.at, end);
-            so_far = {tag.at != nullptr ? tag.at : fail(source, VESK_MALFORMED), so_far.presence, tag.value};
-            if (so_far.at == nullptr) break;
+    Cursor cursor{at, 0, no_tag};
+    while (cursor.at != nullptr) {
+        if (cursor.tag == no_tag) {
+            if (cursor.at == end) break;
+            const Varint tag = read_tag(cursor.at, end);
+            cursor = {tag.at != nullptr ? tag.at : fail(source, VESK_MALFORMED), cursor.presence, tag.value};
+            if (cursor.at == nullptr) break;
         }
-        const std::uint8_t* const before = so_far.at;
-        so_far = decode_fields<Message, 0>(message, so_far, end, source);
+        const std::uint8_t* const before = cursor.at;
+        cursor = decode_fields<Message, 0>(message, cursor, end, source);
         // The tag of an earlier field is answered in another turn; one that no turn answers is none of this message's.
-        if (so_far.at == before) [[unlikely]] {
-            so_far = {skip_unknown(static_cast<std::uint32_t>(so_far.tag), numbers, before, end, source),
-                      so_far.presence, no_tag};
+        if (cursor.at == before) [[unlikely]] {
+            cursor = {skip_unknown(static_cast<std::uint32_t>(cursor.tag), field_numbers, before, end, source),
+                      cursor.presence, no_tag};
         }
     }
-    store_presence(message, so_far.presence);
-    return so_far.at;
+    store_presence(message, cursor.presence);
+    return cursor.at;
 }
 
 // What an exported function does, with the arguments as it got them.

@@ -125,25 +125,25 @@ std::uint64_t encode_imported(const void* message, void* buffer, std::uint64_t l
                                     flags);
 }
 
-using DraftMessage = Draft (*)(const void* message, Draft so_far, std::uint32_t flags);
+using DraftMessage = Draft (*)(const void* message, Draft progress, std::uint32_t flags);
 
 template <class Message>
-Draft draft(const void* message, Draft so_far, std::uint32_t flags);
+Draft draft(const void* message, Draft progress, std::uint32_t flags);
 template <class Message>
-Draft draft_in_place(const Message& message, Draft so_far, std::uint32_t flags);
+Draft draft_in_place(const Message& message, Draft progress, std::uint32_t flags);
 
 struct Drafting {
     static constexpr bool backwards = true;
 
     VESK_INLINE void run(auto run, const auto& message, std::uint64_t presence) {
-        so_far.at = put_run_before<run.first, run.last>(so_far.at, message, presence);
+        progress.at = put_run_before<run.first, run.last>(progress.at, message, presence);
     }
     VESK_INLINE void string(auto field, const char* characters) {
         const std::uint64_t length = std::strlen(characters);
         if (length > longest_drafted_string) [[unlikely]]
             return insert(field, characters, length);
-        so_far.at -= length;
-        put_bytes(so_far.at, characters, length);
+        progress.at -= length;
+        put_bytes(progress.at, characters, length);
         put_head(field, length);
     }
     VESK_INLINE void bytes(auto field, const std::uint8_t* data, std::uint64_t length) {
@@ -156,10 +156,11 @@ struct Drafting {
         if constexpr (is_imported<Nested>) {
             return measure_nested(nested, flags);
         } else {
-            const Draft before = so_far;
-            so_far = is_small<Nested> ? draft_in_place(nested, so_far, flags) : draft<Nested>(&nested, so_far, flags);
-            std::uint64_t size = static_cast<std::uint64_t>(before.at - so_far.at);
-            if constexpr (draft_size<Nested>().inserts != 0) size += so_far.last->total - before.last->total;
+            const Draft before = progress;
+            progress =
+                is_small<Nested> ? draft_in_place(nested, progress, flags) : draft<Nested>(&nested, progress, flags);
+            std::uint64_t size = static_cast<std::uint64_t>(before.at - progress.at);
+            if constexpr (draft_size<Nested>().inserts != 0) size += progress.last->total - before.last->total;
             return size;
         }
     }
@@ -167,32 +168,32 @@ struct Drafting {
     VESK_INLINE void nested(auto field, const Nested& nested, std::uint64_t size) {
         if constexpr (is_imported<Nested>) {
             insert(field, &nested, size);
-            so_far.last->encode = encode_imported<Nested>;
+            progress.last->encode = encode_imported<Nested>;
         } else {
             put_head(field, size);
         }
     }
 
     VESK_INLINE void insert(auto field, const void* data, std::uint64_t length) {
-        so_far.last = note_insert(so_far.last, data, length, so_far.at);
+        progress.last = note_insert(progress.last, data, length, progress.at);
         put_head(field, length);
     }
     VESK_INLINE void put_head(auto field, std::uint64_t length) {
-        so_far.at = put_head_before<field.tag>(so_far.at, length);
+        progress.at = put_head_before<field.tag>(progress.at, length);
     }
 
-    Draft so_far;
+    Draft progress;
     std::uint32_t flags;
 };
 
 template <class Message>
-VESK_INLINE Draft draft_in_place(const Message& message, Draft so_far, std::uint32_t flags) {
-    return walk(message, Drafting{so_far, flags}).so_far;
+VESK_INLINE Draft draft_in_place(const Message& message, Draft progress, std::uint32_t flags) {
+    return walk(message, Drafting{progress, flags}).progress;
 }
 
 template <class Message>
-[[gnu::noinline]] Draft draft(const void* message, Draft so_far, std::uint32_t flags) {
-    return draft_in_place(*static_cast<const Message*>(message), so_far, flags);
+[[gnu::noinline]] Draft draft(const void* message, Draft progress, std::uint32_t flags) {
+    return draft_in_place(*static_cast<const Message*>(message), progress, flags);
 }
 
 // Assembles a draft in a buffer that has room for it; `end` is the insert that marks its end. Returns the number of

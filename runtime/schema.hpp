@@ -250,7 +250,7 @@ template <class Message>
 inline std::uint64_t load_presence(const Message& message) {
     constexpr std::size_t offset = offsetof(Message, present);
     constexpr std::size_t size = sizeof message.present;
-    // One load, which may take in the padding behind them.
+    // One load, which may take in the padding after them.
     using Word = std::conditional_t<
         size == 1, std::uint8_t,
         std::conditional_t<size == 2, std::uint16_t, std::conditional_t<(size <= 4), std::uint32_t, std::uint64_t>>>;
