@@ -67,13 +67,13 @@ const char* name_of(Data data) {
 std::vector<WorkloadPlan> all_workloads(std::uint32_t most_records) {
     using enum Data;
     std::vector<WorkloadPlan> plans{
-        plan("request", drawn, "req_inv_data", many, {}),
+        plan("request", daily, "req_inv_data", many, {}),
         plan("request_daily", daily, "req_inv_data", many, {.daily = true}),
         plan("request_unlearned", drawn, "req_inv_data", too_many, {.percent_set = 60}),
-        plan("sensor", drawn, "sensor_data", many, {}),
+        plan("sensor", daily, "sensor_data", many, {}),
         plan("sensor_daily", daily, "sensor_data", many, {.daily = true}),
         plan("sensor_unlearned", drawn, "sensor_data", too_many, {.percent_set = 60}),
-        plan("notification", drawn, "notify_event_data", many, {}),
+        plan("notification", daily, "notify_event_data", many, {}),
         plan("notification_daily", daily, "notify_event_data", many, {.daily = true}),
         plan("notification_unlearned", drawn, "notify_event_data", too_many, {.percent_set = 60}),
         chassis_plan("chassis_4", few, 4),
@@ -88,8 +88,8 @@ std::vector<WorkloadPlan> all_workloads(std::uint32_t most_records) {
         plan("eeprom_16k_by_reference", by_reference, "scratch_eeprom", few, {.bytes_size = 16384}),
         plan("idprom_4k", daily, "idprom_data", few, {.bytes_size = 4096}),
         plan("idprom_4k_by_reference", by_reference, "idprom_data", few, {.bytes_size = 4096}),
-        plan("scalars", drawn, "resp_admin_memory_data", many, {}),
-        plan("fields_34", drawn, "inv_db_base_entity_data", many, {}),
+        plan("scalars", daily, "resp_admin_memory_data", many, {}),
+        plan("fields_34", daily, "inv_db_base_entity_data", many, {}),
         plan("fields_34_daily", daily, "inv_db_base_entity_data", many, {.daily = true}),
         plan("fields_34_unlearned", drawn, "inv_db_base_entity_data", too_many, {.percent_set = 60}),
     };

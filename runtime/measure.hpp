@@ -47,7 +47,7 @@ struct Measuring {
     VESK_INLINE void add(auto field, std::uint64_t length) {
         size += measure_length(length, measure_varint(field.tag)) + length;
     }
-    VESK_INLINE std::uint64_t sum() const { return size + lanes[0] + lanes[1] + lanes[2] + lanes[3]; }
+    VESK_INLINE std::uint64_t sum() const { return size + sum_of_lanes(lanes); }
 
     std::uint32_t flags;
     std::uint64_t size = 0;

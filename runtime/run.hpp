@@ -24,6 +24,13 @@ consteval std::size_t end_of_chunk(std::size_t first, std::size_t last) {
 // Four sizes at once, of which the sum counts. Compilers make of it what the processor has.
 typedef std::uint32_t Lanes __attribute__((vector_size(16)));
 
+VESK_INLINE std::uint64_t sum_of_lanes(Lanes lanes) {
+    std::uint64_t pairs[2];
+    __builtin_memcpy(pairs, &lanes, sizeof lanes);
+    const std::uint64_t pair = pairs[0] + pairs[1];
+    return (pair & 0xFFFFFFFF) + (pair >> 32);
+}
+
 // True if the fields First to Last - 1 begin with three or four members that are 32-bit numbers, which lie in a row.
 template <class Message, std::size_t First>
 consteval bool is_quad(std::size_t last) {
