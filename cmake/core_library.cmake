@@ -1,5 +1,5 @@
 # How the libraries are compiled and linked. What stands here holds whatever flags a packager adds: target options come
-# behind CMAKE_CXX_FLAGS.
+# after CMAKE_CXX_FLAGS.
 
 # The libraries need nothing but memcpy, memset, strlen and the imported functions of the entity identifier.
 function(vesk_set_core_options target)

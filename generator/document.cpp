@@ -24,7 +24,7 @@ void add_once(std::vector<std::string>& names, const std::string& name) {
 
 std::size_t round_up(std::size_t size, std::size_t alignment) { return (size + alignment - 1) / alignment * alignment; }
 
-// Puts a member behind the others.
+// Puts a member after the others.
 void place(Facts& facts, std::size_t size, std::size_t alignment) {
     facts.size = round_up(facts.size, alignment) + size;
     facts.alignment = std::max(facts.alignment, alignment);
@@ -134,7 +134,7 @@ std::string print_document(const std::vector<Unit>& units) {
         "(uint32_t).\n"
         "Sizes are those of platforms with 64-bit pointers. A longest encoding exists where a type holds no string, "
         "bytes,\n"
-        "list or message of another library, here or in a message that it nests; a flag counts two bytes behind its "
+        "list or message of another library, here or in a message that it nests; a flag counts two bytes after its "
         "tag,\n"
         "since its member is written as it stands (one byte if it is 0 or 1).\n\n";
     for (const Unit& unit : units) {

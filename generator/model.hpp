@@ -17,7 +17,7 @@ struct Field {
     std::uint32_t number;
     Kind kind;
     std::string nested;   // C name of the nested message or element type; empty for the other kinds
-    std::string comment;  // what stands behind the field in the .proto file, on one line
+    std::string comment;  // what stands after the field in the .proto file, on one line
 };
 
 struct Message {
@@ -48,7 +48,7 @@ struct Options {
 bool read_options(const std::string& parameter, Options* options, std::string* error);
 
 // False with one line in `error` if the file uses something that the wire rules do not have, or declares a message
-// behind one that holds it.
+// after one that holds it.
 bool read_unit(const google::protobuf::FileDescriptor& file, const Options& options, Unit* unit, std::string* error);
 
 std::string upper_case(const std::string& text);

@@ -14,7 +14,7 @@ std::string padded(std::string text, std::size_t width) {
     return text;
 }
 
-// Breaks a text into lines, each behind `indent`.
+// Breaks a text into lines, each after `indent`.
 std::string wrap(const std::string& text, const std::string& first_indent, const std::string& indent) {
     std::istringstream words(text);
     std::string lines = first_indent;
