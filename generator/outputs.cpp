@@ -153,7 +153,7 @@ std::string print_header(const Unit& unit) {
     std::string text = "/* " + origin(unit) + " */\n";
     if (!unit.comment.empty()) text += c_comment(unit.comment);
     text +=
-        "/* What the four functions of a type do, and who owns what, stands in vesk_runtime.h. Behind each member: "
+        "/* What the four functions of a type do, and who owns what, stands in vesk_runtime.h. After each member: "
         "its\n"
         " * field number and presence bit. */\n";
     text += "#ifndef " + guard + "\n#define " + guard + "\n\n";
