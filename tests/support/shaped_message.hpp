@@ -9,9 +9,7 @@
 
 namespace vesk::test {
 
-inline bool is_scalar_kind(Kind kind) {
-    return kind == Kind::uint32 || kind == Kind::uint64 || kind == Kind::boolean;
-}
+inline bool is_scalar_kind(Kind kind) { return kind == Kind::uint32 || kind == Kind::uint64 || kind == Kind::boolean; }
 
 // What every field of a message is set to, nested ones and elements included.
 struct Filling {
