@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <utility>
 
 #include "tests/mutation/eid.hpp"
 #include "tests/support/damage.hpp"
@@ -268,10 +269,13 @@ void expect_same_encoding(const TypeInfo& type, const void* message) {
             Bytes expected(room, 0xEE), buffer(room, 0xEE);
             for (const bool counted : {true, false}) {
                 std::uint32_t expected_count = 0, count = 0;
+                eid_writes().clear();
                 const std::uint64_t result = interpreter::encode(table_type, message, expected.data(), room, nullptr,
                                                                  counted ? &expected_count : nullptr, flags);
+                const std::string expected_writes = std::exchange(eid_writes(), {});
                 ASSERT_EQ(type.encode(message, buffer.data(), room, nullptr, counted ? &count : nullptr, flags),
                           result);
+                ASSERT_EQ(eid_writes(), expected_writes) << room;
                 ASSERT_EQ(to_hex(buffer), to_hex(expected)) << room;
                 ASSERT_EQ(count, expected_count) << room;
             }
@@ -318,6 +322,32 @@ TEST(imported_eid, bytes_that_it_leaves_out_behind_an_element_that_ends_in_a_num
     ASSERT_NE(encoded(type, &four).size(), 0u);
     const Misbehaving misbehaving({.measured = 40, .stored = 0});
     expect_same_encoding(type, &four);
+}
+
+// What stands before an identifier is copied in blocks where more of ours follows, and not a byte further.
+TEST(imported_eid, bytes_that_it_leaves_out_after_parts_of_every_length_stay_as_they_were) {
+    const std::vector<std::uint8_t> data(64, 0xD5);
+    const std::string text(30, 't');
+    const TypeInfo& type = *find_type("card");
+    for (const std::uint64_t stored : {0, 3}) {
+        const Misbehaving misbehaving({.measured = 20, .stored = stored});
+        for (std::size_t length = 0; length <= 40; ++length) {
+            for (std::size_t before = 0; before <= 24; ++before) {
+                vesk_card card{};
+                card.f1.f1 = before == 0 ? 0 : 1;
+                card.f1.f4 = const_cast<std::uint8_t*>(data.data());
+                card.f1.f4_length = length;
+                card.f1.f3 = const_cast<char*>(text.c_str() + text.size() - before);
+                card.f7 = const_cast<std::uint8_t*>(data.data());
+                card.f7_length = 41 - length;
+                card.f3 = 1;
+                card.f1.present[0] = static_cast<std::uint8_t>(before % 2 == 0 ? 0x0B : 0x02);
+                card.present[0] = 0x44;
+                expect_same_encoding(type, &card);
+                if (::testing::Test::HasFailure()) return;
+            }
+        }
+    }
 }
 
 TEST(imported_eid, codes_are_passed_on) {

@@ -12,6 +12,11 @@ EidBehaviour& eid_behaviour() {
     return behaviour;
 }
 
+std::string& eid_writes() {
+    static std::string writes;
+    return writes;
+}
+
 namespace {
 
 // The stand-in's function, behind the program's own of the same name.
@@ -24,6 +29,7 @@ Function* own(Function*, const char* name) {
 }  // namespace vesk::test
 
 using vesk::test::eid_behaviour;
+using vesk::test::eid_writes;
 using vesk::test::own;
 
 std::uint64_t vesk_drin_eid_st_encode_ext(const vesk_drin_eid_st* message, void* buffer, std::uint64_t length,
@@ -31,7 +37,12 @@ std::uint64_t vesk_drin_eid_st_encode_ext(const vesk_drin_eid_st* message, void*
     static const auto encode = own(vesk_drin_eid_st_encode_ext, "vesk_drin_eid_st_encode_ext");
     const auto& behaviour = eid_behaviour();
     if (behaviour.measured == 0) return encode(message, buffer, length, segments, count, flags);
-    if (count != nullptr) *count = behaviour.segments;
+    if (count != nullptr) {
+        eid_writes() += (buffer == nullptr ? "null, " : "buffer, ") + std::to_string(length) +
+                        (segments == nullptr ? ", null, " : ", list, ") + std::to_string(*count) + ", " +
+                        std::to_string(flags) + "\n";
+        *count = behaviour.segments;
+    }
     std::fill_n(static_cast<std::uint8_t*>(buffer), std::min({length, behaviour.measured, behaviour.stored}),
                 std::uint8_t{0xE1});
     return buffer == nullptr ? behaviour.measured : behaviour.measured + 5;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 namespace vesk::test {
 
@@ -17,6 +18,9 @@ struct EidBehaviour {
 
 // Of all identifiers.
 EidBehaviour& eid_behaviour();
+
+// The arguments of every writing call of an identifier that misbehaves, until it is cleared.
+std::string& eid_writes();
 
 // Back to the stand-in's own ways at the end of a scope.
 struct Misbehaving {
