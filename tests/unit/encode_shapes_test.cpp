@@ -271,14 +271,22 @@ void expect_draft_stays_in_its_class(const void* message, std::uint32_t flags) {
         const std::uint8_t* const first = book.open().at;
         const auto before = static_cast<std::size_t>(first - book.bytes);
         const auto after = static_cast<std::size_t>(book.bytes + sizeof book.bytes - first);
-        // An element's head is put before it, with up to 8 bytes spoiled before that; 16 are read from the last on.
-        constexpr std::size_t longest_head = 7;
-        EXPECT_LE(bytes + longest_head + 8, before) << Api<Message>::name;
-        EXPECT_LE(memory.size() - untouched, before) << Api<Message>::name;
-        EXPECT_GE(after, 16u);
-        EXPECT_LE(1 + noted, sizeof book.inserts / sizeof *book.inserts) << Api<Message>::name;
         EXPECT_LE(bytes, size.bytes) << Api<Message>::name;
         EXPECT_LE(noted, size.inserts) << Api<Message>::name;
+        EXPECT_LE(memory.size() - untouched, bytes + 8) << Api<Message>::name;
+        // An element's head is put before it, up to 8 bytes before that are spoiled; 16 are read from the last on.
+        EXPECT_GE(before, size.bytes + 7 + 8);
+        EXPECT_GE(after, 16u);
+        EXPECT_GE(sizeof book.inserts / sizeof *book.inserts, 1 + size.inserts);
+    }
+}
+
+// Data is not looked at before it is known to fit, so that the heads of bytes fields can be as long as any.
+void claim_bytes(const TypeInfo& type, void* message, std::uint64_t length) {
+    for (const FieldInfo& field : type.fields) {
+        if (field.kind == Kind::bytes) store(message, field.second_offset, length);
+        if (field.kind != Kind::message) continue;
+        claim_bytes(*field.nested, static_cast<std::uint8_t*>(message) + field.offset, length);
     }
 }
 
@@ -288,7 +296,10 @@ void expect_largest_draft_stays_in_its_class() {
     for (const Filling& filling : largest) {
         ShapedMessage message(type);
         message.fill(filling);
-        for (const std::uint32_t flags : {0u, 1u}) expect_draft_stays_in_its_class<Message>(message.get(), flags);
+        for (const std::uint64_t length : {std::uint64_t{1}, std::uint64_t{UINT32_MAX}, UINT64_MAX}) {
+            claim_bytes(type, message.get(), length);
+            for (const std::uint32_t flags : {0u, 1u}) expect_draft_stays_in_its_class<Message>(message.get(), flags);
+        }
     }
 }
 
