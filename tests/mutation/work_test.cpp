@@ -8,6 +8,7 @@
 #include <map>
 
 #include "tests/support/random_message.hpp"
+#include "tests/support/shaped_message.hpp"
 
 namespace {
 std::uint64_t blocks = 0;
@@ -56,6 +57,12 @@ Work measure_work() {
             work[name + "free"] = work_of([&] { type->free(copy.get(), Ledger::release, &ledger, 0); });
             type->free(decoded.get(), Ledger::release, &ledger, 0);
         }
+        // The longest string that is drafted, which random messages seldom have.
+        ShapedMessage message(*type);
+        message.fill({1, 24, 2});
+        Bytes buffer(encoded(*type, message.get()).size());
+        work[type->name + ".strings_of_24"] =
+            work_of([&] { type->encode(message.get(), buffer.data(), buffer.size(), nullptr, nullptr, 0); });
     }
     return work;
 }

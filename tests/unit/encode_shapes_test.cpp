@@ -275,9 +275,9 @@ void expect_draft_stays_in_its_class(const void* message, std::uint32_t flags) {
         EXPECT_LE(noted, size.inserts) << Api<Message>::name;
         EXPECT_LE(memory.size() - untouched, bytes + 8) << Api<Message>::name;
         // An element's head is put before it, up to 8 bytes before that are spoiled; 16 are read from the last on.
-        EXPECT_GE(before, size.bytes + 7 + 8);
+        EXPECT_GE(before, Book::size.bytes + 7 + 8);
         EXPECT_GE(after, 16u);
-        EXPECT_GE(sizeof book.inserts / sizeof *book.inserts, 1 + size.inserts);
+        EXPECT_GE(sizeof book.inserts / sizeof *book.inserts, 1 + Book::size.inserts);
     }
 }
 
