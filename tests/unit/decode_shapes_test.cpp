@@ -87,8 +87,9 @@ TEST(decode_scalar, that_reaches_past_the_nested_message_is_malformed_whatever_f
         Comparison comparison(*type);
         for (const FieldInfo& field : type->fields) {
             if (field.nested == nullptr) continue;
+            std::set<Kind> tried;
             for (const FieldInfo& inner : field.nested->fields) {
-                if (!is_scalar_kind(inner.kind)) continue;
+                if (!is_scalar_kind(inner.kind) || !tried.insert(inner.kind).second) continue;
                 for (std::size_t width = 0; width <= 10; ++width) {
                     const Bytes content = message(tag(inner.number, varint_type), Bytes(width, 0x81));
                     const Bytes input = message(message_field(field.number, content), Bytes(2, 0x01), Bytes(12, 0x00));
@@ -108,9 +109,10 @@ TEST(decode_tag, of_every_width_after_every_other_field_is_that_of_the_rules) {
     for (const TypeInfo* type : all_types()) {
         Comparison comparison(*type);
         for (const FieldInfo& field : type->fields) {
-            for (const std::size_t width : {1u, 3u, 5u, 6u, 11u}) {
+            for (const std::size_t width : {1u, 3u, 6u, 11u}) {
                 const Bytes wide = short_field(field, 'w', width);
                 ASSERT_TRUE(comparison.reads_the_same(wide));
+                if (width != 3) continue;  // enough after every other field
                 for (const FieldInfo& other : type->fields) {
                     ASSERT_TRUE(comparison.reads_the_same(message(short_field(other, 'o'), wide, hex("00"))));
                 }
@@ -121,11 +123,8 @@ TEST(decode_tag, of_every_width_after_every_other_field_is_that_of_the_rules) {
 
 // Also the same field again; the last of the unknown ones cannot be skipped.
 TEST(decode_fields, in_every_order_with_unknown_ones_between_are_those_of_the_rules) {
-    const std::vector<Bytes> between{{},
-                                     number_field(1000, 300),
-                                     text_field(60, "unknown"),
-                                     message(tag(62, fixed64_type), hex("01 02 03 04 05 06 07 08")),
-                                     tag(63, 3)};
+    const std::vector<Bytes> between{
+        {}, number_field(1000, 300), message(tag(62, fixed64_type), hex("01 02 03 04 05 06 07 08")), tag(63, 3)};
     for (const TypeInfo* type : all_types()) {
         Comparison comparison(*type);
         for (const FieldInfo& one : type->fields) {
