@@ -96,13 +96,15 @@ struct Writing {
     template <class Message>
     VESK_INLINE void run(auto run, const Message& message, std::uint64_t presence) {
         // What is never drafted is written often, and usually has room.
-        if (!is_draftable<Message> && has_room(longest_run<Message, run.first, run.last>(), writer)) {
-            std::uint8_t* const at = writer.buffer.data + writer.position;
-            const std::uint8_t* const past = put_run<run.first, run.last>(at, message, presence);
-            writer.position += static_cast<std::uint64_t>(past - at);
-        } else {
-            write_run<run.first, run.last>(message, presence, writer);
+        if constexpr (!is_draftable<Message>) {
+            if (has_room(longest_run<Message, run.first, run.last>(), writer)) {
+                std::uint8_t* const at = writer.buffer.data + writer.position;
+                const std::uint8_t* const past = put_run<run.first, run.last>(at, message, presence);
+                writer.position += static_cast<std::uint64_t>(past - at);
+                return;
+            }
         }
+        write_run<run.first, run.last>(message, presence, writer);
     }
     VESK_INLINE void string(auto field, const char* characters) { write_string(field.tag, characters, writer); }
     VESK_INLINE void bytes(auto field, const std::uint8_t* data, std::uint64_t length) {

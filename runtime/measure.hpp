@@ -14,9 +14,15 @@ template <class Message>
 std::uint64_t measure_in_place(const Message& message, std::uint32_t flags);
 
 template <class Message>
+inline constexpr bool is_measured_in_place = is_imported<Message> || is_small<Message>;
+
+template <class Message>
 VESK_INLINE std::uint64_t measure_nested(const Message& nested, std::uint32_t flags) {
-    constexpr bool in_place = is_imported<Message> || is_small<Message>;
-    return in_place ? measure_in_place(nested, flags) : measure<Message>(&nested, flags);
+    if constexpr (is_measured_in_place<Message>) {
+        return measure_in_place(nested, flags);
+    } else {
+        return measure<Message>(&nested, flags);
+    }
 }
 
 // The data of a bytes field that the buffer holds. A length so large that the position would wrap adds nothing; the

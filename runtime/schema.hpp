@@ -101,11 +101,7 @@ template <class Message>
 inline constexpr std::size_t field_count = decltype(schema<Message>)::count;
 
 template <std::size_t Index, class Value>
-constexpr const Value& get_slot(const Slot<Index, Value>& slot) {
-    return slot.value;
-}
-template <std::size_t Index, class Value>
-constexpr Value& get_slot(Slot<Index, Value>& slot) {
+consteval const Value& get_slot(const Slot<Index, Value>& slot) {
     return slot.value;
 }
 

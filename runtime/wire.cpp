@@ -183,8 +183,4 @@ std::uint8_t* put_bytes(std::uint8_t* at, const void* data, std::uint64_t length
     return at + length;
 }
 
-std::uint8_t* put_data(std::uint8_t* at, const void* data, std::uint64_t length) {
-    return put_bytes(put_length(at, length), data, length);
-}
-
 }  // namespace vesk

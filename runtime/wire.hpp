@@ -77,7 +77,12 @@ Varint read_long_length(const std::uint8_t* at, const std::uint8_t* end);
 // Reads the length of a string, bytes field or message and holds it to the input. Returns the position of the content,
 // of which all bytes lie before `end`, or null.
 inline Varint read_length(const std::uint8_t* at, const std::uint8_t* end) {
-    const Varint length = at < end && *at < 0x80 ? Varint{at + 1, *at} : read_long_length(at, end);
+    Varint length;
+    if (at < end && *at < 0x80) {
+        length = {at + 1, *at};
+    } else {
+        length = read_long_length(at, end);
+    }
     if (length.value > static_cast<std::uint64_t>(end - length.at)) return {nullptr, 0};
     return length;
 }
@@ -170,10 +175,6 @@ inline std::uint8_t* put_varint(std::uint8_t* at, std::uint64_t value) {
     return at;
 }
 
-inline std::uint8_t* put_length(std::uint8_t* at, std::uint64_t length) {
-    return put_varint(at, static_cast<std::uint32_t>(length));
-}
-
 template <std::uint32_t Tag>
 inline std::uint8_t* put_tag(std::uint8_t* at) {
     static_assert(Tag < 1 << 14);
@@ -189,9 +190,6 @@ inline std::uint8_t* put_tag(std::uint8_t* at) {
 
 // Copies bytes; short ones without a call of memcpy.
 std::uint8_t* put_bytes(std::uint8_t* at, const void* data, std::uint64_t length);
-
-// The length and the data of a string or bytes field.
-std::uint8_t* put_data(std::uint8_t* at, const void* data, std::uint64_t length);
 
 // Stores the 8 bytes of a word, the lowest first.
 inline void store_word(std::uint8_t* at, std::uint64_t word) {
