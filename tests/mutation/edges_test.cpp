@@ -104,6 +104,18 @@ TEST(page_edge, varints_of_every_width_are_read) {
     }
 }
 
+// A length of 128 begins with the byte that a careless reader takes for the length itself.
+TEST(page_edge, unknown_fields_with_lengths_of_every_width_are_skipped) {
+    const GuardedMemory page(capacity);
+    for (const std::size_t length : {0u, 1u, 127u, 128u, 129u, 256u, 300u}) {
+        for (std::size_t width = varint(length).size(); width <= 11; ++width) {
+            const Bytes input = message(tag(1000, length_type), over_long(length, width), Bytes(length, 0x08),
+                                        number_field(1, 5), number_field(8, 1));
+            expect_same_as_interpreter(*find_type("octet"), page, input);
+        }
+    }
+}
+
 TEST(page_edge, buffer_is_written_no_further_than_its_end) {
     const GuardedMemory page(capacity);
     for_every_type(4, Amount::wild, [&](const TypeInfo& type, const void* message, std::uint64_t) {
