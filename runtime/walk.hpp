@@ -49,16 +49,16 @@ VESK_INLINE void visit_field(const Message& message, bool present, Sink& sink) {
 }
 
 // One past the fields that are shown together: a run of scalars, or one field of another kind.
-template <class Message>
-consteval std::size_t end_of_visit(std::size_t index) {
-    const std::size_t end = end_of_run<Message>(index);
-    return end != index ? end : index + 1;
+template <class Message, std::size_t Index>
+consteval std::size_t end_of_visit() {
+    constexpr std::size_t end = end_of_run<Message>(Index);
+    return end != Index ? end : Index + 1;
 }
 
 template <std::size_t Index, class Message, class Sink>
 VESK_INLINE void walk_from(const Message& message, std::uint64_t presence, Sink& sink) {
     if constexpr (Index < field_count<Message>) {
-        constexpr std::size_t next = end_of_visit<Message>(Index);
+        constexpr std::size_t next = end_of_visit<Message, Index>();
         if constexpr (Sink::backwards) walk_from<next>(message, presence, sink);
         if constexpr (is_scalar<Message, Index>) {
             if constexpr (next - Index < 3) {
