@@ -22,9 +22,10 @@ consteval std::size_t end_of_chunk(std::size_t first, std::size_t last) {
 // ---- Measuring -----------------------------------------------------------------------------------------------------
 
 // Four sizes at once, of which the sum counts. Compilers make of it what the processor has.
+// Never by value: how a vector is handed over depends on the processor's options.
 typedef std::uint32_t Lanes __attribute__((vector_size(16)));
 
-VESK_INLINE std::uint64_t sum_of_lanes(Lanes lanes) {
+VESK_INLINE std::uint64_t sum_of_lanes(const Lanes& lanes) {
     std::uint64_t pairs[2];
     __builtin_memcpy(pairs, &lanes, sizeof lanes);
     const std::uint64_t pair = pairs[0] + pairs[1];
@@ -43,7 +44,7 @@ consteval bool is_quad(std::size_t last) {
 
 // Where there are but three, the fourth lane is of whatever follows them in the structure, and does not count.
 template <std::size_t First, std::size_t Last, class Message>
-VESK_INLINE Lanes measure_quad(const Message& message, std::uint64_t presence) {
+VESK_INLINE void measure_quad(const Message& message, std::uint64_t presence, Lanes& lanes) {
     constexpr Lanes bits{1, 2, 4, 8};
     constexpr std::uint32_t longest = measure_varint(tag_of<Message, First>) + 5;
     Lanes values;
@@ -52,7 +53,7 @@ VESK_INLINE Lanes measure_quad(const Message& message, std::uint64_t presence) {
     const auto present = (Lanes{chunk, chunk, chunk, chunk} & bits) == bits;
     // A comparison gives -1 where it holds: for each group of 7 bits that a value does not need.
     const auto unneeded = (values >> 7 == 0) + (values >> 14 == 0) + (values >> 21 == 0) + (values >> 28 == 0);
-    return reinterpret_cast<Lanes>(present) & (longest + reinterpret_cast<Lanes>(unneeded));
+    lanes += reinterpret_cast<Lanes>(present) & (longest + reinterpret_cast<Lanes>(unneeded));
 }
 
 // The bytes that the scalars First to Last - 1 take, those that are present; of some of them in `lanes`.
@@ -61,7 +62,7 @@ VESK_INLINE std::uint64_t measure_run(const Message& message, std::uint64_t pres
     if constexpr (First == Last) {
         return 0;
     } else if constexpr (constexpr std::size_t end = end_of_chunk<Message>(First, Last); is_quad<Message, First>(end)) {
-        lanes += measure_quad<First, end>(message, presence);
+        measure_quad<First, end>(message, presence, lanes);
         return measure_run<end, Last>(message, presence, lanes);
     } else {
         const auto value = wire_value<Message, First>(message);
