@@ -32,6 +32,29 @@ enum vesk_result {
     VESK_NO_MEMORY = -4
 };
 
+/* The name of a result, "VESK_MALFORMED", and what it means in a few words. Never null: of another code they say that it is
+ * none of the library's. */
+static inline const char *vesk_result_name(int32_t code) {
+    switch (code) {
+        case VESK_OK: return "VESK_OK";
+        case VESK_MALFORMED: return "VESK_MALFORMED";
+        case VESK_UNKNOWN_WIRE_TYPE: return "VESK_UNKNOWN_WIRE_TYPE";
+        case VESK_WRONG_WIRE_TYPE: return "VESK_WRONG_WIRE_TYPE";
+        case VESK_NO_MEMORY: return "VESK_NO_MEMORY";
+        default: return "unknown result";
+    }
+}
+static inline const char *vesk_result_text(int32_t code) {
+    switch (code) {
+        case VESK_OK: return "success";
+        case VESK_MALFORMED: return "the input is cut short or inconsistent";
+        case VESK_UNKNOWN_WIRE_TYPE: return "an unknown field has a wire type that cannot be skipped";
+        case VESK_WRONG_WIRE_TYPE: return "a field has another wire type than its kind's";
+        case VESK_NO_MEMORY: return "no memory";
+        default: return "not a result of this library";
+    }
+}
+
 /* Bits of the flags word. It is handed down unchanged to every nested message. Bits 1 to 31 are reserved:
  * they change nothing today, and callers leave them 0. */
 enum vesk_flag {
