@@ -1,8 +1,8 @@
 # How the libraries are compiled and linked. What stands here holds whatever flags a packager adds: target options come
 # after CMAKE_CXX_FLAGS.
 
-# The libraries need nothing but memcpy, memset, strlen and the imported functions of the entity identifier.
-function(vesk_set_core_options target)
+# What holds for every library here: C++ without the C++ library, exporting nothing that is not listed.
+function(vesk_set_library_options target)
     target_compile_features(${target} PRIVATE cxx_std_20)
     target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR})
     set_target_properties(${target} PROPERTIES
@@ -12,13 +12,7 @@ function(vesk_set_core_options target)
         VISIBILITY_INLINES_HIDDEN ON
         LINKER_LANGUAGE C)  # not libstdc++
     target_compile_options(${target} PRIVATE
-        -Wall -Wextra -Wpedantic -Wconversion -Wshadow
-        -fno-exceptions -fno-rtti
-        -fno-stack-protector -U_FORTIFY_SOURCE  # each would import a function of its own
-        $<$<CXX_COMPILER_ID:GNU>:-fno-tree-loop-distribute-patterns>  # a byte loop stays one, and is not memmove
-        -fno-plt  # the imported functions are called often, and bound when the library is loaded
-        -fno-align-functions  # padding made a tenth of the code and bought no time
-        $<$<CXX_COMPILER_ID:GNU>:-fno-align-jumps -fno-align-loops -fno-align-labels>)
+        -Wall -Wextra -Wpedantic -Wconversion -Wshadow -fno-exceptions -fno-rtti)
     if(VESK_SANITIZE)
         target_compile_options(${target} PRIVATE -fsanitize=${VESK_SANITIZE})
     endif()
@@ -30,6 +24,17 @@ function(vesk_set_core_options target)
     target_link_options(${target} PRIVATE ${folders})
 endfunction()
 
+# The core needs nothing but memcpy, memset, strlen and the imported functions of the entity identifier.
+function(vesk_set_core_options target)
+    vesk_set_library_options(${target})
+    target_compile_options(${target} PRIVATE
+        -fno-stack-protector -U_FORTIFY_SOURCE  # each would import a function of its own
+        $<$<CXX_COMPILER_ID:GNU>:-fno-tree-loop-distribute-patterns>  # a byte loop stays one, and is not memmove
+        -fno-plt  # the imported functions are called often, and bound when the library is loaded
+        -fno-align-functions  # padding made a tenth of the code and bought no time
+        $<$<CXX_COMPILER_ID:GNU>:-fno-align-jumps -fno-align-loops -fno-align-labels>)
+endfunction()
+
 # The rules of the four operations, for libraries to be made of: exported by none.
 function(vesk_add_runtime target)
     add_library(${target} OBJECT
@@ -38,19 +43,16 @@ function(vesk_add_runtime target)
     target_link_libraries(${target} PUBLIC vesk_headers)
 endfunction()
 
-# A shared library of generated units and the objects of RUNTIME. It exports the functions in the units' .symbols files and
-# nothing else, under VERSION_NODE if that is given.
-function(vesk_add_library target)
-    cmake_parse_arguments(ARG "" "RUNTIME;VERSION_NODE" "UNITS" ${ARGN})
-    add_library(${target} SHARED)
-    vesk_set_core_options(${target})
+# Exports the functions and tables that the files SYMBOLS list and nothing else, under VERSION_NODE if that is given, and
+# links as a packager would.
+function(vesk_set_exports target)
+    cmake_parse_arguments(ARG "" "VERSION_NODE" "SYMBOLS" ${ARGN})
     set(symbols "")
-    foreach(unit ${ARG_UNITS})
-        target_sources(${target} PRIVATE ${unit}/${unit}_exports.cpp)
-        set(symbols_file ${PROJECT_SOURCE_DIR}/${unit}/${unit}.symbols)
+    foreach(file ${ARG_SYMBOLS})
+        set(symbols_file ${PROJECT_SOURCE_DIR}/${file})
         set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${symbols_file})
-        file(STRINGS ${symbols_file} unit_symbols)
-        list(APPEND symbols ${unit_symbols})
+        file(STRINGS ${symbols_file} file_symbols)
+        list(APPEND symbols ${file_symbols})
     endforeach()
     list(JOIN symbols ";\n        " symbol_lines)
     set(version_script ${PROJECT_BINARY_DIR}/${target}.map)
@@ -72,6 +74,19 @@ function(vesk_add_library target)
     if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize" AND NOT VESK_SANITIZE)  # a sanitizer's functions come from the program
         target_link_options(${target} PRIVATE -Wl,--no-undefined)
     endif()
+endfunction()
+
+# A shared library of generated units, the objects of RUNTIME and further SOURCES. It exports what the units' .symbols files
+# and the files SYMBOLS list.
+function(vesk_add_library target)
+    cmake_parse_arguments(ARG "" "RUNTIME;VERSION_NODE" "UNITS;SOURCES;SYMBOLS" ${ARGN})
+    add_library(${target} SHARED ${ARG_SOURCES})
+    vesk_set_core_options(${target})
+    foreach(unit ${ARG_UNITS})
+        target_sources(${target} PRIVATE ${unit}/${unit}_exports.cpp)
+        list(APPEND ARG_SYMBOLS ${unit}/${unit}.symbols)
+    endforeach()
+    vesk_set_exports(${target} VERSION_NODE "${ARG_VERSION_NODE}" SYMBOLS ${ARG_SYMBOLS})
     target_sources(${target} PRIVATE $<TARGET_OBJECTS:${ARG_RUNTIME}>)
     target_link_libraries(${target} PUBLIC vesk_headers)
 endfunction()

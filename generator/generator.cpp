@@ -27,6 +27,7 @@ bool Generator::Generate(const google::protobuf::FileDescriptor* file, const std
     if (!read_options(parameter, &options, error) || !read_unit(*file, options, &unit, error)) return false;
     write_file(context, unit.name + ".h", print_header(unit));
     write_file(context, unit.name + "_fields.hpp", print_fields(unit));
+    write_file(context, unit.name + "_names.inc", print_names(unit));
     write_file(context, unit.name + "_exports.cpp", print_exports(unit));
     write_file(context, unit.name + ".symbols", print_symbols(unit));
     return true;

@@ -137,9 +137,9 @@ void read_imports(const FileDescriptor& file, const Options& options, Unit* unit
         add_imported(import, options, &known);
     }
     for (const Descriptor* message : held) {
-        if (!known.contains(message)) unit->imported_messages.push_back(options.prefix + "_" + message->name());
+        if (known.contains(message)) continue;
+        unit->imported_messages[options.prefix + "_" + message->name()] = without_proto(message->file()->name());
     }
-    std::sort(unit->imported_messages.begin(), unit->imported_messages.end());
 }
 
 }  // namespace

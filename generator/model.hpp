@@ -4,6 +4,7 @@
 #include <google/protobuf/descriptor.h>
 
 #include <cstdint>
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -33,8 +34,9 @@ struct Unit {
     std::string comment;
     std::vector<std::string> imports;            // every imported file, without .proto
     std::vector<std::string> library_imports;    // those of the same library
-    std::vector<std::string> imported_messages;  // C names of another library's messages that this unit holds and
-                                                 // that no unit in library_imports holds
+    // C names of another library's messages that this unit holds and that no unit in library_imports holds, and the
+    // unit of each.
+    std::map<std::string, std::string> imported_messages;
     std::vector<Message> messages;
 };
 

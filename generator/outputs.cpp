@@ -175,7 +175,7 @@ std::string print_fields(const Unit& unit) {
         text += "#include \"" + import + "/" + import + "_fields.hpp\"\n";
     }
     text += "#include \"runtime/schema.hpp\"\n\nnamespace vesk {\n";
-    for (const std::string& name : unit.imported_messages) {
+    for (const auto& [name, file] : unit.imported_messages) {
         text +=
             "\n// Another library's: called through its exported functions.\ntemplate <>\ninline constexpr "
             "ImportedFunctions<" +
@@ -190,6 +190,22 @@ std::string print_fields(const Unit& unit) {
         }
     }
     return text + "\n}  // namespace vesk\n";
+}
+
+std::string print_names(const Unit& unit) {
+    const auto quoted = [](const std::string& text) { return ", \"" + text + "\""; };
+    const auto bare = [&](const std::string& name) { return name.substr(unit.prefix.size() + 1); };
+    std::string text = "// " + origin(unit) + "\n// The names of its messages and fields, in declaration order; " +
+                       "runtime/facts.hpp says what they are for.\n";
+    for (const Message& message : unit.messages) {
+        text += "VESK_NAMES(" + message.name + quoted(unit.name) + quoted(bare(message.name));
+        for (const Field& field : message.fields) text += quoted(field.name);
+        text += ")\n";
+    }
+    for (const auto& [name, file] : unit.imported_messages) {
+        text += "VESK_IMPORTED_NAMES(" + name + quoted(file) + quoted(bare(name)) + ")\n";
+    }
+    return text;
 }
 
 std::string print_exports(const Unit& unit) {
