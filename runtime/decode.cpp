@@ -98,24 +98,12 @@ const std::uint8_t* skip_unknown(std::uint32_t tag, std::uint64_t field_numbers,
     return step.code == VESK_OK ? step.at : fail(source, step.code);
 }
 
-namespace {
-
-// The most bytes that an input can have from this address on: it ends at the last address, and no object is larger than
-// a difference of pointers can say.
-std::uint64_t longest_input(const std::uint8_t* at) {
-    const std::uint64_t to_last_address = UINTPTR_MAX - reinterpret_cast<std::uintptr_t>(at);
-    return to_last_address < PTRDIFF_MAX ? to_last_address : PTRDIFF_MAX;
-}
-
-}  // namespace
-
 std::int32_t decode_ext(void* message, const NestedDecoder& decoder, const void* buffer, std::uint64_t length,
                         Allocator allocator, std::uint32_t flags) {
     const std::uint8_t* const at = static_cast<const std::uint8_t*>(buffer);
-    const std::uint64_t longest = longest_input(at);
+    const std::uint8_t* const end = end_of_input(at, length);
     // Nobody has more memory. Without words nothing is read past the byte that ends the decoding.
-    const bool vast = length > longest;
-    const std::uint8_t* const end = at + (vast ? longest : length);
+    const bool vast = length > static_cast<std::uint64_t>(end - at);
     Source source{vast ? Input{nullptr} : input_between(at, end), allocator, flags, VESK_OK};
     std::memset(message, 0, decoder.size);
     decoder.decode(message, at, end, source);

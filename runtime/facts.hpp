@@ -1,5 +1,5 @@
-// The facts of message types as the constant data that vesk_facts.h describes, made while compiling of their field lists
-// and of their names, which the generator lists in a file for each unit:
+// The facts of message types as the constant data that vesk_facts.h describes, made while compiling of their field
+// lists and of their names, which the generator lists in a file for each unit:
 //
 //     VESK_NAMES(vesk_pem_data, "client_service", "pem_data", "entity_common", "fru_common", "f3", "f4")
 //     VESK_IMPORTED_NAMES(vesk_drin_eid_st, "drin_eid", "drin_eid_st")
@@ -30,7 +30,8 @@ consteval Names<sizeof...(Fields)> make_names(const char* unit, const char* type
     return {unit, type, {fields...}};
 }
 
-// The names of a message type; specialised where they are listed. Of another library's type only the first two are known.
+// The names of a message type; specialised where they are listed. Of another library's type only the first two are
+// known.
 template <class Message>
 inline constexpr auto names = make_names("", "");
 
@@ -108,7 +109,8 @@ consteval std::size_t number_count() {
 template <class Message>
 consteval std::size_t size_of_names() {
     std::size_t size = length_of(names<Message>.unit) + length_of(names<Message>.type) + 2;
-    for (std::size_t index = 0; index < field_count<Message>; ++index) size += length_of(names<Message>.fields[index]) + 1;
+    for (std::size_t index = 0; index < field_count<Message>; ++index)
+        size += length_of(names<Message>.fields[index]) + 1;
     return size;
 }
 
@@ -132,8 +134,12 @@ private:
     static constexpr std::int32_t distance(std::size_t from, std::size_t to) {
         return static_cast<std::int32_t>(to) - static_cast<std::int32_t>(from);
     }
-    static constexpr std::size_t type_at(std::size_t index) { return offsetof(Data, types) + index * sizeof(vesk_type); }
-    static constexpr std::size_t field_at(std::size_t index) { return offsetof(Data, fields) + index * sizeof(vesk_field); }
+    static constexpr std::size_t type_at(std::size_t index) {
+        return offsetof(Data, types) + index * sizeof(vesk_type);
+    }
+    static constexpr std::size_t field_at(std::size_t index) {
+        return offsetof(Data, fields) + index * sizeof(vesk_field);
+    }
 
     template <class Wanted>
     static constexpr std::size_t index_of() {

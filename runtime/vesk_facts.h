@@ -1,10 +1,10 @@
-/* What a message type is, as constant data: the names, numbers, kinds and places of its fields. For tools that work on any
- * message, such as libvesk_toolkit; who calls the four functions of a type needs none of it.
+/* What a message type is, as constant data: the names, numbers, kinds and places of its fields. For tools that work on
+ * any message, such as libvesk_toolkit; who calls the four functions of a type needs none of it.
  *
- * Plain C99 and C++. The data needs no relocation: where a row names something else, it says how many bytes away from the
- * row itself that lies. All of it is constant and lives as long as the library that has it; any number of threads may read
- * it. Rows may grow at their end in later versions, so they are reached through the functions below, never by arithmetic of
- * your own. No function here checks its argument for null. */
+ * Plain C99 and C++. The data needs no relocation: where a row names something else, it says how many bytes away from
+ * the row itself that lies. All of it is constant and lives as long as the library that has it; any number of threads
+ * may read it. Rows may grow at their end in later versions, so they are reached through the functions below, never by
+ * arithmetic of your own. No function here checks its argument for null. */
 #ifndef VESK_FACTS_H
 #define VESK_FACTS_H
 
@@ -27,7 +27,8 @@ enum vesk_kind {
 
 /* Bits of a type's flags. */
 enum vesk_type_flag {
-    /* The type belongs to another library, and this row says its name and the size of its structure, but not its fields. */
+    /* The type belongs to another library, and this row says its name and the size of its structure, but not its
+     * fields. */
     VESK_TYPE_ELSEWHERE = 1
 };
 
@@ -38,7 +39,8 @@ typedef struct vesk_type {
     int32_t unit_at;          /* the unit that defines it, "client_service" */
     int32_t next_at;          /* the next type that the same library describes; 0 if this is the last */
     int32_t fields_at;        /* its fields, in the order of their declaration */
-    int32_t by_number_at;     /* for each field number below number_count, in 16 bits: the field's place from 1 on, or 0 */
+    int32_t by_number_at;     /* for each field number below number_count, in 16 bits: the field's place from 1 on, or 0
+                                 */
     uint32_t structure_size;  /* of the message's structure, in bytes */
     uint32_t presence_offset; /* of the presence bits in it */
     uint16_t alignment;       /* of the structure, in bytes */

@@ -93,6 +93,14 @@ struct Input {
     const std::uint8_t* end_of_words;  // the first position at which no word begins; null if the input has none
 };
 
+// Where an input of `length` bytes ends: at the last address at the latest, and no object is larger than a difference
+// of pointers can say.
+inline const std::uint8_t* end_of_input(const std::uint8_t* at, std::uint64_t length) {
+    const std::uint64_t to_last_address = UINTPTR_MAX - reinterpret_cast<std::uintptr_t>(at);
+    const std::uint64_t longest = to_last_address < PTRDIFF_MAX ? to_last_address : PTRDIFF_MAX;
+    return at + (length > longest ? longest : length);
+}
+
 inline Input input_between(const std::uint8_t* at, const std::uint8_t* end) {
     return {end - at >= 8 ? end - 7 : nullptr};
 }

@@ -1,0 +1,137 @@
+#include "toolkit/arena.hpp"
+
+// A program with AddressSanitizer has them, another has not: the library need not be compiled with it.
+extern "C" {
+[[gnu::weak]] void __asan_poison_memory_region(const volatile void* at, std::size_t size);
+[[gnu::weak]] void __asan_unpoison_memory_region(const volatile void* at, std::size_t size);
+}
+
+namespace {
+
+using vesk::arena_alignment;
+
+constexpr std::uint64_t usual_chunk = 8192;
+
+// A block that the arena asked for; its memory follows it.
+struct alignas(arena_alignment) Chunk {
+    Chunk* next;
+    unsigned char* end;
+};
+
+void forbid(unsigned char* at, const unsigned char* end) {
+    if (__asan_poison_memory_region != nullptr) __asan_poison_memory_region(at, static_cast<std::size_t>(end - at));
+}
+
+void permit(unsigned char* at, const unsigned char* end) {
+    if (__asan_unpoison_memory_region != nullptr) __asan_unpoison_memory_region(at, static_cast<std::size_t>(end - at));
+}
+
+Chunk* chunk_of(void* untyped) { return static_cast<Chunk*>(untyped); }
+
+unsigned char* memory_of(Chunk* chunk) { return reinterpret_cast<unsigned char*>(chunk + 1); }
+
+// Takes what is needed from the memory that the arena allots from now on.
+void enter(vesk_arena& arena, Chunk* chunk) {
+    arena.chunk = chunk;
+    arena.next = memory_of(chunk);
+    arena.end = chunk->end;
+}
+
+// A chunk with room for `size` bytes: one that an earlier message has left, or a new one.
+bool next_chunk(vesk_arena& arena, std::uint64_t size) {
+    Chunk* const current = chunk_of(arena.chunk);
+    Chunk* const kept = current != nullptr ? current->next : chunk_of(arena.first_chunk);
+    if (kept != nullptr && static_cast<std::uint64_t>(kept->end - memory_of(kept)) >= size) {
+        enter(arena, kept);
+        return true;
+    }
+    if (size > SIZE_MAX - sizeof(Chunk) || arena.alloc == nullptr) return false;
+    const std::uint64_t whole = size + sizeof(Chunk) > usual_chunk ? size + sizeof(Chunk) : usual_chunk;
+    void* const block = arena.alloc(whole, arena.context);
+    if (block == nullptr) return false;
+    Chunk* const made = chunk_of(block);
+    *made = {kept, static_cast<unsigned char*>(block) + whole};
+    if (current != nullptr) {
+        current->next = made;
+    } else {
+        arena.first_chunk = made;
+    }
+    forbid(memory_of(made), made->end);
+    enter(arena, made);
+    return true;
+}
+
+void begin(vesk_arena* arena) {
+    *arena = {};
+    arena->size = sizeof *arena;
+    vesk_arena_limit(arena, UINT64_MAX, UINT64_MAX);
+}
+
+}  // namespace
+
+void vesk_arena_of_buffer(vesk_arena* arena, void* buffer, uint64_t size) {
+    begin(arena);
+    const std::uint64_t gap = -reinterpret_cast<std::uintptr_t>(buffer) % arena_alignment;
+    if (size < gap) return;
+    arena->next = arena->buffer = static_cast<unsigned char*>(buffer) + gap;
+    arena->end = arena->next + (size - gap);
+    forbid(arena->next, arena->end);
+}
+
+void vesk_arena_of_blocks(vesk_arena* arena, vesk_alloc alloc, vesk_release release, void* context) {
+    begin(arena);
+    arena->alloc = alloc;
+    arena->release = release;
+    arena->context = context;
+}
+
+void vesk_arena_limit(vesk_arena* arena, uint64_t bytes, uint64_t blocks) {
+    arena->most_bytes = arena->bytes_left = bytes;
+    arena->most_blocks = arena->blocks_left = blocks;
+}
+
+uint64_t vesk_arena_limit_for(uint64_t length) {
+    constexpr std::uint64_t least = 4096;
+    constexpr std::uint64_t ratio = 32;
+    return length <= (UINT64_MAX - least) / ratio ? least + ratio * length : UINT64_MAX;
+}
+
+void* vesk_arena_alloc(uint64_t size, void* untyped) {
+    vesk_arena& arena = *static_cast<vesk_arena*>(untyped);
+    const std::uint64_t whole = vesk::arena_bytes_for(size);
+    if (whole < size || whole > arena.bytes_left || arena.blocks_left == 0) return nullptr;
+    if (static_cast<std::uint64_t>(arena.end - arena.next) < whole && !next_chunk(arena, whole)) return nullptr;
+    unsigned char* const block = arena.next;
+    arena.next += whole;
+    arena.bytes_left -= whole;
+    --arena.blocks_left;
+    permit(block, block + size);
+    return block;
+}
+
+void vesk_arena_release(void*, void*) {}
+
+void vesk_arena_reset(vesk_arena* arena) {
+    vesk_arena_limit(arena, arena->most_bytes, arena->most_blocks);
+    if (arena->alloc == nullptr) {
+        arena->next = arena->buffer;
+        if (arena->buffer != nullptr) forbid(arena->buffer, arena->end);
+        return;
+    }
+    for (Chunk* chunk = chunk_of(arena->first_chunk); chunk != nullptr; chunk = chunk->next) {
+        forbid(memory_of(chunk), chunk->end);
+    }
+    arena->chunk = nullptr;
+    arena->next = arena->end = nullptr;
+}
+
+void vesk_arena_close(vesk_arena* arena) {
+    if (arena->alloc == nullptr && arena->buffer != nullptr) permit(arena->buffer, arena->end);
+    for (Chunk* chunk = chunk_of(arena->first_chunk); chunk != nullptr;) {
+        Chunk* const next = chunk->next;
+        permit(memory_of(chunk), chunk->end);
+        arena->release(chunk, arena->context);
+        chunk = next;
+    }
+    begin(arena);
+}

@@ -1,0 +1,19 @@
+// What an arena takes for a request.
+#pragma once
+
+#include <vesk/vesk_toolkit.h>
+
+#include <cstddef>
+#include <cstdint>
+
+namespace vesk {
+
+inline constexpr std::uint64_t arena_alignment = alignof(std::max_align_t);  // malloc's
+
+// Below `size` if 64 bits cannot say it.
+constexpr std::uint64_t arena_bytes_for(std::uint64_t size) {
+    const std::uint64_t least = size == 0 ? 1 : size;
+    return (least + (arena_alignment - 1)) & ~(arena_alignment - 1);
+}
+
+}  // namespace vesk

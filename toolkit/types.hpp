@@ -1,0 +1,18 @@
+// The types that the toolkit knows, and what the entity identifier's library says of its own.
+#pragma once
+
+#include <vesk/vesk_toolkit.h>
+
+#include <cstdint>
+
+// The identifier's library need not have it: the address is then null.
+extern "C" [[gnu::weak]] const vesk_type vesk_drin_eid_st_type;
+
+namespace vesk {
+
+// The description of a type of another library, by that library itself; null if it has none.
+inline const vesk_type* describe_elsewhere() { return &vesk_drin_eid_st_type; }
+
+constexpr bool is_elsewhere(const vesk_type* type) { return (type->flags & VESK_TYPE_ELSEWHERE) != 0; }
+
+}  // namespace vesk
