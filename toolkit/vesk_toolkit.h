@@ -306,8 +306,8 @@ typedef struct vesk_value {
     uint32_t count;        /* elements of a list */
     uint64_t number;       /* a scalar; a flag is 0 or 1 */
     const void *data;      /* of a string or bytes field: its bytes, a string's without NUL at the end; of a nested
-                              message or element: its encoding. From encoded bytes it points into these; see vesk_diff
-                              for messages. */
+                              message or element: its encoding; of a list: from the first element's length to the end of
+                              the last. From encoded bytes it points into these; see vesk_diff for messages. */
     uint64_t length;       /* bytes at `data` */
 } vesk_value;
 
@@ -321,9 +321,9 @@ typedef struct vesk_value {
  *            unchanged unless the result is VESK_OK. Points into the input.
  *   options  flags, check_identifier and scratch count; may be null
  *
- * Result: VESK_OK; VESK_ABSENT; VESK_NO_SUCH_PATH; VESK_PAST_THE_END; VESK_OPAQUE if the way leads into an identifier
- * that nobody describes; else the code of the first error anywhere in the input, as decode would return it. A wrong
- * path is answered first. */
+ * Result: VESK_OK; VESK_ABSENT; VESK_NO_SUCH_PATH; VESK_PAST_THE_END; VESK_OPAQUE if the way leads into an
+ * identifier that nobody describes, or if one cannot be looked into and VESK_FIRST_OCCURRENCE is not given; else the
+ * code of the first error anywhere in the input, as decode would return it. A wrong path is answered first. */
 VESK_API int32_t vesk_peek(const vesk_type *type, const char *path, const void *input, uint64_t length,
                            vesk_value *value, const vesk_options *options);
 
@@ -335,7 +335,6 @@ typedef struct vesk_iterator {
     const unsigned char *next;
     const unsigned char *end;
     uint32_t number;
-    uint32_t index;
 } vesk_iterator;
 
 /* Sets up an iterator over the list at `path`; arguments and results as vesk_peek's, and VESK_NO_SUCH_PATH also where
