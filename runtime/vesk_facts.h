@@ -29,7 +29,9 @@ enum vesk_kind {
 enum vesk_type_flag {
     /* The type belongs to another library, and this row says its name and the size of its structure, but not its
      * fields. */
-    VESK_TYPE_ELSEWHERE = 1
+    VESK_TYPE_ELSEWHERE = 1,
+    /* It has field numbers that by_number_at does not cover. */
+    VESK_TYPE_SPARSE = 2
 };
 
 /* A message type. Offsets count bytes from the row's own address. */
@@ -84,6 +86,7 @@ static inline const vesk_field *vesk_type_field_numbered(const vesk_type *type, 
         place = by_number[number];
         return place != 0 ? vesk_type_field(type, place - 1) : 0;
     }
+    if ((type->flags & VESK_TYPE_SPARSE) == 0) return 0;
     for (; place < type->field_count; ++place) {
         if (vesk_type_field(type, place)->tag >> 3 == number) return vesk_type_field(type, place);
     }

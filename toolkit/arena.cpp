@@ -18,8 +18,10 @@ struct alignas(arena_alignment) Chunk {
     unsigned char* end;
 };
 
+bool can_forbid() { return __asan_poison_memory_region != nullptr; }
+
 void forbid(unsigned char* at, const unsigned char* end) {
-    if (__asan_poison_memory_region != nullptr) __asan_poison_memory_region(at, static_cast<std::size_t>(end - at));
+    if (can_forbid()) __asan_poison_memory_region(at, static_cast<std::size_t>(end - at));
 }
 
 void permit(unsigned char* at, const unsigned char* end) {
@@ -113,20 +115,19 @@ void vesk_arena_release(void*, void*) {}
 
 void vesk_arena_reset(vesk_arena* arena) {
     vesk_arena_limit(arena, arena->most_bytes, arena->most_blocks);
-    if (arena->alloc == nullptr) {
+    if (arena->buffer != nullptr) {
         arena->next = arena->buffer;
-        if (arena->buffer != nullptr) forbid(arena->buffer, arena->end);
-        return;
+        forbid(arena->buffer, arena->end);
+    } else if (arena->first_chunk != nullptr) {
+        enter(*arena, chunk_of(arena->first_chunk));
+        for (Chunk* chunk = chunk_of(arena->first_chunk); can_forbid() && chunk != nullptr; chunk = chunk->next) {
+            forbid(memory_of(chunk), chunk->end);
+        }
     }
-    for (Chunk* chunk = chunk_of(arena->first_chunk); chunk != nullptr; chunk = chunk->next) {
-        forbid(memory_of(chunk), chunk->end);
-    }
-    arena->chunk = nullptr;
-    arena->next = arena->end = nullptr;
 }
 
 void vesk_arena_close(vesk_arena* arena) {
-    if (arena->alloc == nullptr && arena->buffer != nullptr) permit(arena->buffer, arena->end);
+    if (arena->buffer != nullptr) permit(arena->buffer, arena->end);
     for (Chunk* chunk = chunk_of(arena->first_chunk); chunk != nullptr;) {
         Chunk* const next = chunk->next;
         permit(memory_of(chunk), chunk->end);

@@ -21,17 +21,20 @@ struct Check {
     std::uint32_t flags;
     char* path;  // of the error; VESK_PATH_SIZE bytes
     std::uint32_t opaque = 0;
-    vesk_cost cost{};
-    std::uint64_t arena_bytes = 0;  // the requests as an arena rounds them
+    // What was asked for: what the message points to, and what nothing points to any more.
+    std::uint64_t owned_bytes = 0;
+    std::uint64_t owned_blocks = 0;
     std::uint64_t lost_bytes = 0;
     std::uint64_t lost_blocks = 0;
+    std::uint64_t largest = 0;
+    std::uint64_t arena_bytes = 0;  // the requests as an arena rounds them
     std::uint64_t unknown_bytes = 0;
     // The error.
     std::int32_t code = VESK_OK;
     const std::uint8_t* error_at = nullptr;
 };
 
-// What the message points to that a nested field holds now.
+// What a nested field owns; of one that occurs again, nothing points to that any more.
 struct Owned {
     std::uint64_t bytes;
     std::uint64_t blocks;
@@ -39,22 +42,32 @@ struct Owned {
 
 constexpr std::uint32_t most_fields = 64;
 
-void ask_for(Check& check, std::uint64_t size) {
-    check.cost.bytes += size;
-    check.cost.blocks += 1;
-    if (size > check.cost.largest) check.cost.largest = size;
+inline void ask_for(Check& check, std::uint64_t size) {
+    check.owned_bytes += size;
+    check.owned_blocks += 1;
+    if (size > check.largest) check.largest = size;
     check.arena_bytes += arena_bytes_for(size);
 }
 
-Owned owned_so_far(const Check& check) {
-    return {check.cost.bytes - check.lost_bytes, check.cost.blocks - check.lost_blocks};
+inline void lose(Check& check, Owned owned) {
+    check.owned_bytes -= owned.bytes;
+    check.owned_blocks -= owned.blocks;
+    check.lost_bytes += owned.bytes;
+    check.lost_blocks += owned.blocks;
 }
 
-const std::uint8_t* fail(Check& check, std::int32_t code, const std::uint8_t* tag, const Place* place) {
+[[gnu::cold, gnu::noinline]] const std::uint8_t* fail(Check& check, std::int32_t code, const std::uint8_t* tag,
+                                                      const Place* place) {
     check.code = code;
     check.error_at = tag;
     print_path(place, check.path);
     return nullptr;
+}
+
+[[gnu::cold, gnu::noinline]] const std::uint8_t* fail_in(Check& check, std::int32_t code, const std::uint8_t* tag,
+                                                         const Place* outer, const vesk_field* field) {
+    const Place place{outer, field, no_element};
+    return fail(check, code, tag, &place);
 }
 
 const std::uint8_t* check_message(Check& check, const vesk_type* type, const Place* place, const std::uint8_t* at,
@@ -69,78 +82,102 @@ const std::uint8_t* check_undescribed(Check& check, const Place* place, const st
         ++check.opaque;
         return end;
     }
-    check.cost.bytes += cost.bytes;
-    check.cost.blocks += cost.blocks;
-    if (cost.largest > check.cost.largest) check.cost.largest = cost.largest;
+    check.owned_bytes += cost.bytes;
+    check.owned_blocks += cost.blocks;
+    if (cost.largest > check.largest) check.largest = cost.largest;
     check.arena_bytes += cost.bytes + cost.blocks * arena_bytes_for(0);
     return code == VESK_OK ? end : fail(check, code, tag, place);
 }
 
 // What a nested message or element holds; `tag` is the position of its tag.
-const std::uint8_t* check_content(Check& check, const vesk_type* type, const Place* place, const std::uint8_t* tag,
-                                  const std::uint8_t* at, const std::uint8_t* end) {
+inline const std::uint8_t* check_content(Check& check, const vesk_type* type, const Place* place,
+                                         const std::uint8_t* tag, const std::uint8_t* at, const std::uint8_t* end) {
     if (is_elsewhere(type)) {
         if (check.identifier == nullptr) return check_undescribed(check, place, tag, at, end);
         type = check.identifier;
     }
-    return check_message(check, type, place, at, end);
+    return at != end ? check_message(check, type, place, at, end) : at;
 }
 
-// A nested message or element, `at` being the position of its length and `tag` that of its tag.
-const std::uint8_t* check_nested(Check& check, const vesk_type* type, const Place* place, const std::uint8_t* tag,
-                                 const std::uint8_t* at, const std::uint8_t* end) {
+// A nested message that is read from its length at `at` on. Of an earlier occurrence `owned` says what is lost.
+inline const std::uint8_t* check_nested(Check& check, const vesk_type* type, const Place* place, bool again,
+                                        Owned* owned, const std::uint8_t* tag, const std::uint8_t* at,
+                                        const std::uint8_t* end) {
+    if (again) [[unlikely]]
+        lose(check, *owned);
     const Varint length = read_length(at, end);
-    if (length.at == nullptr) return fail(check, VESK_MALFORMED, tag, place);
-    return check_content(check, type, place, tag, length.at, length.at + length.value);
+    if (length.at == nullptr) [[unlikely]]
+        return fail(check, VESK_MALFORMED, tag, place);
+    const Owned before{check.owned_bytes, check.owned_blocks};
+    at = check_content(check, type, place, tag, length.at, length.at + length.value);
+    *owned = {check.owned_bytes - before.bytes, check.owned_blocks - before.blocks};
+    return at;
 }
 
-// A list is counted to its end and paid for before its first element is read. Only field numbers are compared.
-const std::uint8_t* check_list(Check& check, const vesk_type* type, const Place* outer, const vesk_field* field,
-                               const std::uint8_t* tag, const std::uint8_t* at, const std::uint8_t* end) {
+// A list is counted to its end and paid for before its first element is read. Only field numbers are compared: an
+// element of another wire type counts, and is then read as a length.
+const std::uint8_t* check_list(Check& check, const vesk_field* field, const Place* outer, const std::uint8_t* tag,
+                               const std::uint8_t* at, const std::uint8_t* end) {
+    const vesk_type* const type = vesk_field_nested(field);
+    const std::uint32_t number = vesk_field_number(field);
     Place place{outer, field, 0};
-    const std::uint8_t* const first_tag = tag;
-    const std::uint8_t* const first = at;
-    do {
-        const Varint length = read_length(at, end);
-        if (length.at == nullptr) return fail(check, VESK_MALFORMED, tag, &place);
-        at = tag = length.at + length.value;
-        ++place.element;
-        if (at == end) break;
-        const Varint next = read_tag(at, end);
-        if (next.at == nullptr) return fail(check, VESK_MALFORMED, tag, outer);
-        at = next.at;
-        if (field_number_of_tag(static_cast<std::uint32_t>(next.value)) != vesk_field_number(field)) break;
-    } while (true);
-    const std::uint32_t count = place.element;
+    const std::uint8_t* next_tag = tag;
+    const std::uint8_t* next = at;
+    std::uint32_t count = 0;
+    while (true) {
+        const Varint length = read_length(next, end);
+        if (length.at == nullptr) [[unlikely]] {
+            place.element = count;
+            return fail(check, VESK_MALFORMED, next_tag, &place);
+        }
+        ++count;
+        next = next_tag = length.at + length.value;
+        if (next == end) break;
+        const Varint read = read_tag(next, end);
+        if (read.at == nullptr) [[unlikely]]
+            return fail(check, VESK_MALFORMED, next_tag, outer);
+        next = read.at;
+        if (field_number_of_tag(static_cast<std::uint32_t>(read.value)) != number) break;
+    }
     ask_for(check, std::uint64_t{count} * type->structure_size);
 
-    at = check_nested(check, type, &(place = {outer, field, 0}), first_tag, first, end);
-    for (std::uint32_t element = 1; at != nullptr && element < count; ++element) {
-        place.element = element;
-        at = check_nested(check, type, &place, at, read_tag(at, end).at, end);
+    for (; place.element < count; ++place.element) {
+        if (place.element != 0) {
+            tag = at;
+            at = read_tag(at, end).at;
+        }
+        const Varint length = read_length(at, end);  // which counting has seen
+        at = check_content(check, type, &place, tag, length.at, length.at + length.value);
+        if (at == nullptr) return nullptr;
     }
     return at;
 }
 
-// A field of any kind but a scalar, whose tag has been read. `again` says that it has occurred before.
-const std::uint8_t* check_field(Check& check, const vesk_field* field, bool again, Owned* owned, const Place* outer,
-                                const std::uint8_t* tag, const std::uint8_t* at, const std::uint8_t* end) {
-    const Place place{outer, field, no_element};
-    if (field->kind == VESK_KIND_MESSAGE) {
-        if (again) {
-            check.lost_bytes += owned->bytes;
-            check.lost_blocks += owned->blocks;
-        }
-        const Owned before = owned_so_far(check);
-        at = check_nested(check, vesk_field_nested(field), &place, tag, at, end);
-        const Owned after = owned_so_far(check);
-        *owned = {after.bytes - before.bytes, after.blocks - before.blocks};
-        return at;
+// Steps over a varint; null if it runs past `end`.
+inline const std::uint8_t* skip_varint(const std::uint8_t* at, const std::uint8_t* end) {
+    while (at < end) {
+        if (*at++ < 0x80) return at;
     }
-    if (again) return fail(check, VESK_MALFORMED, tag, &place);
-    if (field->kind == VESK_KIND_LIST) return check_list(check, vesk_field_nested(field), outer, field, tag, at, end);
+    return nullptr;
+}
+
+// A tag that no field of the message has, but perhaps its number.
+[[gnu::noinline]] const std::uint8_t* check_unknown(Check& check, const vesk_field* field, std::uint32_t tag_value,
+                                                    const Place* outer, const std::uint8_t* tag, const std::uint8_t* at,
+                                                    const std::uint8_t* end) {
+    if (field != nullptr) return fail_in(check, VESK_WRONG_WIRE_TYPE, tag, outer, field);
+    const Step step = skip_field(wire_type_of_tag(tag_value), at, end);
+    if (step.code != VESK_OK) return fail(check, step.code, tag, outer);
+    check.unknown_bytes += static_cast<std::uint64_t>(step.at - tag);
+    return step.at;
+}
+
+// A string or bytes field, `at` being the position of its length.
+inline const std::uint8_t* check_string(Check& check, const vesk_field* field, const Place* outer,
+                                        const std::uint8_t* tag, const std::uint8_t* at, const std::uint8_t* end) {
     const Varint length = read_length(at, end);
-    if (length.at == nullptr) return fail(check, VESK_MALFORMED, tag, &place);
+    if (length.at == nullptr) [[unlikely]]
+        return fail_in(check, VESK_MALFORMED, tag, outer, field);
     if (field->kind == VESK_KIND_STRING) {
         ask_for(check, length.value + 1);
     } else if ((check.flags & VESK_BYTES_BY_REFERENCE) == 0) {
@@ -149,77 +186,90 @@ const std::uint8_t* check_field(Check& check, const vesk_field* field, bool agai
     return length.at + length.value;
 }
 
-// Steps over a varint; null if it runs past `end`.
-const std::uint8_t* skip_varint(const std::uint8_t* at, const std::uint8_t* end) {
-    while (at < end) {
-        if (*at++ < 0x80) return at;
-    }
-    return nullptr;
+// Reads a tag of two bytes or more.
+inline Varint read_tag_of_two(const std::uint8_t* at, const std::uint8_t* end) {
+    if (end - at >= 2 && at[1] < 0x80) return {at + 2, (at[0] & 0x7Fu) | std::uint32_t{at[1]} << 7};
+    return read_long_tag(at, end);
 }
 
-// A tag that no field of the message has.
-const std::uint8_t* check_unknown(Check& check, const vesk_type* type, std::uint32_t tag_value, const Place* outer,
-                                  const std::uint8_t* tag, const std::uint8_t* at, const std::uint8_t* end) {
-    const vesk_field* const field = vesk_type_field_numbered(type, field_number_of_tag(tag_value));
-    if (field != nullptr) {
+// A field whose content has a length.
+inline const std::uint8_t* check_sized(Check& check, const vesk_field* field, bool again, Owned* owned,
+                                       const Place* outer, const std::uint8_t* tag, const std::uint8_t* at,
+                                       const std::uint8_t* end) {
+    if (field->kind == VESK_KIND_MESSAGE) {
         const Place place{outer, field, no_element};
-        return fail(check, VESK_WRONG_WIRE_TYPE, tag, &place);
+        return check_nested(check, vesk_field_nested(field), &place, again, owned, tag, at, end);
     }
-    const Step step = skip_field(wire_type_of_tag(tag_value), at, end);
-    if (step.code != VESK_OK) return fail(check, step.code, tag, outer);
-    check.unknown_bytes += static_cast<std::uint64_t>(step.at - tag);
-    return step.at;
+    if (again) [[unlikely]]
+        return fail_in(check, VESK_MALFORMED, tag, outer, field);
+    if (field->kind == VESK_KIND_LIST) return check_list(check, field, outer, tag, at, end);
+    return check_string(check, field, outer, tag, at, end);
 }
 
-const std::uint8_t* check_message(Check& check, const vesk_type* type, const Place* place, const std::uint8_t* at,
+const std::uint8_t* check_message(Check& check, const vesk_type* type, const Place* outer, const std::uint8_t* at,
                                   const std::uint8_t* end) {
-    std::uint64_t occurred = 0;
-    Owned owned[most_fields];  // of the nested fields that have occurred
-    // Fields usually come in the order of their declaration, so that the next one is the likeliest.
-    std::uint32_t next = 0;
+    std::uint64_t occurred = 0;  // of the fields that are no scalars
+    Owned owned[most_fields];    // of the nested ones that have occurred
+    const vesk_field* const past = vesk_type_field(type, type->field_count);
+    const vesk_field* likely = vesk_type_field(type, 0);  // fields usually come in the order of their declaration
     while (at != end) {
         const std::uint8_t* const tag = at;
-        const Varint read = read_tag(at, end);
-        if (read.at == nullptr) return fail(check, VESK_MALFORMED, tag, place);
-        const std::uint32_t tag_value = static_cast<std::uint32_t>(read.value);
-        const vesk_field* field = vesk_type_field(type, next);
-        if (next >= type->field_count || field->tag != tag_value) {
+        std::uint32_t tag_value = *at++;
+        if (tag_value >= 0x80) {
+            const Varint read = read_tag_of_two(tag, end);
+            if (read.at == nullptr) [[unlikely]]
+                return fail(check, VESK_MALFORMED, tag, outer);
+            at = read.at;
+            tag_value = static_cast<std::uint32_t>(read.value);
+        }
+        const vesk_field* field = likely;
+        if (field == past || field->tag != tag_value) {
             field = vesk_type_field_numbered(type, field_number_of_tag(tag_value));
-            if (field == nullptr || field->tag != tag_value) {
-                at = check_unknown(check, type, tag_value, place, tag, read.at, end);
+            if (field == nullptr || field->tag != tag_value) [[unlikely]] {
+                at = check_unknown(check, field, tag_value, outer, tag, at, end);
                 if (at == nullptr) return nullptr;
                 continue;
             }
         }
-        const std::uint32_t bit = field->presence_bit;
-        next = bit + 1u;
-        if (field->kind <= VESK_KIND_BOOL) {
-            const Place here{place, field, no_element};
-            at = skip_varint(read.at, end);
-            if (at == nullptr) return fail(check, VESK_MALFORMED, tag, &here);
+        likely = next_row(type, field);
+        if (wire_type_of_tag(tag_value) == varint_type) {
+            at = skip_varint(at, end);
+            if (at == nullptr) [[unlikely]]
+                return fail_in(check, VESK_MALFORMED, tag, outer, field);
             continue;
         }
-        at = check_field(check, field, (occurred >> bit & 1) != 0, &owned[bit], place, tag, read.at, end);
+        const std::uint64_t bit = std::uint64_t{1} << field->presence_bit;
+        at = check_sized(check, field, (occurred & bit) != 0, &owned[field->presence_bit], outer, tag, at, end);
         if (at == nullptr) return nullptr;
-        occurred |= std::uint64_t{1} << bit;
+        occurred |= bit;
     }
     return at;
 }
 
+// Everything but the path, which is there already.
 void fill(vesk_report* report, const Check& check, std::int32_t code, const std::uint8_t* begin,
           const std::uint8_t* end) {
-    vesk_report result;
-    std::memset(&result, 0, sizeof result);
-    result.code = code;
-    result.opaque = check.opaque;
-    result.at = static_cast<std::uint64_t>((check.code != VESK_OK ? check.error_at : end) - begin);
-    std::memcpy(result.path, check.path, std::strlen(check.path) + 1);
-    result.cost = check.cost;
-    result.lost_bytes = check.lost_bytes;
-    result.lost_blocks = check.lost_blocks;
-    result.unknown_bytes = check.unknown_bytes;
-    result.arena_size = check.arena_bytes == 0 ? 0 : check.arena_bytes + arena_alignment - 1;
-    write_common(report, result);
+    report->code = code;
+    report->opaque = check.opaque;
+    report->at = static_cast<std::uint64_t>((check.code != VESK_OK ? check.error_at : end) - begin);
+    report->cost = {check.owned_bytes + check.lost_bytes, check.owned_blocks + check.lost_blocks, check.largest};
+    report->lost_bytes = check.lost_bytes;
+    report->lost_blocks = check.lost_blocks;
+    report->unknown_bytes = check.unknown_bytes;
+    report->arena_size = check.arena_bytes == 0 ? 0 : check.arena_bytes + arena_alignment - 1;
+}
+
+// `report` is one of this version.
+std::int32_t check_input(const vesk_type* type, const void* input, std::uint64_t length, std::uint32_t flags,
+                         vesk_report* report, const vesk_options& options) {
+    report->path[0] = '\0';
+    Check check{options, describe_elsewhere(), flags, report->path};
+    const std::uint8_t* const begin = static_cast<const std::uint8_t*>(input);
+    const std::uint8_t* const end = end_of_input(begin, length);
+    check_content(check, type, nullptr, begin, begin, end);
+    const std::int32_t code = check.code != VESK_OK || check.opaque == 0 ? check.code : std::int32_t{VESK_OPAQUE};
+    fill(report, check, code, begin, end);
+    return code;
 }
 
 }  // namespace
@@ -227,14 +277,13 @@ void fill(vesk_report* report, const Check& check, std::int32_t code, const std:
 
 int32_t vesk_check(const vesk_type* type, const void* input, uint64_t length, uint32_t flags, vesk_report* report,
                    const vesk_options* given) {
-    const vesk_options options = vesk::read_options(given);
-    char path[VESK_PATH_SIZE];
-    path[0] = '\0';
-    vesk::Check check{options, vesk::describe_elsewhere(), flags, path};
-    const std::uint8_t* const begin = static_cast<const std::uint8_t*>(input);
-    const std::uint8_t* const end = vesk::end_of_input(begin, length);
-    vesk::check_content(check, type, nullptr, begin, begin, end);
-    const std::int32_t code = check.code != VESK_OK || check.opaque == 0 ? check.code : std::int32_t{VESK_OPAQUE};
-    if (report != nullptr) vesk::fill(report, check, code, begin, end);
+    vesk_options own_options;
+    const vesk_options& options = vesk::read_options(given, &own_options);
+    if (report != nullptr && report->size == sizeof *report) {
+        return vesk::check_input(type, input, length, flags, report, options);
+    }
+    vesk_report own;
+    const std::int32_t code = vesk::check_input(type, input, length, flags, &own, options);
+    if (report != nullptr) vesk::write_common(report, own);
     return code;
 }

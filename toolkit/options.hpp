@@ -14,10 +14,15 @@ void copy_common(Structure& known, const void* given, std::size_t given_size) {
     std::memcpy(&known, given, given_size < sizeof known ? given_size : sizeof known);
 }
 
-inline vesk_options read_options(const vesk_options* given) {
-    vesk_options options = vesk_default_options();
-    if (given != nullptr) copy_common(options, given, given->size);
-    return options;
+inline constexpr vesk_options default_options{sizeof(vesk_options), 0, 1, nullptr, nullptr, nullptr, 0};
+
+// The caller's options, or what stands for them: the defaults, or in `own` those of another version.
+inline const vesk_options& read_options(const vesk_options* given, vesk_options* own) {
+    if (given == nullptr) return default_options;
+    if (given->size == sizeof *given) return *given;
+    *own = default_options;
+    copy_common(*own, given, given->size);
+    return *own;
 }
 
 // Fills the caller's structure, which may be of another version, and leaves its size as it is.

@@ -242,7 +242,8 @@ std::int32_t follow(const vesk_type* type, const char* path, Range range, bool f
 // The path, then the input as a whole unless the first occurrence is wanted, then the value.
 std::int32_t peek(const vesk_type* type, const char* path, const void* input, std::uint64_t length, vesk_value* value,
                   const vesk_options* given, const vesk_field** last) {
-    const vesk_options options = read_options(given);
+    vesk_options own_options;
+    const vesk_options& options = read_options(given, &own_options);
     std::int32_t code = check_path(type, path, last);
     if (code != VESK_OK) return code;
     const bool first = (options.flags & VESK_FIRST_OCCURRENCE) != 0;

@@ -15,4 +15,10 @@ inline const vesk_type* describe_elsewhere() { return &vesk_drin_eid_st_type; }
 
 constexpr bool is_elsewhere(const vesk_type* type) { return (type->flags & VESK_TYPE_ELSEWHERE) != 0; }
 
+// The field that is declared after this one; past the last there is no field, only its address.
+inline const vesk_field* next_row(const vesk_type* type, const vesk_field* field) {
+    const char* const row = reinterpret_cast<const char*>(field);
+    return reinterpret_cast<const vesk_field*>(row + type->field_size);
+}
+
 }  // namespace vesk

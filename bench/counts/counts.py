@@ -43,8 +43,8 @@ class Failure(Exception):
     """Something that is told in one line."""
 
 
-def _read_dump(path):
-    """The title of a dump, and {event: count} inside the library, without what it calls."""
+def _read_dump(path, libraries):
+    """The title of a dump, and {event: count} inside the libraries, without what they call."""
     title, events, inside, is_call = None, {}, False, False
     with open(path, encoding="utf-8") as dump:
         for line in dump:
@@ -53,7 +53,7 @@ def _read_dump(path):
             elif line.startswith("events: "):
                 events = dict.fromkeys(line.split()[1:], 0)
             elif line.startswith("ob="):
-                inside = pathlib.Path(line[3:].strip()).name.startswith(LIBRARY)
+                inside = pathlib.Path(line[3:].strip()).name.startswith(libraries)
             elif line.startswith("calls="):
                 is_call = True  # the next line has the cost of what was called
             elif re.match(r"[0-9+*-]", line):
@@ -64,31 +64,36 @@ def _read_dump(path):
     return title, events
 
 
-def count(program, workloads, most_records=0, library_folder=None):
-    """{workload: {operation: {quantity: per call}}}"""
-    environment = dict(os.environ)
-    if library_folder is not None:
-        environment["LD_LIBRARY_PATH"] = str(library_folder)
+def count_run(command, libraries=(LIBRARY,), environment=None):
+    """{workload: {operation: {quantity: per call}}}, of a program that dumps "WORKLOAD OPERATION CALLS"."""
     with tempfile.TemporaryDirectory() as folder:
         done = subprocess.run(
             ["valgrind", "--tool=callgrind", "--branch-sim=yes", "--instr-atstart=no", "--compress-strings=no",
-             "--dump-line=no", f"--callgrind-out-file={folder}/dump", program, workloads, str(most_records)],
+             "--dump-line=no", f"--callgrind-out-file={folder}/dump", *command],
             env=environment, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
         if done.returncode != 0:
-            raise Failure(f"{done.stdout}counting with {program} failed")
+            raise Failure(f"{done.stdout}counting with {command[0]} failed")
         counts = {}
         for path in sorted(pathlib.Path(folder).glob("dump.*"), key=lambda path: int(path.suffix[1:])):
-            title, events = _read_dump(path)
+            title, events = _read_dump(path, libraries)
             if title is None:  # the rest of the run
                 continue
             workload, operation, calls = title.split()
             if events["Ir"] == 0:
-                raise Failure(f"{title}: no instruction was counted in {LIBRARY}")
+                raise Failure(f"{title}: no instruction was counted in {', '.join(libraries)}")
             counts.setdefault(workload, {})[operation] = {
                 quantity: sum(events[name] for name in names) / int(calls) for quantity, names in EVENTS.items()}
     if not counts:
-        raise Failure(f"no workload is called {workloads}")
+        raise Failure(f"{' '.join(command)}: no workload has such a name")
     return counts
+
+
+def count(program, workloads, most_records=0, library_folder=None):
+    """What count_cases counts inside the library."""
+    environment = dict(os.environ)
+    if library_folder is not None:
+        environment["LD_LIBRARY_PATH"] = str(library_folder)
+    return count_run([program, workloads, str(most_records)], environment=environment)
 
 
 def _most(before):

@@ -113,7 +113,7 @@ fn=memcpy
         with tempfile.TemporaryDirectory() as folder:
             path = pathlib.Path(folder) / "dump.1"
             path.write_text(dump, encoding="utf-8")
-            self.assertEqual(counts._read_dump(path),
+            self.assertEqual(counts._read_dump(path, (counts.LIBRARY,)),
                              ("request decode 256", {"Ir": 123, "Bc": 15, "Bcm": 3, "Bi": 1, "Bim": 1}))
 
 
