@@ -8,6 +8,7 @@
 #include "generator/document.hpp"
 #include "generator/model.hpp"
 #include "generator/outputs.hpp"
+#include "generator/sizes.hpp"
 
 namespace vesk::generator {
 namespace {
@@ -38,12 +39,14 @@ bool Generator::GenerateAll(const std::vector<const google::protobuf::FileDescri
                             std::string* error) const {
     Options options;
     if (!read_options(parameter, &options, error)) return false;
-    if (options.document.empty()) return CodeGenerator::GenerateAll(files, parameter, context, error);
+    if (options.document.empty() && options.sizes.empty())
+        return CodeGenerator::GenerateAll(files, parameter, context, error);
     std::vector<Unit> units(files.size());
     for (std::size_t i = 0; i < files.size(); ++i) {
         if (!read_unit(*files[i], options, &units[i], error)) return false;
     }
-    write_file(context, options.document, print_document(units));
+    if (!options.document.empty()) write_file(context, options.document, print_document(units));
+    if (!options.sizes.empty()) write_file(context, options.sizes, print_sizes(units));
     return true;
 }
 

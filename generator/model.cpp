@@ -160,9 +160,11 @@ bool read_options(const std::string& parameter, Options* options, std::string* e
             options->imported.insert(value);
         } else if (name == "document" && !value.empty()) {
             options->document = value;
+        } else if (name == "sizes" && !value.empty()) {
+            options->sizes = value;
         } else {
-            *error =
-                "parameter \"" + name + "\" is not understood; there are prefix=NAME, imported=FILE and document=FILE";
+            *error = "parameter \"" + name +
+                     "\" is not understood; there are prefix=NAME, imported=FILE, document=FILE and sizes=FILE";
             return false;
         }
     }

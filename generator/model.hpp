@@ -32,8 +32,8 @@ struct Unit {
     std::string name;  // of the .proto file, without .proto
     std::string prefix;
     std::string comment;
-    std::vector<std::string> imports;            // every imported file, without .proto
-    std::vector<std::string> library_imports;    // those of the same library
+    std::vector<std::string> imports;          // every imported file, without .proto
+    std::vector<std::string> library_imports;  // those of the same library
     // C names of another library's messages that this unit holds and that no unit in library_imports holds, and the
     // unit of each.
     std::map<std::string, std::string> imported_messages;
@@ -43,7 +43,9 @@ struct Unit {
 struct Options {
     std::string prefix = "vesk";
     std::set<std::string> imported;
-    std::string document;  // write this file about all units instead of code; empty: code
+    // Files about all units, written instead of code; both empty: code.
+    std::string document;
+    std::string sizes;
 };
 
 // Reads a parameter as protoc hands it over. False with one line in `error` if it is not understood.
