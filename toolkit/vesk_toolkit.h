@@ -183,7 +183,10 @@ VESK_API void vesk_arena_close(vesk_arena *arena);
 
 /* ==== Pre-flight ================================================================================================== */
 
-enum { VESK_PATH_SIZE = 256 };
+/* Bytes of a path in a report, the NUL at its end included. */
+enum vesk_limit {
+    VESK_PATH_SIZE = 256
+};
 
 /* What decoding an input would come to. */
 typedef struct vesk_report {

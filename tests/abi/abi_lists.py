@@ -2,7 +2,7 @@
 
     abi_lists.py compare|write LIST INCLUDE_DIR COMPILER
 
-LIST is a file called layout-64.txt, layout-32.txt or values.txt. The facts in it are the compiler's: a C file that
+LIST is a file called layout-64.txt, layout-32.txt or values.txt, with toolkit- in front for libvesk_toolkit. The facts in it are the compiler's: a C file that
 names every structure, member and enumerator of the headers is compiled, never run, and its numbers are read from the
 object file. So the 32-bit list needs no 32-bit libraries, and no machine that runs 32-bit programs.
 """
@@ -14,7 +14,11 @@ import subprocess
 import sys
 import tempfile
 
-HEADERS = ("vesk_runtime.h", "drin_eid.h", "inventory_db.h", "client_service.h")
+HEADERS = {  # by what the name of a list begins with
+    "": ("vesk_runtime.h", "drin_eid.h", "inventory_db.h", "client_service.h"),
+    "toolkit-": ("vesk_facts.h", "vesk_toolkit.h"),
+    "text-": ("vesk_text.h",),
+}
 REMAKE = "cmake --build --preset release-clang --target abi-baseline"
 TITLES = {
     "layout-64.txt": "Bytes that every structure and member takes on x86-64.",
@@ -23,10 +27,16 @@ TITLES = {
 }
 
 
-def read_headers(include_dir):
+def split_name(list_name):
+    """The headers of a list, and its name without what says so."""
+    prefix, name = re.fullmatch(r"([a-z]+-(?=layout|values))?(.*)", list_name).groups(default="")
+    return HEADERS[prefix], name
+
+
+def read_headers(headers, include_dir):
     """Structures as [(name, [(member, type)])] and the enumerators' names, in the headers' order."""
     structures, enumerators = [], []
-    for header in HEADERS:
+    for header in headers:
         with open(os.path.join(include_dir, "vesk", header), encoding="utf-8") as file:
             text = re.sub(r"/\*.*?\*/", "", file.read(), flags=re.S)
         for body, name in re.findall(r"^typedef struct \w+ \{(.*?)^\} (\w+);", text, flags=re.S | re.M):
@@ -41,7 +51,9 @@ def read_headers(include_dir):
 def read_members(body, structure):
     members = []
     for declaration in filter(None, map(str.strip, body.split(";"))):
-        match = re.fullmatch(r"((?:const )?\w+)\s+(\**)(\w+)((?:\[\d+\])?)", declaration)
+        # A pointer to a function is as large as any other.
+        declaration = re.sub(r"^\w+ \(\*(\w+)\)\(.*\)$", r"vesk_alloc \1", declaration, flags=re.S)
+        match = re.fullmatch(r"((?:const |unsigned )*\w+)\s+(\**)(\w+)((?:\[\w+\])?)", declaration)
         if not match:
             sys.exit(f"{structure}: cannot read the member '{declaration}'")
         kind, stars, member, dimension = match.groups()
@@ -51,7 +63,8 @@ def read_members(body, structure):
 
 def facts_to_ask(list_name, include_dir):
     """What stands in the list, as (subject, form of the facts, C expressions)."""
-    structures, enumerators = read_headers(include_dir)
+    headers, list_name = split_name(list_name)
+    structures, enumerators = read_headers(headers, include_dir)
     if list_name == "values.txt":
         return [(name, "= {}", [name]) for name in enumerators]
     asked = []
@@ -64,8 +77,8 @@ def facts_to_ask(list_name, include_dir):
     return asked
 
 
-def ask_compiler(compiler, options, include_dir, expressions):
-    lines = [f"#include <vesk/{header}>" for header in HEADERS]
+def ask_compiler(compiler, options, headers, include_dir, expressions):
+    lines = [f"#include <vesk/{header}>" for header in headers]
     lines += ["#include <stddef.h>", '__attribute__((section(".vesk_facts"))) const long long facts[] = {']
     lines += [f"    (long long)({expression})," for expression in expressions] + ["};", ""]
     with tempfile.TemporaryDirectory() as scratch:
@@ -82,8 +95,9 @@ def ask_compiler(compiler, options, include_dir, expressions):
 
 def facts_of_headers(list_name, include_dir, compiler):
     asked = facts_to_ask(list_name, include_dir)
-    options = ["-m32"] if list_name == "layout-32.txt" else []
-    numbers = iter(ask_compiler(compiler, options, include_dir, [one for _, _, some in asked for one in some]))
+    headers, kind = split_name(list_name)
+    options = ["-m32"] if kind == "layout-32.txt" else []
+    numbers = iter(ask_compiler(compiler, options, headers, include_dir, [one for _, _, some in asked for one in some]))
     return {subject: form.format(*(next(numbers) for _ in some)) for subject, form, some in asked}
 
 
@@ -95,7 +109,7 @@ def read_list(path):
 def write_list(path, facts):
     width = max(map(len, facts))
     with open(path, "w", encoding="utf-8") as file:
-        file.write(f"# {TITLES[os.path.basename(path)]} docs/abi.md says what it is for. Remade by\n# {REMAKE}\n")
+        file.write(f"# {TITLES[split_name(os.path.basename(path))[1]]} docs/abi.md says what it is for. Remade by\n# {REMAKE}\n")
         file.writelines(f"{subject:{width}} {fact}\n" for subject, fact in facts.items())
 
 
