@@ -48,3 +48,16 @@ install(FILES
     ${PROJECT_BINARY_DIR}/installed/vesk_inventory-config-version.cmake
     DESTINATION ${VESK_INSTALL_PACKAGE_DIR})
 install(FILES ${PROJECT_BINARY_DIR}/installed/vesk_inventory.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# vesk_install_library(TARGET REQUIRES HEADERS...): installs a library that stands beside the core, with its headers and a
+# pkg-config file that requires REQUIRES.
+function(vesk_install_library target requires)
+    string(REPLACE vesk_ "" export_name ${target})
+    set_target_properties(${target} PROPERTIES EXPORT_NAME ${export_name})
+    install(TARGETS ${target} EXPORT vesk_inventory_targets INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+    list(TRANSFORM ARGN PREPEND ${PROJECT_SOURCE_DIR}/)
+    install(FILES ${ARGN} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vesk)
+    get_target_property(description ${target} DESCRIPTION)
+    configure_file(${PROJECT_SOURCE_DIR}/cmake/library.pc.in ${PROJECT_BINARY_DIR}/installed/${target}.pc @ONLY)
+    install(FILES ${PROJECT_BINARY_DIR}/installed/${target}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endfunction()
