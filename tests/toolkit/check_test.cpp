@@ -9,6 +9,7 @@
 
 #include "tests/support/damage.hpp"
 #include "tests/support/full_message.hpp"
+#include "tests/support/guarded_memory.hpp"
 #include "tests/support/ledger.hpp"
 #include "tests/support/random_message.hpp"
 
@@ -249,6 +250,26 @@ TEST(check, error_is_named_by_the_place_of_its_tag_and_its_path) {
 TEST(check, element_of_another_wire_type_is_read_as_decode_reads_it) {
     expect_same_as_decode(*find_type("resp_inv_data"), message(message_field(11, {}), hex("58 02 1801 58 7F")));
     expect_same_as_decode(*find_type("resp_inv_data"), message(message_field(11, {}), hex("58 02 1801")));
+}
+
+TEST(check, reads_nothing_outside_the_input_and_writes_nothing_into_it) {
+    const GuardedMemory memory(16384);
+    for (const TypeInfo* type : all_types()) {
+        const vesk_type* const facts = vesk_type_named(type->name.c_str());
+        const Bytes input = encoded(*type, RandomMessage(*type, 3, Amount::some).get());
+        ASSERT_LE(input.size(), 16384u);
+        for (std::size_t length = 0; length <= input.size(); ++length) {
+            std::uint8_t* const bytes = memory.before_end(length);
+            memory.allow_writing();
+            std::memcpy(bytes, input.data(), length);
+            memory.forbid_writing();
+            announce_attempt("check", type->name, length);
+            vesk_report report;
+            report.size = sizeof report;
+            EXPECT_LE(vesk_check(facts, bytes, length, 0, &report, nullptr), 0);
+        }
+        memory.allow_writing();
+    }
 }
 
 }  // namespace
