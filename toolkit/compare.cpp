@@ -1,0 +1,201 @@
+// Two messages compared by what they would encode.
+#include <vesk/vesk_toolkit.h>
+
+#include <cstring>
+
+#include "toolkit/message.hpp"
+#include "toolkit/options.hpp"
+#include "toolkit/path.hpp"
+
+namespace vesk {
+namespace {
+
+// What stays the same while two messages and all that is in them are compared, and what has been found.
+struct Comparison {
+    const vesk_options& options;
+    vesk_on_difference on_difference;
+    void* context;
+    std::uint64_t differences = 0;
+    bool opaque = false;
+};
+
+// Functions that compare return false if the caller asked to stop.
+
+bool report(Comparison& comparison, const Place* place, const vesk_value* left, const vesk_value* right) {
+    ++comparison.differences;
+    if (comparison.on_difference == nullptr) return true;
+    char path[VESK_PATH_SIZE];
+    print_path(place, path);
+    return comparison.on_difference(path, left, right, comparison.context) == 0;
+}
+
+vesk_value structure_value(const vesk_type* type, const void* structure) {
+    vesk_value value{};
+    value.size = sizeof value;
+    value.kind = VESK_KIND_MESSAGE;
+    value.type = describe(type) != nullptr ? describe(type) : type;
+    value.data = structure;
+    value.length = type->structure_size;
+    return value;
+}
+
+// Of a field that is encoded and no list.
+vesk_value field_value(const vesk_field* field, const void* message) {
+    if (field->kind == VESK_KIND_MESSAGE) {
+        return structure_value(vesk_field_nested(field), member_at(message, field->offset));
+    }
+    vesk_value value{};
+    value.size = sizeof value;
+    value.kind = field->kind;
+    if (field->kind == VESK_KIND_STRING) {
+        value.data = load_string(field, message);
+        value.length = std::strlen(load_string(field, message));
+    } else if (field->kind == VESK_KIND_BYTES) {
+        const Data data = load_data(field, message);
+        value.data = data.at;
+        value.length = data.length;
+    } else {
+        value.number = load_scalar(field, message);
+    }
+    return value;
+}
+
+bool is_same_value(const vesk_value& left, const vesk_value& right) {
+    return left.number == right.number && left.length == right.length &&
+           (left.length == 0 || std::memcmp(left.data, right.data, static_cast<std::size_t>(left.length)) == 0);
+}
+
+// ---- Nested messages that are encoded with content alone -----------------------------------------------------------
+
+bool has_content(const vesk_type* type, const void* message);
+
+bool is_encoded(const vesk_type* type, const vesk_field* field, const void* message) {
+    if (field->kind != VESK_KIND_MESSAGE) return is_written(type, field, message);
+    return is_marked(type, field, message) || has_content(vesk_field_nested(field), member_at(message, field->offset));
+}
+
+bool has_content(const vesk_type* type, const void* message) {
+    const vesk_type* const described = describe(type);
+    if (described == nullptr) return measure_identifier(message) != 0;
+    for (std::uint32_t place = 0; place < described->field_count; ++place) {
+        if (is_encoded(described, vesk_type_field(described, place), message)) return true;
+    }
+    return false;
+}
+
+// ---- Identifiers that nobody describes -----------------------------------------------------------------------------
+
+// By their encodings, of which two must fit into the memory at hand.
+bool compare_encodings(Comparison& comparison, const vesk_type* type, const Place* place, const void* left,
+                       const void* right) {
+    std::uint8_t small[512];
+    const std::uint64_t size = measure_identifier(left);
+    bool same = size == measure_identifier(right);
+    if (same && size != 0) {
+        const bool is_small = size <= sizeof small / 2;
+        if (!is_small && size > comparison.options.scratch_size / 2) {
+            comparison.opaque = true;
+            return true;
+        }
+        std::uint8_t* const memory = is_small ? small : static_cast<std::uint8_t*>(comparison.options.scratch);
+        const std::size_t length = static_cast<std::size_t>(size);
+        std::memset(memory, 0, 2 * length);  // an identifier may write less than it measures
+        put_identifier(left, memory, size);
+        put_identifier(right, memory + length, size);
+        same = std::memcmp(memory, memory + length, length) == 0;
+    }
+    if (same) return true;
+    const vesk_value left_value = structure_value(type, left);
+    const vesk_value right_value = structure_value(type, right);
+    return report(comparison, place, &left_value, &right_value);
+}
+
+// ---- The walk over both --------------------------------------------------------------------------------------------
+
+bool compare_fields(Comparison& comparison, const vesk_type* type, const Place* outer, const void* left,
+                    const void* right);
+
+bool compare_messages(Comparison& comparison, const vesk_type* type, const Place* place, const void* left,
+                      const void* right) {
+    const vesk_type* const described = describe(type);
+    if (described == nullptr) return compare_encodings(comparison, type, place, left, right);
+    return compare_fields(comparison, described, place, left, right);
+}
+
+// The elements of a list that is encoded; there are none of one that is not.
+List list_encoded(const vesk_type* type, const vesk_field* field, const void* message) {
+    List list = load_list(field, message);
+    if (!is_written(type, field, message)) list.count = 0;
+    return list;
+}
+
+bool compare_element(Comparison& comparison, const Place& place, const List& left, const List& right) {
+    const std::uint32_t index = place.element;
+    if (index < left.count && index < right.count) {
+        return compare_messages(comparison, left.type, &place, element_at(left, index), element_at(right, index));
+    }
+    const bool is_left = index < left.count;
+    const vesk_value value = structure_value(left.type, element_at(is_left ? left : right, index));
+    return report(comparison, &place, is_left ? &value : nullptr, is_left ? nullptr : &value);
+}
+
+bool compare_lists(Comparison& comparison, const vesk_field* field, const Place* outer, const List& left,
+                   const List& right) {
+    const std::uint32_t count = left.count > right.count ? left.count : right.count;
+    Place place{outer, field, 0};
+    for (; place.element < count; ++place.element) {
+        if (!compare_element(comparison, place, left, right)) return false;
+    }
+    return true;
+}
+
+bool compare_field(Comparison& comparison, const vesk_type* type, const vesk_field* field, const Place* outer,
+                   const void* left, const void* right) {
+    if (field->kind == VESK_KIND_LIST) {
+        return compare_lists(comparison, field, outer, list_encoded(type, field, left),
+                             list_encoded(type, field, right));
+    }
+    const Place place{outer, field, no_element};
+    const bool in_left = is_encoded(type, field, left);
+    const bool in_right = is_encoded(type, field, right);
+    if (in_left && in_right && field->kind == VESK_KIND_MESSAGE) {
+        return compare_messages(comparison, vesk_field_nested(field), &place, member_at(left, field->offset),
+                                member_at(right, field->offset));
+    }
+    vesk_value left_value{};
+    vesk_value right_value{};
+    if (in_left) left_value = field_value(field, left);
+    if (in_right) right_value = field_value(field, right);
+    if (in_left == in_right && is_same_value(left_value, right_value)) return true;
+    return report(comparison, &place, in_left ? &left_value : nullptr, in_right ? &right_value : nullptr);
+}
+
+bool compare_fields(Comparison& comparison, const vesk_type* type, const Place* outer, const void* left,
+                    const void* right) {
+    for (std::uint32_t place = 0; place < type->field_count; ++place) {
+        if (!compare_field(comparison, type, vesk_type_field(type, place), outer, left, right)) return false;
+    }
+    return true;
+}
+
+int32_t stop_at_once(const char*, const vesk_value*, const vesk_value*, void*) { return 1; }
+
+}  // namespace
+}  // namespace vesk
+
+int32_t vesk_diff(const vesk_type* type, const void* left, const void* right, vesk_on_difference on_difference,
+                  void* context, uint64_t* differences, const vesk_options* given) {
+    vesk_options own;
+    const vesk_options& options = vesk::read_options(given, &own);
+    vesk::Comparison comparison{options, on_difference, context};
+    const bool to_the_end = vesk::compare_messages(comparison, type, nullptr, left, right);
+    if (differences != nullptr) *differences = comparison.differences;
+    if (!to_the_end) return VESK_STOPPED;
+    return comparison.opaque ? std::int32_t{VESK_OPAQUE} : std::int32_t{VESK_OK};
+}
+
+int32_t vesk_equal(const vesk_type* type, const void* left, const void* right, const vesk_options* options) {
+    const std::int32_t code = vesk_diff(type, left, right, vesk::stop_at_once, nullptr, nullptr, options);
+    if (code == VESK_STOPPED) return 0;
+    return code == VESK_OK ? 1 : code;
+}

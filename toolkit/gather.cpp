@@ -1,0 +1,183 @@
+// Encoding from a message's last field to its first, so that each length is known when its turn comes: into segments
+// for a gathering write, or into one block.
+#include <vesk/vesk_toolkit.h>
+
+#include <cstring>
+
+#include "runtime/wire.hpp"
+#include "toolkit/message.hpp"
+#include "toolkit/options.hpp"
+
+namespace vesk {
+namespace {
+
+// Buffer and list are filled from their ends. What does not fit is counted alone, and so is everything before it.
+struct Writer {
+    std::uint8_t* buffer;
+    std::uint64_t room;  // of the buffer, in bytes
+    vesk_segment* segments;
+    std::uint64_t capacity;
+    std::uint64_t threshold;  // bytes fields of so many bytes are listed
+
+    std::uint64_t total = 0;    // bytes of the encoding so far
+    std::uint64_t used = 0;     // of these, those in the buffer
+    std::uint64_t covered = 0;  // of these, those that segments cover
+    std::uint64_t count = 0;    // of segments
+    bool too_long = false;      // from then on nothing is stored or counted
+};
+
+constexpr std::uint64_t list_none = UINT64_MAX;  // as a threshold
+
+bool grow(Writer& writer, std::uint64_t length) {
+    writer.too_long = writer.too_long || length > UINT64_MAX - writer.total;
+    if (writer.too_long) return false;
+    writer.total += length;
+    return true;
+}
+
+// The last of the buffer's bytes that are still free; null if there are fewer.
+std::uint8_t* take(Writer& writer, std::uint64_t length) {
+    if (!grow(writer, length)) return nullptr;
+    writer.used += length;
+    return writer.used <= writer.room ? writer.buffer + (writer.room - writer.used) : nullptr;
+}
+
+void put(Writer& writer, const void* data, std::uint64_t length) {
+    std::uint8_t* const at = take(writer, length);
+    if (at != nullptr && length != 0) std::memcpy(at, data, static_cast<std::size_t>(length));
+}
+
+// A tag, and a scalar or length.
+void put_head(Writer& writer, std::uint32_t tag, std::uint64_t value) {
+    std::uint8_t head[16];
+    const std::uint8_t* const end = put_varint(put_varint(head, tag), value);
+    put(writer, head, static_cast<std::uint64_t>(end - head));
+}
+
+void add_segment(Writer& writer, const void* data, std::uint64_t length) {
+    if (++writer.count <= writer.capacity) writer.segments[writer.capacity - writer.count] = {data, length};
+}
+
+// Lists what was put since the last segment.
+void end_stretch(Writer& writer) {
+    const std::uint64_t length = writer.used - writer.covered;
+    if (length == 0) return;
+    const bool has_room = writer.used <= writer.room;
+    add_segment(writer, has_room ? writer.buffer + (writer.room - writer.used) : nullptr, length);
+    writer.covered = writer.used;
+}
+
+void write_bytes(Writer& writer, std::uint32_t tag, Data data) {
+    // Before anything is read or added: the length may be nonsense.
+    if (data.length > longest_content) {
+        writer.too_long = true;
+    } else if (data.length != 0 && data.length >= writer.threshold) {
+        end_stretch(writer);
+        add_segment(writer, data.at, data.length);
+        grow(writer, data.length);
+    } else {
+        put(writer, data.at, data.length);
+    }
+    put_head(writer, tag, data.length);
+}
+
+void write_string(Writer& writer, std::uint32_t tag, const char* characters) {
+    const std::uint64_t length = std::strlen(characters);
+    writer.too_long = writer.too_long || length > longest_content;
+    put(writer, characters, length);
+    put_head(writer, tag, length);
+}
+
+void write_identifier(Writer& writer, const void* identifier) {
+    const std::uint64_t size = measure_identifier(identifier);
+    std::uint8_t* const at = take(writer, size);
+    if (at != nullptr && size != 0) put_identifier(identifier, at, size);
+}
+
+void write_fields(Writer& writer, const vesk_type* type, const void* message);
+
+void write_content(Writer& writer, const vesk_type* type, const void* message) {
+    if (is_elsewhere(type)) return write_identifier(writer, message);
+    write_fields(writer, type, message);
+}
+
+void write_nested(Writer& writer, const vesk_type* type, std::uint32_t tag, const void* nested, bool even_if_empty) {
+    const std::uint64_t before = writer.total;
+    write_content(writer, type, nested);
+    const std::uint64_t length = writer.total - before;
+    writer.too_long = writer.too_long || length > longest_content;
+    if (length != 0 || even_if_empty) put_head(writer, tag, length);
+}
+
+void write_field(Writer& writer, const vesk_type* type, const vesk_field* field, const void* message) {
+    if (field->kind == VESK_KIND_MESSAGE) {
+        return write_nested(writer, vesk_field_nested(field), field->tag, member_at(message, field->offset),
+                            is_marked(type, field, message));
+    }
+    if (!is_written(type, field, message)) return;
+    switch (field->kind) {
+        case VESK_KIND_STRING: return write_string(writer, field->tag, load_string(field, message));
+        case VESK_KIND_BYTES: return write_bytes(writer, field->tag, load_data(field, message));
+        case VESK_KIND_LIST: {
+            const List list = load_list(field, message);
+            for (std::uint32_t left = list.count; left != 0; --left) {
+                write_nested(writer, list.type, field->tag, element_at(list, left - 1), true);
+            }
+            return;
+        }
+        default: return put_head(writer, field->tag, load_scalar(field, message));
+    }
+}
+
+void write_fields(Writer& writer, const vesk_type* type, const void* message) {
+    for (std::uint32_t left = type->field_count; left != 0; --left) {
+        write_field(writer, type, vesk_type_field(type, left - 1), message);
+    }
+}
+
+// What the whole takes; the segments then stand at the front of the list.
+std::int32_t finish(Writer& writer, std::uint64_t* length, std::uint32_t* segment_count) {
+    end_stretch(writer);
+    if (writer.too_long || writer.count > UINT32_MAX) {
+        *length = 0;
+        *segment_count = 0;
+        return VESK_TOO_LONG;
+    }
+    *length = writer.used;
+    *segment_count = static_cast<std::uint32_t>(writer.count);
+    if (writer.used > writer.room || writer.count > writer.capacity) return VESK_TOO_SHORT;
+    if (writer.count != 0) {
+        std::memmove(writer.segments, writer.segments + (writer.capacity - writer.count),
+                     static_cast<std::size_t>(writer.count) * sizeof *writer.segments);
+    }
+    return VESK_OK;
+}
+
+}  // namespace
+}  // namespace vesk
+
+int32_t vesk_gather(const vesk_type* type, const void* message, void* buffer, uint64_t* length, vesk_segment* segments,
+                    uint32_t* segment_count, const vesk_options* given) {
+    vesk_options own;
+    const vesk_options& options = vesk::read_options(given, &own);
+    vesk::Writer writer{static_cast<std::uint8_t*>(buffer), *length, segments, *segment_count,
+                        options.gather_threshold};
+    vesk::write_content(writer, type, message);
+    return vesk::finish(writer, length, segment_count);
+}
+
+int32_t vesk_encode(const vesk_type* type, const void* message, vesk_alloc alloc, void* context, void** bytes,
+                    uint64_t* length) {
+    *bytes = nullptr;
+    *length = 0;
+    vesk::Writer measuring{nullptr, 0, nullptr, 0, vesk::list_none};
+    vesk::write_content(measuring, type, message);
+    if (measuring.too_long) return VESK_TOO_LONG;
+    void* const block = alloc(measuring.total, context);
+    if (block == nullptr) return VESK_NO_MEMORY;
+    vesk::Writer writer{static_cast<std::uint8_t*>(block), measuring.total, nullptr, 0, vesk::list_none};
+    vesk::write_content(writer, type, message);
+    *bytes = block;
+    *length = writer.total;
+    return VESK_OK;
+}

@@ -1,0 +1,150 @@
+// What was probably not meant in a message that is about to be encoded.
+#include <vesk/vesk_toolkit.h>
+
+#include <cstring>
+
+#include "runtime/wire.hpp"
+#include "toolkit/message.hpp"
+#include "toolkit/path.hpp"
+
+namespace vesk {
+namespace {
+
+// What stays the same while a message and all that is in it are looked at, and what has been found.
+struct Lint {
+    vesk_on_finding on_finding;
+    void* context;
+    std::uint64_t findings = 0;
+    bool stopped = false;
+};
+
+bool is_remark(std::int32_t finding) { return finding == VESK_LINT_NOT_UTF8 || finding == VESK_LINT_OPAQUE; }
+
+void report(Lint& lint, std::int32_t finding, const Place* place) {
+    if (lint.stopped) return;
+    if (!is_remark(finding)) ++lint.findings;
+    if (lint.on_finding == nullptr) return;
+    char path[VESK_PATH_SIZE];
+    print_path(place, path);
+    lint.stopped = lint.on_finding(finding, path, lint.context) != 0;
+}
+
+// ---- Strings -------------------------------------------------------------------------------------------------------
+
+constexpr bool is_continuation(std::uint8_t byte) { return (byte & 0xC0) == 0x80; }
+
+// Steps over a character of two bytes or more; null if it is none: cut short, longer than need be, a surrogate, or past
+// the last there is. The NUL at the end is no continuation, so nothing after it is read.
+const std::uint8_t* skip_long_character(const std::uint8_t* at) {
+    const std::uint8_t first = at[0];
+    const std::uint8_t second = at[1];
+    if (first < 0xC2 || first > 0xF4 || !is_continuation(second)) return nullptr;
+    if (first < 0xE0) return at + 2;
+    if (first == 0xE0 && second < 0xA0) return nullptr;
+    if (first == 0xED && second > 0x9F) return nullptr;
+    if (!is_continuation(at[2])) return nullptr;
+    if (first < 0xF0) return at + 3;
+    if (first == 0xF0 && second < 0x90) return nullptr;
+    if (first == 0xF4 && second > 0x8F) return nullptr;
+    return is_continuation(at[3]) ? at + 4 : nullptr;
+}
+
+bool is_utf8(const char* characters) {
+    const std::uint8_t* at = reinterpret_cast<const std::uint8_t*>(characters);
+    while (at != nullptr && *at != 0) at = *at < 0x80 ? at + 1 : skip_long_character(at);
+    return at != nullptr;
+}
+
+// ---- Fields --------------------------------------------------------------------------------------------------------
+
+// Each returns the bytes that the encoding takes. What is too long is said once, where it is, and counts as nothing for
+// the messages around it.
+
+std::uint64_t measure_content(Lint& lint, std::uint32_t tag, std::uint64_t length, const Place& place) {
+    if (length > longest_content) {
+        report(lint, VESK_LINT_TOO_LONG, &place);
+        length = 0;
+    }
+    return measure_varint(tag) + measure_length(length) + length;
+}
+
+std::uint64_t lint_message(Lint& lint, const vesk_type* type, const void* message, const Place* place);
+
+std::uint64_t lint_nested(Lint& lint, const Place& place, const vesk_type* type, const void* nested,
+                          bool even_if_empty) {
+    const std::uint64_t length = lint_message(lint, type, nested, &place);
+    return length != 0 || even_if_empty ? measure_content(lint, place.field->tag, length, place) : 0;
+}
+
+std::uint64_t lint_string(Lint& lint, const Place& place, bool marked, const char* characters) {
+    if (!marked) {
+        if (characters != nullptr) report(lint, VESK_LINT_NOT_MARKED, &place);
+        return 0;
+    }
+    if (characters == nullptr) {
+        report(lint, VESK_LINT_NULL_STRING, &place);
+        return 0;
+    }
+    if (!is_utf8(characters)) report(lint, VESK_LINT_NOT_UTF8, &place);
+    return measure_content(lint, place.field->tag, std::strlen(characters), place);
+}
+
+std::uint64_t lint_bytes(Lint& lint, const Place& place, bool marked, Data data) {
+    if (!marked && data.length != 0) report(lint, VESK_LINT_NOT_MARKED, &place);
+    if (data.at == nullptr && data.length != 0) report(lint, VESK_LINT_NULL_DATA, &place);
+    return marked ? measure_content(lint, place.field->tag, data.length, place) : 0;
+}
+
+std::uint64_t lint_list(Lint& lint, Place& place, bool marked, const List& list) {
+    if (!marked && list.count != 0) report(lint, VESK_LINT_NOT_MARKED, &place);
+    if (marked && list.count == 0) report(lint, VESK_LINT_EMPTY_LIST, &place);
+    if (list.array == nullptr && list.count != 0) report(lint, VESK_LINT_NULL_DATA, &place);
+    if (!marked || list.array == nullptr) return 0;
+    std::uint64_t size = 0;
+    for (place.element = 0; place.element < list.count && !lint.stopped; ++place.element) {
+        size += lint_nested(lint, place, list.type, element_at(list, place.element), true);
+    }
+    return size;
+}
+
+std::uint64_t lint_scalar(Lint& lint, const Place& place, bool marked, std::uint64_t value) {
+    if (!marked && value != 0) report(lint, VESK_LINT_NOT_MARKED, &place);
+    return marked ? measure_varint(place.field->tag) + measure_varint(value) : 0;
+}
+
+std::uint64_t lint_field(Lint& lint, const vesk_type* type, const vesk_field* field, const void* message,
+                         const Place* outer) {
+    Place place{outer, field, no_element};
+    const bool marked = is_marked(type, field, message);
+    switch (field->kind) {
+        case VESK_KIND_STRING: return lint_string(lint, place, marked, load_string(field, message));
+        case VESK_KIND_BYTES: return lint_bytes(lint, place, marked, load_data(field, message));
+        case VESK_KIND_LIST: return lint_list(lint, place, marked, load_list(field, message));
+        case VESK_KIND_MESSAGE:
+            return lint_nested(lint, place, vesk_field_nested(field), member_at(message, field->offset), marked);
+        default: return lint_scalar(lint, place, marked, load_scalar(field, message));
+    }
+}
+
+std::uint64_t lint_message(Lint& lint, const vesk_type* type, const void* message, const Place* place) {
+    const vesk_type* const described = describe(type);
+    if (described == nullptr) {
+        report(lint, VESK_LINT_OPAQUE, place);
+        return 0;
+    }
+    std::uint64_t size = 0;
+    for (std::uint32_t next = 0; next < described->field_count && !lint.stopped; ++next) {
+        size += lint_field(lint, described, vesk_type_field(described, next), message, place);
+    }
+    return size;
+}
+
+}  // namespace
+}  // namespace vesk
+
+uint64_t vesk_lint(const vesk_type* type, const void* message, vesk_on_finding on_finding, void* context,
+                   const vesk_options*) {
+    vesk::Lint lint{on_finding, context};
+    vesk::lint_message(lint, type, message, nullptr);
+    return lint.findings;
+}

@@ -1,0 +1,96 @@
+// A message's members by the facts of its type, and which of its fields are encoded.
+#pragma once
+
+#include <vesk/drin_eid.h>
+#include <vesk/vesk_toolkit.h>
+
+#include <cstdint>
+#include <cstring>
+
+#include "toolkit/types.hpp"
+
+namespace vesk {
+
+inline constexpr std::uint64_t longest_content = UINT32_MAX;  // in bytes, that the wire can carry
+
+// ---- Members -------------------------------------------------------------------------------------------------------
+
+inline const void* member_at(const void* message, std::uint64_t offset) {
+    return static_cast<const std::uint8_t*>(message) + offset;
+}
+
+// Copied bytewise, since the type of a pointer member is not known here.
+template <class Member>
+Member load_member(const void* message, std::uint32_t offset) {
+    Member member;
+    std::memcpy(&member, member_at(message, offset), sizeof member);
+    return member;
+}
+
+// As it stands on the wire; of a flag that is neither 0 nor 1 the byte.
+inline std::uint64_t load_scalar(const vesk_field* field, const void* message) {
+    switch (field->kind) {
+        case VESK_KIND_UINT32: return load_member<std::uint32_t>(message, field->offset);
+        case VESK_KIND_UINT64: return load_member<std::uint64_t>(message, field->offset);
+        default: return load_member<std::uint8_t>(message, field->offset);
+    }
+}
+
+inline const char* load_string(const vesk_field* field, const void* message) {
+    return load_member<const char*>(message, field->offset);
+}
+
+// The data of a bytes field.
+struct Data {
+    const void* at;
+    std::uint64_t length;
+};
+inline Data load_data(const vesk_field* field, const void* message) {
+    return {load_member<const void*>(message, field->offset), load_member<std::uint64_t>(message, field->size_offset)};
+}
+
+struct List {
+    const vesk_type* type;  // of its elements
+    const void* array;
+    std::uint32_t count;
+};
+inline List load_list(const vesk_field* field, const void* message) {
+    return {vesk_field_nested(field), load_member<const void*>(message, field->offset),
+            load_member<std::uint32_t>(message, field->size_offset)};
+}
+inline const void* element_at(const List& list, std::uint32_t index) {
+    return member_at(list.array, std::uint64_t{index} * list.type->structure_size);
+}
+
+// ---- What is encoded -----------------------------------------------------------------------------------------------
+
+inline bool is_marked(const vesk_type* type, const vesk_field* field, const void* message) {
+    const std::uint32_t byte = type->presence_offset + field->presence_bit / 8u;
+    return (load_member<std::uint8_t>(message, byte) >> field->presence_bit % 8u & 1) != 0;
+}
+
+// Whether a field is encoded. A nested message has another rule: it is with its bit or with content.
+inline bool is_written(const vesk_type* type, const vesk_field* field, const void* message) {
+    if (!is_marked(type, field, message)) return false;
+    if (field->kind == VESK_KIND_STRING) return load_string(field, message) != nullptr;
+    return field->kind != VESK_KIND_LIST || load_list(field, message).count != 0;
+}
+
+// ---- Identifiers ---------------------------------------------------------------------------------------------------
+
+// The type whose fields can be looked at: that itself, or of an identifier the description that its library brings.
+// Null if there is none.
+inline const vesk_type* describe(const vesk_type* type) { return is_elsewhere(type) ? describe_elsewhere() : type; }
+
+inline std::uint64_t measure_identifier(const void* identifier) {
+    return vesk_drin_eid_st_encode_ext(static_cast<const vesk_drin_eid_st*>(identifier), nullptr, 0, nullptr, nullptr,
+                                       0);
+}
+
+// Into just as many bytes as were measured. With a segment count, by which its library tells writing from measuring.
+inline void put_identifier(const void* identifier, std::uint8_t* at, std::uint64_t size) {
+    std::uint32_t segments = 0;
+    vesk_drin_eid_st_encode_ext(static_cast<const vesk_drin_eid_st*>(identifier), at, size, nullptr, &segments, 0);
+}
+
+}  // namespace vesk
