@@ -1,5 +1,5 @@
 /* The inventory client: asks a service for the inventory of a chassis and prints it. Written in C, and so an example of
- * the library's C interface: measure, encode and send; receive, decode, use and free. */
+ * the library's C interface: gather and send; receive, decode, use and free. */
 
 #include <errno.h>
 #include <fcntl.h>
@@ -84,16 +84,24 @@ static bool connect_to(const char* path, double time_limit, struct connection* c
     return true;
 }
 
-static bool send_request(const struct connection* connection, enum exchange_kind kind, const void* body,
-                         uint64_t length) {
-    struct exchange_frame frame = exchange_make_frame(kind, body, (size_t)length);
-    while (!exchange_all_sent(&frame)) {
-        if (exchange_send(connection->socket, &frame) == 0 || errno == EINTR) continue;
+static bool send_frame(const struct connection* connection, struct exchange_frame* frame) {
+    while (exchange_send(connection->socket, frame) != 0) {
         if (errno == EPIPE) return true; /* the service hung up, but why may stand in a refusal that is there already */
         if (errno != EAGAIN) return complain("cannot send the request: %s", strerror(errno));
         if (!wait_for_service(connection, POLLOUT)) return false;
     }
     return true;
+}
+
+static bool send_request(const struct connection* connection, enum exchange_kind kind, const char* type,
+                         const void* request) {
+    struct exchange_frame frame;
+    if (!exchange_frame_message(kind, vesk_type_named(type), request, &frame)) {
+        return complain("no memory for the request");
+    }
+    bool sent = send_frame(connection, &frame);
+    exchange_drop_frame(&frame);
+    return sent;
 }
 
 static bool receive(const struct connection* connection, uint8_t* bytes, size_t length, const char* when) {
@@ -128,39 +136,19 @@ static bool receive_reply(const struct connection* connection, struct reply* rep
     return false;
 }
 
-/* ---- The requests: measure, encode, send ---- */
-
-static uint8_t* body_of(uint64_t length) {
-    uint8_t* body = malloc((size_t)length);
-    if (body == NULL) complain("no memory for the request");
-    return body;
-}
+/* ---- The requests ---- */
 
 static bool request_everything(const struct connection* connection) {
     vesk_req_inv_data request = {0};
     req_inv_data_set_sequence(&request, SEQUENCE);
-
-    uint64_t length = vesk_req_inv_data_encode_ext(&request, NULL, 0, NULL, NULL, 0);
-    uint8_t* body = body_of(length);
-    if (body == NULL) return false;
-    vesk_req_inv_data_encode_ext(&request, body, length, NULL, NULL, 0);
-    bool sent = send_request(connection, EXCHANGE_REQ_INV_DATA, body, length);
-    free(body);
-    return sent;
+    return send_request(connection, EXCHANGE_REQ_INV_DATA, "req_inv_data", &request);
 }
 
 static bool request_by_type(const struct connection* connection, enum entity_kind type) {
     vesk_req_inv_data_by_type request = {0};
     req_inv_data_by_type_set_sequence(&request, SEQUENCE);
     req_inv_data_by_type_set_kind(&request, type);
-
-    uint64_t length = vesk_req_inv_data_by_type_encode_ext(&request, NULL, 0, NULL, NULL, 0);
-    uint8_t* body = body_of(length);
-    if (body == NULL) return false;
-    vesk_req_inv_data_by_type_encode_ext(&request, body, length, NULL, NULL, 0);
-    bool sent = send_request(connection, EXCHANGE_REQ_INV_DATA_BY_TYPE, body, length);
-    free(body);
-    return sent;
+    return send_request(connection, EXCHANGE_REQ_INV_DATA_BY_TYPE, "req_inv_data_by_type", &request);
 }
 
 static bool request_by_eid(const struct connection* connection, const char* eid_text) {
@@ -169,14 +157,7 @@ static bool request_by_eid(const struct connection* connection, const char* eid_
     req_inv_data_by_eid_set_sequence(&request, SEQUENCE);
     eid_from_text(eid_text, &request.eid, elements);
     VESK_MARK(&request, VESK_REQ_INV_DATA_BY_EID_EID);
-
-    uint64_t length = vesk_req_inv_data_by_eid_encode_ext(&request, NULL, 0, NULL, NULL, 0);
-    uint8_t* body = body_of(length);
-    if (body == NULL) return false;
-    vesk_req_inv_data_by_eid_encode_ext(&request, body, length, NULL, NULL, 0);
-    bool sent = send_request(connection, EXCHANGE_REQ_INV_DATA_BY_EID, body, length);
-    free(body);
-    return sent;
+    return send_request(connection, EXCHANGE_REQ_INV_DATA_BY_EID, "req_inv_data_by_eid", &request);
 }
 
 static bool send_wanted_request(const struct connection* connection, const struct options* options) {

@@ -1,9 +1,7 @@
 #include "exchange.h"
 
+#include <stdlib.h>
 #include <string.h>
-#include <sys/socket.h>
-#include <sys/uio.h>
-#include <vesk/vesk_runtime.h>
 
 static const uint8_t magic[4] = {'V', 'S', 'K', '1'};
 
@@ -18,30 +16,58 @@ static uint32_t read_number(const uint8_t* bytes) {
     return (uint32_t)bytes[0] << 24 | (uint32_t)bytes[1] << 16 | (uint32_t)bytes[2] << 8 | bytes[3];
 }
 
-struct exchange_frame exchange_make_frame(enum exchange_kind kind, const void* body, size_t length) {
-    static const uint8_t nothing[1] = {0};
-    struct exchange_frame frame = {.body = length > 0 ? body : nothing, .length = length};
-    memcpy(frame.header, magic, sizeof magic);
-    write_number(frame.header + 4, (uint32_t)kind);
-    write_number(frame.header + 8, (uint32_t)length);
-    return frame;
+/* A block of a list, a header and `length` bytes; the header is the first segment. Null if there is no memory. */
+static vesk_segment* make_block(uint32_t segments, uint64_t length) {
+    size_t list_size = ((size_t)segments + 1) * sizeof(vesk_segment);
+    vesk_segment* list = malloc(list_size + EXCHANGE_HEADER_LENGTH + (size_t)length);
+    if (list != NULL) list[0] = (vesk_segment){(uint8_t*)list + list_size, EXCHANGE_HEADER_LENGTH};
+    return list;
 }
 
-bool exchange_all_sent(const struct exchange_frame* frame) {
-    return frame->sent == EXCHANGE_HEADER_LENGTH + frame->length;
+/* Where the bytes after the header stand. */
+static uint8_t* bytes_of(const vesk_segment* list) {
+    return (uint8_t*)(uintptr_t)list[0].data + EXCHANGE_HEADER_LENGTH;
+}
+
+/* `segments` of them follow the header. */
+static struct exchange_frame finish_frame(enum exchange_kind kind, vesk_segment* list, uint32_t segments) {
+    uint64_t length = 0;
+    for (uint32_t i = 1; i <= segments; ++i) length += list[i].length;
+    uint8_t* header = bytes_of(list) - EXCHANGE_HEADER_LENGTH;
+    memcpy(header, magic, sizeof magic);
+    write_number(header + 4, (uint32_t)kind);
+    write_number(header + 8, (uint32_t)length);
+    return (struct exchange_frame){.block = list, .sending = vesk_begin_sending(list, segments + 1)};
+}
+
+bool exchange_frame_message(enum exchange_kind kind, const vesk_type* type, const void* message,
+                            struct exchange_frame* frame) {
+    uint64_t length = 0;
+    uint32_t segments = 0;
+    vesk_gather(type, message, NULL, &length, NULL, &segments, NULL); /* says what it needs */
+    vesk_segment* list = make_block(segments, length);
+    if (list == NULL) return false;
+    vesk_gather(type, message, bytes_of(list), &length, list + 1, &segments, NULL);
+    *frame = finish_frame(kind, list, segments);
+    return true;
+}
+
+bool exchange_frame_refusal(const char* words, struct exchange_frame* frame) {
+    size_t length = strlen(words);
+    vesk_segment* list = make_block(1, length);
+    if (list == NULL) return false;
+    list[1] = (vesk_segment){memcpy(bytes_of(list), words, length), length};
+    *frame = finish_frame(EXCHANGE_REFUSAL, list, 1);
+    return true;
+}
+
+void exchange_drop_frame(struct exchange_frame* frame) {
+    free(frame->block);
+    frame->block = NULL;
 }
 
 int exchange_send(int socket, struct exchange_frame* frame) {
-    size_t header_sent = frame->sent < EXCHANGE_HEADER_LENGTH ? frame->sent : EXCHANGE_HEADER_LENGTH;
-    size_t body_sent = frame->sent - header_sent;
-    /* sendmsg only reads what the vector points at; its type cannot say so. */
-    struct iovec rest[2] = {{frame->header + header_sent, EXCHANGE_HEADER_LENGTH - header_sent},
-                            {(void*)(uintptr_t)(frame->body + body_sent), frame->length - body_sent}};
-    struct msghdr message = {.msg_iov = rest, .msg_iovlen = 2};
-    ssize_t count = sendmsg(socket, &message, MSG_NOSIGNAL);
-    if (count < 0) return -1;
-    frame->sent += (size_t)count;
-    return 0;
+    return vesk_send_all(socket, &frame->sending, MSG_NOSIGNAL);
 }
 
 const char* exchange_read_header(const uint8_t bytes[EXCHANGE_HEADER_LENGTH], struct exchange_header* header) {

@@ -17,6 +17,8 @@
 #include <stdint.h>
 #include <sys/types.h>
 #include <sys/un.h>
+#include <vesk/vesk_gather_posix.h>
+#include <vesk/vesk_toolkit.h>
 
 #ifdef __cplusplus
 extern "C" {
@@ -41,22 +43,22 @@ struct exchange_header {
     uint32_t length; /* bytes of the body */
 };
 
-/* A frame on its way out. The body is the caller's and must live until all of it is sent. */
+/* A frame on its way out. It stands in a block of its own, but for the bytes fields of its message: these are sent from
+ * where they are, and must live until all of it is sent. */
 struct exchange_frame {
-    uint8_t header[EXCHANGE_HEADER_LENGTH];
-    const uint8_t* body;
-    size_t length; /* bytes of the body */
-    size_t sent;   /* bytes of header and body that are out already */
+    void* block; /* owned */
+    vesk_sending sending;
 };
 
-/* Makes a frame of which nothing is sent yet. `length` is at most EXCHANGE_BODY_LIMIT. */
-struct exchange_frame exchange_make_frame(enum exchange_kind kind, const void* body, size_t length);
+/* Make a frame of which nothing is sent yet: of a message that takes at most EXCHANGE_BODY_LIMIT, or of the words of a
+ * refusal. False if there is no memory for it. The caller drops it. */
+bool exchange_frame_message(enum exchange_kind kind, const vesk_type* type, const void* message,
+                            struct exchange_frame* frame);
+bool exchange_frame_refusal(const char* words, struct exchange_frame* frame);
+void exchange_drop_frame(struct exchange_frame* frame);
 
-/* Whether the whole frame is out. */
-bool exchange_all_sent(const struct exchange_frame* frame);
-
-/* Sends what is left of a frame, header and body, with one sendmsg, and counts what went out. Never raises SIGPIPE.
- * Returns -1 with errno if nothing went out, else 0; then there may still be a rest. */
+/* Sends what is left of a frame, with one sendmsg as long as the socket takes it. Never raises SIGPIPE. 0 when the
+ * whole frame is out, else -1 with errno: after EAGAIN call it again once the socket is ready. */
 int exchange_send(int socket, struct exchange_frame* frame);
 
 /* Reads a header. Returns null, or words that say why it is not one; the kind is not judged. */

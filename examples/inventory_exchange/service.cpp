@@ -15,6 +15,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -63,9 +64,6 @@ private:
 
 template <typename Message>
 using DecodeFunction = std::int32_t(Message*, const void*, std::uint64_t, vesk_alloc, void*, std::uint32_t);
-template <typename Message>
-using EncodeFunction = std::uint64_t(const Message*, void*, std::uint64_t, vesk_segment*, std::uint32_t*,
-                                     std::uint32_t);
 
 template <typename Message>
 Message decode(DecodeFunction<Message>* function, const Bytes& body, Arena* arena) {
@@ -75,42 +73,40 @@ Message decode(DecodeFunction<Message>* function, const Bytes& body, Arena* aren
     return request;
 }
 
-// A frame on its way out, and the body that it points at.
+// A frame on its way out, which drops itself.
 class OutgoingFrame {
 public:
-    OutgoingFrame(exchange_kind kind, Bytes body)
-        : body_(std::move(body)), frame_(exchange_make_frame(kind, body_.data(), body_.size())) {}
+    OutgoingFrame(exchange_kind kind, const char* type, const void* answer) {
+        if (!exchange_frame_message(kind, vesk_type_named(type), answer, &frame_)) throw std::bad_alloc();
+    }
+    explicit OutgoingFrame(const std::string& refusal) {
+        if (!exchange_frame_refusal(refusal.c_str(), &frame_)) throw std::bad_alloc();
+    }
 
-    // The frame goes on pointing at the body when both move; a copy would point at somebody else's.
     OutgoingFrame(const OutgoingFrame&) = delete;
     OutgoingFrame& operator=(const OutgoingFrame&) = delete;
-    OutgoingFrame(OutgoingFrame&&) = default;
-    OutgoingFrame& operator=(OutgoingFrame&&) = default;
-    ~OutgoingFrame() = default;
+    OutgoingFrame(OutgoingFrame&& other) noexcept : frame_(std::exchange(other.frame_, {})) {}
+    OutgoingFrame& operator=(OutgoingFrame&& other) noexcept {
+        std::swap(frame_, other.frame_);
+        return *this;
+    }
+    ~OutgoingFrame() { exchange_drop_frame(&frame_); }
 
     exchange_frame* frame() { return &frame_; }
 
 private:
-    Bytes body_;
     exchange_frame frame_;
 };
 
-template <typename Message>
-OutgoingFrame encode(exchange_kind kind, EncodeFunction<Message>* function, const Message& answer) {
-    Bytes body(function(&answer, nullptr, 0, nullptr, nullptr, 0));
-    function(&answer, body.data(), body.size(), nullptr, nullptr, 0);
-    return OutgoingFrame(kind, std::move(body));
-}
-
-OutgoingFrame encode_list(vesk_resp_inv_data answer, std::uint32_t sequence) {
+OutgoingFrame frame_list(vesk_resp_inv_data answer, std::uint32_t sequence) {
     resp_inv_data_set_sequence(&answer, sequence);
-    return encode(EXCHANGE_RESP_INV_DATA, vesk_resp_inv_data_encode_ext, answer);
+    return {EXCHANGE_RESP_INV_DATA, "resp_inv_data", &answer};
 }
 
 OutgoingFrame answer_everything(const Chassis& chassis, const Bytes& body) {
     Arena arena;
     auto request = decode(vesk_req_inv_data_decode_ext, body, &arena);
-    return encode_list(chassis.everything(), req_inv_data_sequence(&request));
+    return frame_list(chassis.everything(), req_inv_data_sequence(&request));
 }
 
 OutgoingFrame answer_by_type(const Chassis& chassis, const Bytes& body) {
@@ -118,7 +114,7 @@ OutgoingFrame answer_by_type(const Chassis& chassis, const Bytes& body) {
     auto request = decode(vesk_req_inv_data_by_type_decode_ext, body, &arena);
     std::uint32_t kind = req_inv_data_by_type_kind(&request);
     if (kind_name(kind) == nullptr) throw Refusal("there is no kind of entity with the code " + std::to_string(kind));
-    return encode_list(chassis.all_of(static_cast<entity_kind>(kind)), req_inv_data_by_type_sequence(&request));
+    return frame_list(chassis.all_of(static_cast<entity_kind>(kind)), req_inv_data_by_type_sequence(&request));
 }
 
 OutgoingFrame answer_by_eid(const Chassis& chassis, const Bytes& body) {
@@ -126,7 +122,7 @@ OutgoingFrame answer_by_eid(const Chassis& chassis, const Bytes& body) {
     auto request = decode(vesk_req_inv_data_by_eid_decode_ext, body, &arena);
     auto answer = chassis.find(request.eid);
     resp_inv_data_by_eid_set_sequence(&answer, req_inv_data_by_eid_sequence(&request));
-    return encode(EXCHANGE_RESP_INV_DATA_BY_EID, vesk_resp_inv_data_by_eid_encode_ext, answer);
+    return {EXCHANGE_RESP_INV_DATA_BY_EID, "resp_inv_data_by_eid", &answer};
 }
 
 using Answerer = OutgoingFrame (*)(const Chassis&, const Bytes&);
@@ -236,7 +232,7 @@ private:
     void refuse(const std::string& words) {
         note("refused: " + words);
         hang_up_after_answer_ = true;
-        start(OutgoingFrame(EXCHANGE_REFUSAL, Bytes(words.begin(), words.end())));
+        start(OutgoingFrame(words));
     }
 
     void start(OutgoingFrame answer) {
@@ -247,10 +243,10 @@ private:
 
     void send_answer() {
         if (exchange_send(socket_.get(), answer_->frame()) != 0) {
-            if (errno == EAGAIN || errno == EINTR) return;
+            if (errno == EAGAIN) return;
             note(std::string("went away before its answer: ") + std::strerror(errno));
             finished_ = true;
-        } else if (exchange_all_sent(answer_->frame())) {
+        } else {
             finished_ = hang_up_after_answer_;
             await_request();
         }
