@@ -60,9 +60,14 @@ vesk_value field_value(const vesk_field* field, const void* message) {
     return value;
 }
 
-bool is_same_value(const vesk_value& left, const vesk_value& right) {
-    return left.number == right.number && left.length == right.length &&
-           (left.length == 0 || std::memcmp(left.data, right.data, static_cast<std::size_t>(left.length)) == 0);
+// Of a field that both messages encode, and no list or nested message.
+bool is_same_value(const vesk_field* field, const void* left, const void* right) {
+    if (field->kind == VESK_KIND_STRING) return std::strcmp(load_string(field, left), load_string(field, right)) == 0;
+    if (field->kind != VESK_KIND_BYTES) return load_scalar(field, left) == load_scalar(field, right);
+    const Data one = load_data(field, left);
+    const Data other = load_data(field, right);
+    return one.length == other.length &&
+           (one.length == 0 || std::memcmp(one.at, other.at, static_cast<std::size_t>(one.length)) == 0);
 }
 
 // ---- Nested messages that are encoded with content alone -----------------------------------------------------------
@@ -162,18 +167,19 @@ bool compare_field(Comparison& comparison, const vesk_type* type, const vesk_fie
         return compare_messages(comparison, vesk_field_nested(field), &place, member_at(left, field->offset),
                                 member_at(right, field->offset));
     }
-    vesk_value left_value{};
-    vesk_value right_value{};
-    if (in_left) left_value = field_value(field, left);
-    if (in_right) right_value = field_value(field, right);
-    if (in_left == in_right && is_same_value(left_value, right_value)) return true;
-    return report(comparison, &place, in_left ? &left_value : nullptr, in_right ? &right_value : nullptr);
+    if (in_left == in_right && (!in_left || is_same_value(field, left, right))) return true;
+    vesk_value values[2];
+    if (in_left) values[0] = field_value(field, left);
+    if (in_right) values[1] = field_value(field, right);
+    return report(comparison, &place, in_left ? &values[0] : nullptr, in_right ? &values[1] : nullptr);
 }
 
 bool compare_fields(Comparison& comparison, const vesk_type* type, const Place* outer, const void* left,
                     const void* right) {
-    for (std::uint32_t place = 0; place < type->field_count; ++place) {
-        if (!compare_field(comparison, type, vesk_type_field(type, place), outer, left, right)) return false;
+    const vesk_field* field = vesk_type_field(type, 0);
+    for (std::uint32_t left_over = type->field_count; left_over != 0; --left_over) {
+        if (!compare_field(comparison, type, field, outer, left, right)) return false;
+        field = next_row(type, field);
     }
     return true;
 }

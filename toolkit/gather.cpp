@@ -19,24 +19,31 @@ struct Writer {
     std::uint64_t capacity;
     std::uint64_t threshold;  // bytes fields of so many bytes are listed
 
-    std::uint64_t total = 0;    // bytes of the encoding so far
+    std::uint64_t total = 0;    // bytes of the encoding so far; above most_in_all: too long
     std::uint64_t used = 0;     // of these, those in the buffer
     std::uint64_t covered = 0;  // of these, those that segments cover
     std::uint64_t count = 0;    // of segments
-    bool too_long = false;      // from then on nothing is stored or counted
 };
 
 constexpr std::uint64_t list_none = UINT64_MAX;  // as a threshold
+constexpr std::uint64_t most_in_all = INT64_MAX;
 
-bool grow(Writer& writer, std::uint64_t length) {
-    writer.too_long = writer.too_long || length > UINT64_MAX - writer.total;
-    if (writer.too_long) return false;
+bool is_too_long(const Writer& writer) { return writer.total > most_in_all; }
+
+// From then on nothing is stored.
+void give_up(Writer& writer) { writer.total = most_in_all + 1; }
+
+// By at most most_in_all, so that the sum does not wrap.
+VESK_INLINE bool grow(Writer& writer, std::uint64_t length) {
     writer.total += length;
-    return true;
+    if (!is_too_long(writer)) [[likely]]
+        return true;
+    give_up(writer);
+    return false;
 }
 
 // The last of the buffer's bytes that are still free; null if there are fewer.
-std::uint8_t* take(Writer& writer, std::uint64_t length) {
+VESK_INLINE std::uint8_t* take(Writer& writer, std::uint64_t length) {
     if (!grow(writer, length)) return nullptr;
     writer.used += length;
     return writer.used <= writer.room ? writer.buffer + (writer.room - writer.used) : nullptr;
@@ -49,9 +56,15 @@ void put(Writer& writer, const void* data, std::uint64_t length) {
 
 // A tag, and a scalar or length.
 void put_head(Writer& writer, std::uint32_t tag, std::uint64_t value) {
-    std::uint8_t head[16];
-    const std::uint8_t* const end = put_varint(put_varint(head, tag), value);
-    put(writer, head, static_cast<std::uint64_t>(end - head));
+    if ((tag | value) < 0x80) [[likely]] {
+        std::uint8_t* const at = take(writer, 2);
+        if (at == nullptr) return;
+        at[0] = static_cast<std::uint8_t>(tag);
+        at[1] = static_cast<std::uint8_t>(value);
+        return;
+    }
+    std::uint8_t* const at = take(writer, measure_varint(tag) + measure_varint(value));
+    if (at != nullptr) put_varint(put_varint(at, tag), value);
 }
 
 void add_segment(Writer& writer, const void* data, std::uint64_t length) {
@@ -69,9 +82,8 @@ void end_stretch(Writer& writer) {
 
 void write_bytes(Writer& writer, std::uint32_t tag, Data data) {
     // Before anything is read or added: the length may be nonsense.
-    if (data.length > longest_content) {
-        writer.too_long = true;
-    } else if (data.length != 0 && data.length >= writer.threshold) {
+    if (data.length > longest_content) return give_up(writer);
+    if (data.length != 0 && data.length >= writer.threshold) {
         end_stretch(writer);
         add_segment(writer, data.at, data.length);
         grow(writer, data.length);
@@ -83,13 +95,14 @@ void write_bytes(Writer& writer, std::uint32_t tag, Data data) {
 
 void write_string(Writer& writer, std::uint32_t tag, const char* characters) {
     const std::uint64_t length = std::strlen(characters);
-    writer.too_long = writer.too_long || length > longest_content;
+    if (length > longest_content) return give_up(writer);
     put(writer, characters, length);
     put_head(writer, tag, length);
 }
 
 void write_identifier(Writer& writer, const void* identifier) {
     const std::uint64_t size = measure_identifier(identifier);
+    if (size > longest_content) return give_up(writer);
     std::uint8_t* const at = take(writer, size);
     if (at != nullptr && size != 0) put_identifier(identifier, at, size);
 }
@@ -105,7 +118,7 @@ void write_nested(Writer& writer, const vesk_type* type, std::uint32_t tag, cons
     const std::uint64_t before = writer.total;
     write_content(writer, type, nested);
     const std::uint64_t length = writer.total - before;
-    writer.too_long = writer.too_long || length > longest_content;
+    if (length > longest_content) return give_up(writer);
     if (length != 0 || even_if_empty) put_head(writer, tag, length);
 }
 
@@ -130,15 +143,17 @@ void write_field(Writer& writer, const vesk_type* type, const vesk_field* field,
 }
 
 void write_fields(Writer& writer, const vesk_type* type, const void* message) {
+    const vesk_field* field = vesk_type_field(type, type->field_count);
     for (std::uint32_t left = type->field_count; left != 0; --left) {
-        write_field(writer, type, vesk_type_field(type, left - 1), message);
+        field = previous_row(type, field);
+        write_field(writer, type, field, message);
     }
 }
 
 // What the whole takes; the segments then stand at the front of the list.
 std::int32_t finish(Writer& writer, std::uint64_t* length, std::uint32_t* segment_count) {
     end_stretch(writer);
-    if (writer.too_long || writer.count > UINT32_MAX) {
+    if (is_too_long(writer) || writer.count > UINT32_MAX) {
         *length = 0;
         *segment_count = 0;
         return VESK_TOO_LONG;
@@ -172,7 +187,7 @@ int32_t vesk_encode(const vesk_type* type, const void* message, vesk_alloc alloc
     *length = 0;
     vesk::Writer measuring{nullptr, 0, nullptr, 0, vesk::list_none};
     vesk::write_content(measuring, type, message);
-    if (measuring.too_long) return VESK_TOO_LONG;
+    if (vesk::is_too_long(measuring)) return VESK_TOO_LONG;
     void* const block = alloc(measuring.total, context);
     if (block == nullptr) return VESK_NO_MEMORY;
     vesk::Writer writer{static_cast<std::uint8_t*>(block), measuring.total, nullptr, 0, vesk::list_none};

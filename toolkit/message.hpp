@@ -62,6 +62,11 @@ inline const void* element_at(const List& list, std::uint32_t index) {
     return member_at(list.array, std::uint64_t{index} * list.type->structure_size);
 }
 
+// The field that is declared before this one, which may be the address past the last.
+inline const vesk_field* previous_row(const vesk_type* type, const vesk_field* field) {
+    return reinterpret_cast<const vesk_field*>(reinterpret_cast<const char*>(field) - type->field_size);
+}
+
 // ---- What is encoded -----------------------------------------------------------------------------------------------
 
 inline bool is_marked(const vesk_type* type, const vesk_field* field, const void* message) {
