@@ -34,7 +34,7 @@ enum { VESK_BYTES_AT_ONCE = 1 << 30 };
 
 /* What is still to be sent of a list. The list and what it points at must live until all of it is out. */
 typedef struct vesk_sending {
-    const vesk_segment* next; /* the first segment of which something is left */
+    const vesk_segment *next; /* the first segment of which something is left */
     uint32_t left;            /* segments from there on; 0 when all is out */
     uint64_t next_sent;       /* bytes of the first one that are out already */
     uint64_t sent;            /* bytes in all that are out already */
@@ -42,7 +42,7 @@ typedef struct vesk_sending {
 
 /* Counts bytes as sent: for who calls sendmsg or the like with vectors of vesk_next_vectors. `bytes` is at most what is
  * left. */
-static inline void vesk_count_sent(vesk_sending* sending, uint64_t bytes) {
+static inline void vesk_count_sent(vesk_sending *sending, uint64_t bytes) {
     sending->sent += bytes;
     sending->next_sent += bytes;
     while (sending->left != 0 && sending->next_sent >= sending->next->length) {
@@ -53,7 +53,7 @@ static inline void vesk_count_sent(vesk_sending* sending, uint64_t bytes) {
 }
 
 /* A list of which nothing is sent yet. `segments` may be null if `count` is 0. */
-static inline vesk_sending vesk_begin_sending(const vesk_segment* segments, uint32_t count) {
+static inline vesk_sending vesk_begin_sending(const vesk_segment *segments, uint32_t count) {
     vesk_sending sending;
     sending.next = segments;
     sending.left = count;
@@ -71,7 +71,7 @@ static inline vesk_sending vesk_begin_sending(const vesk_segment* segments, uint
  *
  * Result: the vectors that were filled; 0 if nothing is left. None is empty, and together they have at most
  * VESK_BYTES_AT_ONCE bytes. */
-static inline int vesk_next_vectors(const vesk_sending* sending, struct iovec* vectors, int capacity) {
+static inline int vesk_next_vectors(const vesk_sending *sending, struct iovec *vectors, int capacity) {
     uint64_t room = VESK_BYTES_AT_ONCE;
     uint64_t skipped = sending->next_sent;
     uint32_t i;
@@ -81,7 +81,7 @@ static inline int vesk_next_vectors(const vesk_sending* sending, struct iovec* v
         if (length > room) length = room;
         if (length != 0) {
             /* A vector's type cannot say that what it points at is only read. */
-            vectors[count].iov_base = (void*)((uintptr_t)sending->next[i].data + (uintptr_t)skipped);
+            vectors[count].iov_base = (void *)((uintptr_t)sending->next[i].data + (uintptr_t)skipped);
             vectors[count].iov_len = (size_t)length;
             ++count;
         }
@@ -92,7 +92,7 @@ static inline int vesk_next_vectors(const vesk_sending* sending, struct iovec* v
 }
 
 /* Counts what a call of the system says. 0 if it is to be called again, else -1 with errno. */
-static inline int vesk_count_result(vesk_sending* sending, ssize_t result) {
+static inline int vesk_count_result(vesk_sending *sending, ssize_t result) {
     if (result > 0) {
         vesk_count_sent(sending, (uint64_t)result);
         return 0;
@@ -109,7 +109,7 @@ static inline int vesk_count_result(vesk_sending* sending, ssize_t result) {
  * Goes on after a short write and after EINTR. Result: 0 when all is out; else -1 with errno as writev sets it, or EIO
  * if writev took nothing and named no error. After EAGAIN wait for the descriptor (poll) and call again: nothing is
  * lost, nothing is sent twice. A pipe or socket whose other end is closed raises SIGPIPE; see vesk_send_all. */
-static inline int vesk_write_all(int file, vesk_sending* sending) {
+static inline int vesk_write_all(int file, vesk_sending *sending) {
     struct iovec vectors[VESK_VECTORS_AT_ONCE];
     while (sending->left != 0) {
         int count = vesk_next_vectors(sending, vectors, VESK_VECTORS_AT_ONCE);
@@ -121,7 +121,7 @@ static inline int vesk_write_all(int file, vesk_sending* sending) {
 /* The same with sendmsg, on a stream socket. `flags` are sendmsg's: MSG_NOSIGNAL has EPIPE as the answer instead of a
  * signal, MSG_DONTWAIT has EAGAIN. Of a datagram socket each call sends one datagram, so that it is only fit for lists
  * of at most VESK_VECTORS_AT_ONCE segments. */
-static inline int vesk_send_all(int socket, vesk_sending* sending, int flags) {
+static inline int vesk_send_all(int socket, vesk_sending *sending, int flags) {
     struct iovec vectors[VESK_VECTORS_AT_ONCE];
     struct msghdr message;
     memset(&message, 0, sizeof message);

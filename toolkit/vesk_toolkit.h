@@ -273,8 +273,8 @@ VESK_API void vesk_one_block_release(vesk_one_block *block, vesk_release release
  *   bytes    out: the block, which is the caller's; null after an error
  *   length   out: the bytes of the encoding; 0 after an error
  *
- * Result: VESK_OK; VESK_NO_MEMORY; VESK_TOO_LONG if a content or string has 4 GiB or more, which the wire cannot
- * carry. */
+ * Result: VESK_OK; VESK_NO_MEMORY; VESK_TOO_LONG if a string, bytes field, nested message or identifier has 4 GiB or
+ * more, which the wire cannot carry: no block is asked for, and no data of that length is read. */
 VESK_API int32_t vesk_encode(const vesk_type *type, const void *message, vesk_alloc alloc, void *context, void **bytes,
                              uint64_t *length);
 
@@ -292,10 +292,14 @@ VESK_API int32_t vesk_encode(const vesk_type *type, const void *message, vesk_al
  *   options        gather_threshold counts; may be null
  *
  * Result: VESK_OK; VESK_TOO_SHORT if the buffer or the list is too short, whose needs are told and whose contents are
- * then nothing to rely on; VESK_TOO_LONG as for vesk_encode.
+ * then nothing to rely on; VESK_TOO_LONG as for vesk_encode, or if there are more segments than 32 bits can count:
+ * *length and *segment_count are then 0. A call without buffer and list measures. Data that is listed is never read.
+ *
+ * Of a buffer that is longer than need be the last bytes are used, and of a list the first segments. Identifiers are
+ * measured by their library in each call, and written by it, once, where there is room.
  *
  * Ownership: nothing changes hands. Segments point into `buffer` and at the message's own bytes fields, and are good
- * for as long as those are; what is written to the buffer need not begin at its beginning. */
+ * for as long as those are: keep the buffer, and neither change nor free the message, until all is sent. */
 VESK_API int32_t vesk_gather(const vesk_type *type, const void *message, void *buffer, uint64_t *length,
                              vesk_segment *segments, uint32_t *segment_count, const vesk_options *options);
 
@@ -361,7 +365,8 @@ typedef int32_t (*vesk_on_difference)(const char *path, const vesk_value *left, 
  *   type           of both; not null
  *   left, right    read only; not null
  *   on_difference  called for each path that differs, in declaration order, elements of lists by their index; of a
- *                  nested message or element that one side has and the other has not, once for the whole. May be null.
+ *                  nested message or element that one side has and the other has not, once for the whole. A list that
+ *                  is not encoded has no elements; a flag is compared by its byte. May be null.
  *   context        passed to it unchanged; may be null
  *   differences    out: the number of paths that differ, so far; may be null
  *   options        scratch counts, for identifiers that nobody describes: their encodings are compared there. May be
@@ -372,7 +377,8 @@ typedef int32_t (*vesk_on_difference)(const char *path, const vesk_value *left, 
 VESK_API int32_t vesk_diff(const vesk_type *type, const void *left, const void *right, vesk_on_difference on_difference,
                            void *context, uint64_t *differences, const vesk_options *options);
 
-/* 1 if two messages of one type would encode to the same bytes, 0 if not; VESK_OPAQUE as vesk_diff. */
+/* 1 if two messages of one type would encode to the same bytes, 0 if not; VESK_OPAQUE if that depends on identifiers
+ * that could not be compared. Arguments as vesk_diff's. */
 VESK_API int32_t vesk_equal(const vesk_type *type, const void *left, const void *right, const vesk_options *options);
 
 /* What vesk_lint finds. The values are fixed. */
@@ -381,7 +387,8 @@ enum vesk_finding {
                                  bit: it is not encoded */
     VESK_LINT_NULL_STRING = 2, /* its bit is set, and it is null: it is not encoded */
     VESK_LINT_EMPTY_LIST = 3,  /* its bit is set, and it has no element: it is not encoded */
-    VESK_LINT_NULL_DATA = 4,   /* a null array with a count, null data with a length: encoding would read through it */
+    VESK_LINT_NULL_DATA = 4,   /* a null array with a count, null data with a length, with its bit or without:
+                                  encoding or duplicating would read through it */
     VESK_LINT_TOO_LONG = 5,    /* a string, bytes field or nested message of 4 GiB or more: the wire cannot carry it */
     VESK_LINT_NOT_UTF8 = 6,    /* a remark: a string that is not UTF-8, which other protobuf parsers may refuse */
     VESK_LINT_OPAQUE = 7       /* a remark: an identifier that nobody describes, not looked into */
@@ -397,6 +404,9 @@ typedef int32_t (*vesk_on_finding)(int32_t finding, const char *path, void *cont
  *   on_finding  may be null
  *   context     passed to it unchanged; may be null
  *   options     may be null; nothing of it counts today
+ *
+ * A string or list without its bit is not read. Without a finding, a VESK_TOO_LONG of vesk_encode can only come from an
+ * identifier that nobody describes.
  *
  * Result: the number of findings up to the end, remarks not counted; 0 for a good message. */
 VESK_API uint64_t vesk_lint(const vesk_type *type, const void *message, vesk_on_finding on_finding, void *context,
