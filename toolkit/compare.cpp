@@ -74,16 +74,19 @@ bool is_same_value(const vesk_field* field, const void* left, const void* right)
 
 bool has_content(const vesk_type* type, const void* message);
 
-bool is_encoded(const vesk_type* type, const vesk_field* field, const void* message) {
-    if (field->kind != VESK_KIND_MESSAGE) return is_written(type, field, message);
-    return is_marked(type, field, message) || has_content(vesk_field_nested(field), member_at(message, field->offset));
+bool is_encoded(std::uint64_t presence, const vesk_field* field, const void* message) {
+    if (field->kind != VESK_KIND_MESSAGE) return is_written(presence, field, message);
+    return is_marked(presence, field) || has_content(vesk_field_nested(field), member_at(message, field->offset));
 }
 
 bool has_content(const vesk_type* type, const void* message) {
     const vesk_type* const described = describe(type);
     if (described == nullptr) return measure_identifier(message) != 0;
-    for (std::uint32_t place = 0; place < described->field_count; ++place) {
-        if (is_encoded(described, vesk_type_field(described, place), message)) return true;
+    const std::uint64_t presence = load_presence(described, message);
+    const vesk_field* field = vesk_type_field(described, 0);
+    for (std::uint32_t left = described->field_count; left != 0; --left) {
+        if (is_encoded(presence, field, message)) return true;
+        field = next_row(described, field);
     }
     return false;
 }
@@ -127,10 +130,16 @@ bool compare_messages(Comparison& comparison, const vesk_type* type, const Place
     return compare_fields(comparison, described, place, left, right);
 }
 
+// One of the two messages.
+struct Side {
+    const void* message;
+    std::uint64_t presence;
+};
+
 // The elements of a list that is encoded; there are none of one that is not.
-List list_encoded(const vesk_type* type, const vesk_field* field, const void* message) {
-    List list = load_list(field, message);
-    if (!is_written(type, field, message)) list.count = 0;
+List list_encoded(const Side& side, const vesk_field* field) {
+    List list = load_list(field, side.message);
+    if (!is_written(side.presence, field, side.message)) list.count = 0;
     return list;
 }
 
@@ -154,31 +163,32 @@ bool compare_lists(Comparison& comparison, const vesk_field* field, const Place*
     return true;
 }
 
-bool compare_field(Comparison& comparison, const vesk_type* type, const vesk_field* field, const Place* outer,
-                   const void* left, const void* right) {
+bool compare_field(Comparison& comparison, const vesk_field* field, const Place* outer, const Side& left,
+                   const Side& right) {
     if (field->kind == VESK_KIND_LIST) {
-        return compare_lists(comparison, field, outer, list_encoded(type, field, left),
-                             list_encoded(type, field, right));
+        return compare_lists(comparison, field, outer, list_encoded(left, field), list_encoded(right, field));
     }
     const Place place{outer, field, no_element};
-    const bool in_left = is_encoded(type, field, left);
-    const bool in_right = is_encoded(type, field, right);
+    const bool in_left = is_encoded(left.presence, field, left.message);
+    const bool in_right = is_encoded(right.presence, field, right.message);
     if (in_left && in_right && field->kind == VESK_KIND_MESSAGE) {
-        return compare_messages(comparison, vesk_field_nested(field), &place, member_at(left, field->offset),
-                                member_at(right, field->offset));
+        return compare_messages(comparison, vesk_field_nested(field), &place, member_at(left.message, field->offset),
+                                member_at(right.message, field->offset));
     }
-    if (in_left == in_right && (!in_left || is_same_value(field, left, right))) return true;
+    if (in_left == in_right && (!in_left || is_same_value(field, left.message, right.message))) return true;
     vesk_value values[2];
-    if (in_left) values[0] = field_value(field, left);
-    if (in_right) values[1] = field_value(field, right);
+    if (in_left) values[0] = field_value(field, left.message);
+    if (in_right) values[1] = field_value(field, right.message);
     return report(comparison, &place, in_left ? &values[0] : nullptr, in_right ? &values[1] : nullptr);
 }
 
-bool compare_fields(Comparison& comparison, const vesk_type* type, const Place* outer, const void* left,
-                    const void* right) {
+bool compare_fields(Comparison& comparison, const vesk_type* type, const Place* outer, const void* left_message,
+                    const void* right_message) {
+    const Side left{left_message, load_presence(type, left_message)};
+    const Side right{right_message, load_presence(type, right_message)};
     const vesk_field* field = vesk_type_field(type, 0);
-    for (std::uint32_t left_over = type->field_count; left_over != 0; --left_over) {
-        if (!compare_field(comparison, type, field, outer, left, right)) return false;
+    for (std::uint32_t fields = type->field_count; fields != 0; --fields) {
+        if (!compare_field(comparison, field, outer, left, right)) return false;
         field = next_row(type, field);
     }
     return true;

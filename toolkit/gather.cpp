@@ -122,12 +122,12 @@ void write_nested(Writer& writer, const vesk_type* type, std::uint32_t tag, cons
     if (length != 0 || even_if_empty) put_head(writer, tag, length);
 }
 
-void write_field(Writer& writer, const vesk_type* type, const vesk_field* field, const void* message) {
+VESK_INLINE void write_field(Writer& writer, const vesk_field* field, std::uint64_t presence, const void* message) {
     if (field->kind == VESK_KIND_MESSAGE) {
         return write_nested(writer, vesk_field_nested(field), field->tag, member_at(message, field->offset),
-                            is_marked(type, field, message));
+                            is_marked(presence, field));
     }
-    if (!is_written(type, field, message)) return;
+    if (!is_written(presence, field, message)) return;
     switch (field->kind) {
         case VESK_KIND_STRING: return write_string(writer, field->tag, load_string(field, message));
         case VESK_KIND_BYTES: return write_bytes(writer, field->tag, load_data(field, message));
@@ -143,10 +143,11 @@ void write_field(Writer& writer, const vesk_type* type, const vesk_field* field,
 }
 
 void write_fields(Writer& writer, const vesk_type* type, const void* message) {
+    const std::uint64_t presence = load_presence(type, message);
     const vesk_field* field = vesk_type_field(type, type->field_count);
     for (std::uint32_t left = type->field_count; left != 0; --left) {
         field = previous_row(type, field);
-        write_field(writer, type, field, message);
+        write_field(writer, field, presence, message);
     }
 }
 

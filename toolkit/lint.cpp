@@ -112,10 +112,8 @@ std::uint64_t lint_scalar(Lint& lint, const Place& place, bool marked, std::uint
     return marked ? measure_varint(place.field->tag) + measure_varint(value) : 0;
 }
 
-std::uint64_t lint_field(Lint& lint, const vesk_type* type, const vesk_field* field, const void* message,
-                         const Place* outer) {
+std::uint64_t lint_field(Lint& lint, const vesk_field* field, bool marked, const void* message, const Place* outer) {
     Place place{outer, field, no_element};
-    const bool marked = is_marked(type, field, message);
     switch (field->kind) {
         case VESK_KIND_STRING: return lint_string(lint, place, marked, load_string(field, message));
         case VESK_KIND_BYTES: return lint_bytes(lint, place, marked, load_data(field, message));
@@ -132,9 +130,12 @@ std::uint64_t lint_message(Lint& lint, const vesk_type* type, const void* messag
         report(lint, VESK_LINT_OPAQUE, place);
         return 0;
     }
+    const std::uint64_t presence = load_presence(described, message);
+    const vesk_field* field = vesk_type_field(described, 0);
     std::uint64_t size = 0;
-    for (std::uint32_t next = 0; next < described->field_count && !lint.stopped; ++next) {
-        size += lint_field(lint, described, vesk_type_field(described, next), message, place);
+    for (std::uint32_t left = described->field_count; left != 0 && !lint.stopped; --left) {
+        size += lint_field(lint, field, is_marked(presence, field), message, place);
+        field = next_row(described, field);
     }
     return size;
 }

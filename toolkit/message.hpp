@@ -69,14 +69,21 @@ inline const vesk_field* previous_row(const vesk_type* type, const vesk_field* f
 
 // ---- What is encoded -----------------------------------------------------------------------------------------------
 
-inline bool is_marked(const vesk_type* type, const vesk_field* field, const void* message) {
-    const std::uint32_t byte = type->presence_offset + field->presence_bit / 8u;
-    return (load_member<std::uint8_t>(message, byte) >> field->presence_bit % 8u & 1) != 0;
+// The presence bits of a message, of which there are at most 64.
+inline std::uint64_t load_presence(const vesk_type* type, const void* message) {
+    const std::uint8_t* const bytes = static_cast<const std::uint8_t*>(message) + type->presence_offset;
+    std::uint64_t presence = 0;
+    for (std::uint32_t bit = 0; bit < type->field_count; bit += 8) presence |= std::uint64_t{bytes[bit / 8]} << bit;
+    return presence;
+}
+
+inline bool is_marked(std::uint64_t presence, const vesk_field* field) {
+    return (presence >> field->presence_bit & 1) != 0;
 }
 
 // Whether a field is encoded. A nested message has another rule: it is with its bit or with content.
-inline bool is_written(const vesk_type* type, const vesk_field* field, const void* message) {
-    if (!is_marked(type, field, message)) return false;
+inline bool is_written(std::uint64_t presence, const vesk_field* field, const void* message) {
+    if (!is_marked(presence, field)) return false;
     if (field->kind == VESK_KIND_STRING) return load_string(field, message) != nullptr;
     return field->kind != VESK_KIND_LIST || load_list(field, message).count != 0;
 }
