@@ -1,0 +1,108 @@
+#include "text/fields.hpp"
+
+#include <vesk/drin_eid.h>
+
+#include "toolkit/types.hpp"
+
+namespace vesk {
+
+// ---- In a structure ------------------------------------------------------------------------------------------------
+
+bool has_content(const vesk_type* type, const void* message) {
+    if (is_elsewhere(type)) {
+        const vesk_type* const described = describe_elsewhere();
+        if (described == nullptr) {
+            return vesk_drin_eid_st_encode_ext(static_cast<const vesk_drin_eid_st*>(message), nullptr, 0, nullptr,
+                                               nullptr, 0) != 0;
+        }
+        type = described;
+    }
+    const StructureFields fields(type, {static_cast<const std::uint8_t*>(message)});
+    for (std::uint32_t place = 0; place < type->field_count; ++place) {
+        if (fields.has(vesk_type_field(type, place))) return true;
+    }
+    return false;
+}
+
+bool StructureFields::has(const vesk_field* field) const {
+    if (field->kind == VESK_KIND_MESSAGE) {
+        return is_marked(field) || has_content(vesk_field_nested(field), message_ + field->offset);
+    }
+    if (!is_marked(field)) return false;
+    if (field->kind == VESK_KIND_STRING) return load_member<const char*>(message_, field->offset) != nullptr;
+    if (field->kind == VESK_KIND_LIST) return load_member<std::uint32_t>(message_, field->size_offset) != 0;
+    return true;
+}
+
+std::uint64_t StructureFields::number(const vesk_field* field) const {
+    switch (field->kind) {
+        case VESK_KIND_UINT32: return load_member<std::uint32_t>(message_, field->offset);
+        case VESK_KIND_UINT64: return load_member<std::uint64_t>(message_, field->offset);
+        default: return message_[field->offset] != 0;
+    }
+}
+
+Data StructureFields::data(const vesk_field* field) const {
+    const std::uint8_t* const at = load_member<const std::uint8_t*>(message_, field->offset);
+    if (field->kind == VESK_KIND_STRING) return {at, std::strlen(reinterpret_cast<const char*>(at))};
+    return {at, load_member<std::uint64_t>(message_, field->size_offset)};
+}
+
+// ---- In encoded bytes ----------------------------------------------------------------------------------------------
+
+EncodedFields::EncodedFields(const vesk_type* type, Content content) : end_(content.end) {
+    std::memset(values_, 0, type->field_count * sizeof values_[0]);
+    // Fields usually come in the order of their declaration, so that the next one is the likeliest.
+    std::uint32_t next = 0;
+    const std::uint8_t* at = content.at;
+    while (at != nullptr && at != end_) {
+        const Varint tag = read_tag(at, end_);
+        if (tag.at == nullptr) return;
+        const std::uint32_t tag_value = static_cast<std::uint32_t>(tag.value);
+        const vesk_field* field = vesk_type_field(type, next);
+        if (next >= type->field_count || field->tag != tag_value) {
+            field = vesk_type_field_numbered(type, field_number_of_tag(tag_value));
+            if (field == nullptr) {
+                at = skip_field(wire_type_of_tag(tag_value), tag.at, end_).at;
+                continue;
+            }
+        }
+        next = field->presence_bit + 1u;
+        at = note(field, tag.at);
+    }
+}
+
+const std::uint8_t* EncodedFields::note(const vesk_field* field, const std::uint8_t* at) {
+    values_[field->presence_bit] = at;
+    if (field->kind == VESK_KIND_LIST) {
+        Elements elements(field, at, end_);
+        for (Content content{}; elements.next(&content);) continue;
+        return elements.next_tag();
+    }
+    return field->kind <= VESK_KIND_BOOL ? skip_field(varint_type, at, end_).at : read_content(at, end_).end;
+}
+
+// A list goes on for as long as the field number stays: the wire type of its tags is not looked at, as in decode.
+bool EncodedFields::Elements::next(Content* content) {
+    if (at_ == nullptr) return false;
+    *content = read_content(at_, end_);
+    next_tag_ = content->end;
+    const Varint tag = read_tag(next_tag_, end_);
+    const bool goes_on = tag.at != nullptr && field_number_of_tag(static_cast<std::uint32_t>(tag.value)) == number_;
+    at_ = goes_on ? tag.at : nullptr;
+    return true;
+}
+
+std::uint64_t EncodedFields::number(const vesk_field* field) const {
+    const std::uint8_t* const at = values_[field->presence_bit];
+    std::uint64_t wide = 0;
+    if (field->kind == VESK_KIND_UINT64) {
+        read_long_varint64(at, end_, &wide);
+        return wide;
+    }
+    std::uint32_t narrow = 0;
+    read_varint32(at, end_, &narrow);
+    return field->kind == VESK_KIND_BOOL ? narrow != 0 : narrow;
+}
+
+}  // namespace vesk

@@ -1,0 +1,134 @@
+// A message as its fields, whoever holds them: a structure, or encoded bytes. Both answer the same questions, so that
+// what is printed of a message, and in which order, stands once (printer.hpp):
+//
+//     has(field)        whether the field is present in what encoding writes, or decoding leaves
+//     number(field)     of a scalar; a flag is 0 or 1
+//     data(field)       of a string or bytes field
+//     nested(field)     the message that a field holds: what a reader is made of
+//     elements(field)   of a list, one after the other: next(&content) until it returns false
+#pragma once
+
+#include <vesk/vesk_facts.h>
+
+#include <cstdint>
+#include <cstring>
+
+#include "runtime/wire.hpp"
+
+namespace vesk {
+
+struct Data {
+    const std::uint8_t* at;
+    std::uint64_t length;
+};
+
+constexpr std::uint32_t most_fields = 64;
+
+// ---- In a structure ------------------------------------------------------------------------------------------------
+
+template <class Member>
+Member load_member(const void* message, std::uint32_t offset) {
+    Member member;
+    std::memcpy(&member, static_cast<const std::uint8_t*>(message) + offset, sizeof member);
+    return member;
+}
+
+// Whether encoding the message would write anything; of an identifier that nobody describes its library says so.
+bool has_content(const vesk_type* type, const void* message);
+
+class StructureFields {
+public:
+    struct Content {
+        const std::uint8_t* message;
+    };
+
+    StructureFields(const vesk_type* type, Content content) : type_(type), message_(content.message) {}
+
+    bool has(const vesk_field* field) const;
+    std::uint64_t number(const vesk_field* field) const;
+    Data data(const vesk_field* field) const;
+    Content nested(const vesk_field* field) const { return {message_ + field->offset}; }
+
+    class Elements {
+    public:
+        Elements(const std::uint8_t* array, std::uint32_t count, std::uint32_t size)
+            : array_(array), count_(count), size_(size) {}
+        bool next(Content* content) {
+            if (count_ == 0) return false;
+            --count_;
+            *content = {array_};
+            array_ += size_;
+            return true;
+        }
+
+    private:
+        const std::uint8_t* array_;
+        std::uint32_t count_;
+        std::uint32_t size_;
+    };
+    Elements elements(const vesk_field* field) const {
+        return {load_member<const std::uint8_t*>(message_, field->offset),
+                load_member<std::uint32_t>(message_, field->size_offset), vesk_field_nested(field)->structure_size};
+    }
+
+private:
+    bool is_marked(const vesk_field* field) const {
+        const std::uint32_t byte = type_->presence_offset + field->presence_bit / 8u;
+        return (message_[byte] >> field->presence_bit % 8 & 1) != 0;
+    }
+
+    const vesk_type* type_;
+    const std::uint8_t* message_;
+};
+
+// ---- In encoded bytes ----------------------------------------------------------------------------------------------
+
+// The bytes have passed vesk_check. Every read is held to the end all the same, so that bytes which somebody changes
+// meanwhile are misread, but never left.
+class EncodedFields {
+public:
+    struct Content {
+        const std::uint8_t* at;
+        const std::uint8_t* end;
+    };
+
+    EncodedFields(const vesk_type* type, Content content);
+
+    bool has(const vesk_field* field) const { return values_[field->presence_bit] != nullptr; }
+    std::uint64_t number(const vesk_field* field) const;
+    Data data(const vesk_field* field) const {
+        const Content content = nested(field);
+        return {content.at, static_cast<std::uint64_t>(content.end - content.at)};
+    }
+    Content nested(const vesk_field* field) const { return read_content(values_[field->presence_bit], end_); }
+
+    class Elements {
+    public:
+        Elements(const vesk_field* field, const std::uint8_t* at, const std::uint8_t* end)
+            : number_(vesk_field_number(field)), at_(at), end_(end) {}
+        bool next(Content* content);
+
+        // After the last element: where the tag of the next field begins.
+        const std::uint8_t* next_tag() const { return next_tag_; }
+
+    private:
+        std::uint32_t number_;
+        const std::uint8_t* at_;  // of the next element's length; null after the last
+        const std::uint8_t* end_;
+        const std::uint8_t* next_tag_ = nullptr;
+    };
+    Elements elements(const vesk_field* field) const { return {field, values_[field->presence_bit], end_}; }
+
+private:
+    static Content read_content(const std::uint8_t* at, const std::uint8_t* end) {
+        const Varint length = read_length(at, end);
+        return length.at != nullptr ? Content{length.at, length.at + length.value} : Content{end, end};
+    }
+    const std::uint8_t* note(const vesk_field* field, const std::uint8_t* at);
+
+    const std::uint8_t* end_;
+    // After the tag of each field's last occurrence, of a list's first element; null if there is none.
+    const std::uint8_t* values_[most_fields];
+};
+
+}  // namespace vesk

@@ -1,0 +1,177 @@
+// Printing JSON.
+#include "text/printer.hpp"
+#include "text/utf8.hpp"
+
+namespace vesk {
+namespace {
+
+constexpr std::uint32_t blanks_a_level = 2;
+constexpr char hex_digits[] = "0123456789abcdef";
+
+class Json {
+public:
+    Json(Output& output, std::uint32_t flags)
+        : output_(output), one_line_((flags & VESK_TEXT_ONE_LINE) != 0), lossless_((flags & VESK_TEXT_LOSSLESS) != 0) {}
+
+    void begin_text() { open('{'); }
+    void end_text() {
+        close('}');
+        if (!one_line_) output_.put('\n');
+    }
+
+    void begin_field(const vesk_field* field) { put_name(field); }
+    void end_field() {}
+    void begin_list(const vesk_field* field) {
+        put_name(field);
+        open('[');
+    }
+    void end_list() { close(']'); }
+    void begin_message(const vesk_field* field) {
+        put_name(field);
+        open('{');
+    }
+    void begin_element(const vesk_field*) {
+        begin_item();
+        open('{');
+    }
+    void end_message() { close('}'); }
+
+    void number(const vesk_field* field, std::uint64_t value) {
+        switch (field->kind) {
+            case VESK_KIND_UINT32: return output_.put_decimal(value);
+            // Readers with floating-point numbers keep 53 bits of a number.
+            case VESK_KIND_UINT64:
+                output_.put('"');
+                output_.put_decimal(value);
+                return output_.put('"');
+            default: return value != 0 ? output_.put("true", 4) : output_.put("false", 5);
+        }
+    }
+    bool string(Data data);
+    void bytes(Data data);
+
+private:
+    void open(char bracket) {
+        output_.put(bracket);
+        ++level_;
+        is_first_ = true;
+    }
+    void close(char bracket) {
+        --level_;
+        if (!is_first_) begin_line();
+        output_.put(bracket);
+        is_first_ = false;
+    }
+    // In front of a field or element.
+    void begin_item() {
+        if (!is_first_) output_.put(',');
+        is_first_ = false;
+        begin_line();
+    }
+    void begin_line() {
+        if (one_line_) return;
+        output_.put('\n');
+        output_.put_blanks(level_ * blanks_a_level);
+    }
+    void put_name(const vesk_field* field) {
+        begin_item();
+        const char* const name = vesk_field_name(field);
+        output_.put('"');
+        output_.put(name, std::strlen(name));
+        output_.put("\": ", one_line_ ? 2 : 3);
+    }
+    void put_escaped(std::uint8_t character);
+    void put_unit(std::uint32_t unit);
+
+    Output& output_;
+    bool one_line_;
+    bool lossless_;
+    bool is_first_ = true;
+    std::uint32_t level_ = 0;
+};
+
+constexpr bool needs_no_escape(std::uint8_t byte) { return byte >= 0x20 && byte < 0x80 && byte != '"' && byte != '\\'; }
+
+// \u00e9
+void Json::put_unit(std::uint32_t unit) {
+    const char escape[] = {'\\',
+                           'u',
+                           hex_digits[unit >> 12 & 15],
+                           hex_digits[unit >> 8 & 15],
+                           hex_digits[unit >> 4 & 15],
+                           hex_digits[unit & 15]};
+    output_.put(escape, sizeof escape);
+}
+
+// A character below U+0080 that may not stand in a string.
+void Json::put_escaped(std::uint8_t character) {
+    switch (character) {
+        case '"': return output_.put("\\\"", 2);
+        case '\\': return output_.put("\\\\", 2);
+        case '\b': return output_.put("\\b", 2);
+        case '\f': return output_.put("\\f", 2);
+        case '\n': return output_.put("\\n", 2);
+        case '\r': return output_.put("\\r", 2);
+        case '\t': return output_.put("\\t", 2);
+        default: return put_unit(character);
+    }
+}
+
+// False if the string is not UTF-8, and there is no escape for that.
+bool Json::string(Data data) {
+    const std::uint8_t* at = data.at;
+    const std::uint8_t* const end = at + data.length;
+    output_.put('"');
+    while (at != end) {
+        const std::uint8_t* const run = at;
+        while (at != end && needs_no_escape(*at)) ++at;
+        output_.put(reinterpret_cast<const char*>(run), static_cast<std::size_t>(at - run));
+        if (at == end) break;
+        if (*at < 0x80) {
+            put_escaped(*at++);
+            continue;
+        }
+        const unsigned length = measure_utf8(at, end);
+        if (length != 0) {
+            output_.put(reinterpret_cast<const char*>(at), length);
+            at += length;
+        } else if (lossless_) {
+            put_unit(0xDC00u + *at++);
+        } else {
+            return false;
+        }
+    }
+    output_.put('"');
+    return true;
+}
+
+void Json::bytes(Data data) {
+    static constexpr char digits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    const std::uint8_t* at = data.at;
+    output_.put('"');
+    for (std::uint64_t left = data.length; left != 0;) {
+        const std::uint32_t taken = left < 3 ? static_cast<std::uint32_t>(left) : 3;
+        std::uint32_t group = std::uint32_t{at[0]} << 16;
+        if (taken > 1) group |= std::uint32_t{at[1]} << 8;
+        if (taken > 2) group |= at[2];
+        const char text[] = {digits[group >> 18], digits[group >> 12 & 63], taken > 1 ? digits[group >> 6 & 63] : '=',
+                             taken > 2 ? digits[group & 63] : '='};
+        output_.put(text, sizeof text);
+        at += taken;
+        left -= taken;
+    }
+    output_.put('"');
+}
+
+}  // namespace
+}  // namespace vesk
+
+int32_t vesk_json_print(const vesk_type* type, const void* message, vesk_text_write write, void* context,
+                        vesk_text_report* report, const vesk_text_options* options) {
+    return vesk::print_structure<vesk::Json>(type, message, write, context, report, options);
+}
+
+int32_t vesk_json_print_encoded(const vesk_type* type, const void* input, uint64_t length, vesk_text_write write,
+                                void* context, vesk_text_report* report, const vesk_text_options* options) {
+    return vesk::print_encoded<vesk::Json>(type, input, length, write, context, report, options);
+}

@@ -1,0 +1,119 @@
+// The walk over a message that is printed, whatever it is read from (fields.hpp) and whatever it is printed as. A
+// format puts the characters:
+//
+//     begin_text() end_text()                 around all
+//     begin_field(field)                      in front of a scalar, string or bytes field: its name
+//     number(field, value) string(data) bytes(data)   its value; string says whether the format can carry it
+//     end_field()
+//     begin_list(field) end_list()            around the elements of a list
+//     begin_message(field) end_message()      around the fields of a nested message
+//     begin_element(field) end_message()      and of an element
+#pragma once
+
+#include "text/fields.hpp"
+#include "text/output.hpp"
+#include "text/report.hpp"
+#include "toolkit/types.hpp"
+
+namespace vesk {
+
+template <class Fields, class Format>
+class Printer {
+public:
+    using Content = typename Fields::Content;
+
+    Printer(Format& format, const Output& output, Outcome& outcome)
+        : format_(format), output_(output), outcome_(outcome) {}
+
+    // False once there is an error, or the callback has asked to stop.
+    bool print_message(const vesk_type* type, Content content, const Place* place, std::uint32_t level) {
+        if (is_elsewhere(type)) {
+            type = describe_elsewhere();
+            if (type == nullptr) return outcome_.fail(VESK_OPAQUE, place);
+        }
+        if (level == VESK_TEXT_MOST_LEVELS) return outcome_.fail(VESK_TEXT_TOO_DEEP, place);
+        const Fields fields(type, content);
+        for (std::uint32_t at = 0; at < type->field_count; ++at) {
+            const vesk_field* const field = vesk_type_field(type, at);
+            if (fields.has(field) && !print_field(fields, field, place, level)) return false;
+        }
+        return true;
+    }
+
+private:
+    bool print_field(const Fields& fields, const vesk_field* field, const Place* outer, std::uint32_t level) {
+        if (field->kind == VESK_KIND_LIST) return print_list(fields, field, outer, level);
+        const Place place{outer, field, no_element};
+        if (field->kind == VESK_KIND_MESSAGE) {
+            format_.begin_message(field);
+            if (!print_message(vesk_field_nested(field), fields.nested(field), &place, level + 1)) return false;
+            format_.end_message();
+            return !output_.has_stopped();
+        }
+        format_.begin_field(field);
+        if (field->kind == VESK_KIND_STRING) {
+            if (!format_.string(fields.data(field))) return outcome_.fail(VESK_TEXT_NOT_UTF8, &place);
+        } else if (field->kind == VESK_KIND_BYTES) {
+            format_.bytes(fields.data(field));
+        } else {
+            format_.number(field, fields.number(field));
+        }
+        format_.end_field();
+        return !output_.has_stopped();
+    }
+
+    bool print_list(const Fields& fields, const vesk_field* field, const Place* outer, std::uint32_t level) {
+        Place place{outer, field, 0};
+        format_.begin_list(field);
+        auto elements = fields.elements(field);
+        for (Content content{}; elements.next(&content); ++place.element) {
+            format_.begin_element(field);
+            if (!print_message(vesk_field_nested(field), content, &place, level + 1)) return false;
+            format_.end_message();
+            if (output_.has_stopped()) return false;
+        }
+        format_.end_list();
+        return !output_.has_stopped();
+    }
+
+    Format& format_;
+    const Output& output_;
+    Outcome& outcome_;
+};
+
+// A whole text. A format is made of the output and the flags.
+template <class Format, class Fields>
+std::int32_t print_text(const vesk_type* type, typename Fields::Content content, vesk_text_write write, void* context,
+                        Outcome& outcome, vesk_text_report* report, std::uint32_t flags) {
+    Output output(write, context);
+    Format format(output, flags);
+    format.begin_text();
+    if (Printer<Fields, Format>(format, output, outcome).print_message(type, content, nullptr, 0)) format.end_text();
+    output.flush();
+    if (output.has_stopped()) outcome.fail(VESK_STOPPED, nullptr);
+    return outcome.finish(report);
+}
+
+template <class Format>
+std::int32_t print_structure(const vesk_type* type, const void* message, vesk_text_write write, void* context,
+                             vesk_text_report* report, const vesk_text_options* given) {
+    Outcome outcome;
+    const StructureFields::Content content{static_cast<const std::uint8_t*>(message)};
+    return print_text<Format, StructureFields>(type, content, write, context, outcome, report,
+                                               read_text_options(given).flags);
+}
+
+// Whether decoding would accept the input.
+bool accept_input(const vesk_type* type, const void* input, std::uint64_t length, Outcome& outcome);
+
+template <class Format>
+std::int32_t print_encoded(const vesk_type* type, const void* input, std::uint64_t length, vesk_text_write write,
+                           void* context, vesk_text_report* report, const vesk_text_options* given) {
+    Outcome outcome;
+    if (!accept_input(type, input, length, outcome)) return outcome.finish(report);
+    const std::uint8_t* const at = static_cast<const std::uint8_t*>(input);
+    return print_text<Format, EncodedFields>(type, {at, end_of_input(at, length)}, write, context, outcome, report,
+                                             read_text_options(given).flags);
+}
+
+}  // namespace vesk
