@@ -24,24 +24,6 @@ bool has_content(const vesk_type* type, const void* message) {
     return false;
 }
 
-bool StructureFields::has(const vesk_field* field) const {
-    if (field->kind == VESK_KIND_MESSAGE) {
-        return is_marked(field) || has_content(vesk_field_nested(field), message_ + field->offset);
-    }
-    if (!is_marked(field)) return false;
-    if (field->kind == VESK_KIND_STRING) return load_member<const char*>(message_, field->offset) != nullptr;
-    if (field->kind == VESK_KIND_LIST) return load_member<std::uint32_t>(message_, field->size_offset) != 0;
-    return true;
-}
-
-std::uint64_t StructureFields::number(const vesk_field* field) const {
-    switch (field->kind) {
-        case VESK_KIND_UINT32: return load_member<std::uint32_t>(message_, field->offset);
-        case VESK_KIND_UINT64: return load_member<std::uint64_t>(message_, field->offset);
-        default: return message_[field->offset] != 0;
-    }
-}
-
 Data StructureFields::data(const vesk_field* field) const {
     const std::uint8_t* const at = load_member<const std::uint8_t*>(message_, field->offset);
     if (field->kind == VESK_KIND_STRING) return {at, std::strlen(reinterpret_cast<const char*>(at))};
@@ -68,7 +50,12 @@ EncodedFields::EncodedFields(const vesk_type* type, Content content) : end_(cont
             }
         }
         next = field->presence_bit + 1u;
-        at = note(field, tag.at);
+        if (field->kind <= VESK_KIND_BOOL && tag.at != end_ && *tag.at < 0x80) {
+            values_[field->presence_bit] = tag.at;
+            at = tag.at + 1;
+        } else {
+            at = note(field, tag.at);
+        }
     }
 }
 
@@ -93,16 +80,15 @@ bool EncodedFields::Elements::next(Content* content) {
     return true;
 }
 
-std::uint64_t EncodedFields::number(const vesk_field* field) const {
-    const std::uint8_t* const at = values_[field->presence_bit];
+std::uint64_t EncodedFields::long_number(const vesk_field* field, const std::uint8_t* at) const {
     std::uint64_t wide = 0;
+    std::uint32_t narrow = 0;
     if (field->kind == VESK_KIND_UINT64) {
         read_long_varint64(at, end_, &wide);
         return wide;
     }
-    std::uint32_t narrow = 0;
-    read_varint32(at, end_, &narrow);
-    return field->kind == VESK_KIND_BOOL ? narrow != 0 : narrow;
+    read_long_varint32(at, end_, &narrow);
+    return narrow;
 }
 
 }  // namespace vesk

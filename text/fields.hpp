@@ -44,8 +44,22 @@ public:
 
     StructureFields(const vesk_type* type, Content content) : type_(type), message_(content.message) {}
 
-    bool has(const vesk_field* field) const;
-    std::uint64_t number(const vesk_field* field) const;
+    bool has(const vesk_field* field) const {
+        if (field->kind == VESK_KIND_MESSAGE) {
+            return is_marked(field) || has_content(vesk_field_nested(field), message_ + field->offset);
+        }
+        if (!is_marked(field)) return false;
+        if (field->kind == VESK_KIND_STRING) return load_member<const char*>(message_, field->offset) != nullptr;
+        if (field->kind == VESK_KIND_LIST) return load_member<std::uint32_t>(message_, field->size_offset) != 0;
+        return true;
+    }
+    std::uint64_t number(const vesk_field* field) const {
+        switch (field->kind) {
+            case VESK_KIND_UINT32: return load_member<std::uint32_t>(message_, field->offset);
+            case VESK_KIND_UINT64: return load_member<std::uint64_t>(message_, field->offset);
+            default: return message_[field->offset] != 0;
+        }
+    }
     Data data(const vesk_field* field) const;
     Content nested(const vesk_field* field) const { return {message_ + field->offset}; }
 
@@ -95,7 +109,11 @@ public:
     EncodedFields(const vesk_type* type, Content content);
 
     bool has(const vesk_field* field) const { return values_[field->presence_bit] != nullptr; }
-    std::uint64_t number(const vesk_field* field) const;
+    std::uint64_t number(const vesk_field* field) const {
+        const std::uint8_t* const at = values_[field->presence_bit];
+        const std::uint64_t value = at != end_ && *at < 0x80 ? *at : long_number(field, at);
+        return field->kind == VESK_KIND_BOOL ? value != 0 : value;
+    }
     Data data(const vesk_field* field) const {
         const Content content = nested(field);
         return {content.at, static_cast<std::uint64_t>(content.end - content.at)};
@@ -124,6 +142,7 @@ private:
         const Varint length = read_length(at, end);
         return length.at != nullptr ? Content{length.at, length.at + length.value} : Content{end, end};
     }
+    std::uint64_t long_number(const vesk_field* field, const std::uint8_t* at) const;
     const std::uint8_t* note(const vesk_field* field, const std::uint8_t* at);
 
     const std::uint8_t* end_;

@@ -62,7 +62,7 @@ private:
         output_.put(bracket);
         is_first_ = false;
     }
-    // In front of a field or element.
+    // What stands in front of a field or element.
     void begin_item() {
         if (!is_first_) output_.put(',');
         is_first_ = false;
@@ -73,13 +73,23 @@ private:
         output_.put('\n');
         output_.put_blanks(level_ * blanks_a_level);
     }
+    // In one go where there is room for it, which is everywhere but for names of hundreds of characters.
     void put_name(const vesk_field* field) {
-        begin_item();
         const char* const name = vesk_field_name(field);
-        output_.put('"');
-        output_.put(name, std::strlen(name));
-        output_.put("\": ", one_line_ ? 2 : 3);
+        const std::size_t length = std::strlen(name);
+        begin_item();
+        if (length > Output::most_reserved - 4) {
+            output_.put('"');
+            output_.put(name, length);
+            return output_.put("\": ", one_line_ ? 2 : 3);
+        }
+        char* const out = output_.reserve(length + 4);
+        out[0] = '"';
+        std::memcpy(out + 1, name, length);
+        std::memcpy(out + 1 + length, "\": ", 3);
+        output_.commit(out + length + (one_line_ ? 3 : 4));
     }
+    const std::uint8_t* put_plain(const std::uint8_t* at, const std::uint8_t* end);
     void put_escaped(std::uint8_t character);
     void put_unit(std::uint32_t unit);
 
@@ -90,16 +100,20 @@ private:
     std::uint32_t level_ = 0;
 };
 
-constexpr bool needs_no_escape(std::uint8_t byte) { return byte >= 0x20 && byte < 0x80 && byte != '"' && byte != '\\'; }
+// The characters that may stand in a string as they are.
+struct Plain {
+    bool is_plain[256] = {};
+    constexpr Plain() {
+        for (int byte = 0x20; byte < 0x80; ++byte) is_plain[byte] = byte != '"' && byte != '\\';
+    }
+    constexpr bool operator()(std::uint8_t byte) const { return is_plain[byte]; }
+};
+constexpr Plain plain;
 
 // \u00e9
 void Json::put_unit(std::uint32_t unit) {
-    const char escape[] = {'\\',
-                           'u',
-                           hex_digits[unit >> 12 & 15],
-                           hex_digits[unit >> 8 & 15],
-                           hex_digits[unit >> 4 & 15],
-                           hex_digits[unit & 15]};
+    const char escape[] = {'\\', 'u', hex_digits[unit >> 12 & 15], hex_digits[unit >> 8 & 15],
+                           hex_digits[unit >> 4 & 15], hex_digits[unit & 15]};
     output_.put(escape, sizeof escape);
 }
 
@@ -117,22 +131,26 @@ void Json::put_escaped(std::uint8_t character) {
     }
 }
 
+// Puts what needs no escape, in stretches; returns the position after it.
+const std::uint8_t* Json::put_plain(const std::uint8_t* at, const std::uint8_t* end) {
+    while (at != end && plain(*at)) {
+        char* out = output_.reserve(Output::most_reserved);
+        char* const last = out + Output::most_reserved;
+        while (at != end && plain(*at) && out != last) *out++ = static_cast<char>(*at++);
+        output_.commit(out);
+    }
+    return at;
+}
+
 // False if the string is not UTF-8, and there is no escape for that.
 bool Json::string(Data data) {
-    const std::uint8_t* at = data.at;
-    const std::uint8_t* const end = at + data.length;
+    const std::uint8_t* const end = data.at + data.length;
     output_.put('"');
-    while (at != end) {
-        const std::uint8_t* const run = at;
-        while (at != end && needs_no_escape(*at)) ++at;
-        output_.put(reinterpret_cast<const char*>(run), static_cast<std::size_t>(at - run));
-        if (at == end) break;
-        if (*at < 0x80) {
-            put_escaped(*at++);
-            continue;
-        }
+    for (const std::uint8_t* at = put_plain(data.at, end); at != end; at = put_plain(at, end)) {
         const unsigned length = measure_utf8(at, end);
-        if (length != 0) {
+        if (length == 1) {
+            put_escaped(*at++);
+        } else if (length != 0) {
             output_.put(reinterpret_cast<const char*>(at), length);
             at += length;
         } else if (lossless_) {

@@ -25,6 +25,15 @@ public:
         at_ += length;
     }
 
+    // Room for so many characters, at most `most_reserved`, and that they have been put there. What is put one by one
+    // between the two needs no look at the buffer's end.
+    static constexpr std::size_t most_reserved = 1024;
+    char* reserve(std::size_t size) {
+        if (room() < size) flush();
+        return at_;
+    }
+    void commit(char* end) { at_ = end; }
+
     void put_blanks(std::uint32_t count) {
         for (; count != 0; --count) put(' ');
     }

@@ -14,16 +14,13 @@ public:
     void end_text() {}
 
     void begin_field(const vesk_field* field) {
-        put_name(field);
-        output_.put(": ", 2);
+        put_name(field, ": ");
     }
     void end_field() { end_line(); }
     void begin_list(const vesk_field*) {}
     void end_list() {}
     void begin_message(const vesk_field* field) {
-        put_name(field);
-        output_.put(" {", 2);
-        end_line();
+        put_name(field, one_line_ ? " {" : " {\n");
         ++level_;
     }
     void begin_element(const vesk_field* field) { begin_message(field); }
@@ -46,10 +43,11 @@ public:
     void bytes(Data data);
 
 private:
-    void put_name(const vesk_field* field) {
+    void put_name(const vesk_field* field, const char* after) {
         begin_line();
         const char* const name = vesk_field_name(field);
         output_.put(name, std::strlen(name));
+        output_.put(after, std::strlen(after));
     }
     void begin_line() {
         if (!one_line_) return output_.put_blanks(level_ * blanks_a_level);
