@@ -112,8 +112,12 @@ constexpr Plain plain;
 
 // \u00e9
 void Json::put_unit(std::uint32_t unit) {
-    const char escape[] = {'\\', 'u', hex_digits[unit >> 12 & 15], hex_digits[unit >> 8 & 15],
-                           hex_digits[unit >> 4 & 15], hex_digits[unit & 15]};
+    const char escape[] = {'\\',
+                           'u',
+                           hex_digits[unit >> 12 & 15],
+                           hex_digits[unit >> 8 & 15],
+                           hex_digits[unit >> 4 & 15],
+                           hex_digits[unit & 15]};
     output_.put(escape, sizeof escape);
 }
 

@@ -13,9 +13,7 @@ public:
     void begin_text() {}
     void end_text() {}
 
-    void begin_field(const vesk_field* field) {
-        put_name(field, ": ");
-    }
+    void begin_field(const vesk_field* field) { put_name(field, ": "); }
     void end_field() { end_line(); }
     void begin_list(const vesk_field*) {}
     void end_list() {}
