@@ -17,11 +17,7 @@ bool has_content(const vesk_type* type, const void* message) {
         }
         type = described;
     }
-    const StructureFields fields(type, {static_cast<const std::uint8_t*>(message)});
-    for (std::uint32_t place = 0; place < type->field_count; ++place) {
-        if (fields.has(vesk_type_field(type, place))) return true;
-    }
-    return false;
+    return StructureFields(type, {static_cast<const std::uint8_t*>(message)}).next(0) != nullptr;
 }
 
 Data StructureFields::data(const vesk_field* field) const {
@@ -32,8 +28,7 @@ Data StructureFields::data(const vesk_field* field) const {
 
 // ---- In encoded bytes ----------------------------------------------------------------------------------------------
 
-EncodedFields::EncodedFields(const vesk_type* type, Content content) : end_(content.end) {
-    std::memset(values_, 0, type->field_count * sizeof values_[0]);
+EncodedFields::EncodedFields(const vesk_type* type, Content content) : type_(type), end_(content.end) {
     // Fields usually come in the order of their declaration, so that the next one is the likeliest.
     std::uint32_t next = 0;
     const std::uint8_t* at = content.at;
@@ -52,6 +47,7 @@ EncodedFields::EncodedFields(const vesk_type* type, Content content) : end_(cont
         next = field->presence_bit + 1u;
         if (field->kind <= VESK_KIND_BOOL && tag.at != end_ && *tag.at < 0x80) {
             values_[field->presence_bit] = tag.at;
+            present_ |= std::uint64_t{1} << field->presence_bit;
             at = tag.at + 1;
         } else {
             at = note(field, tag.at);
@@ -61,6 +57,7 @@ EncodedFields::EncodedFields(const vesk_type* type, Content content) : end_(cont
 
 const std::uint8_t* EncodedFields::note(const vesk_field* field, const std::uint8_t* at) {
     values_[field->presence_bit] = at;
+    present_ |= std::uint64_t{1} << field->presence_bit;
     if (field->kind == VESK_KIND_LIST) {
         Elements elements(field, at, end_);
         for (Content content{}; elements.next(&content);) continue;

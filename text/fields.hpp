@@ -1,11 +1,11 @@
 // A message as its fields, whoever holds them: a structure, or encoded bytes. Both answer the same questions, so that
 // what is printed of a message, and in which order, stands once (printer.hpp):
 //
-//     has(field)        whether the field is present in what encoding writes, or decoding leaves
-//     number(field)     of a scalar; a flag is 0 or 1
-//     data(field)       of a string or bytes field
-//     nested(field)     the message that a field holds: what a reader is made of
-//     elements(field)   of a list, one after the other: next(&content) until it returns false
+//     next(place)        the first field, from a place on, that is present in what encoding writes or decoding leaves
+//     number(field)      of a scalar; a flag is 0 or 1
+//     data(field)        of a string or bytes field
+//     nested(field)      the message that a field holds: what another such reader is made of
+//     elements(field)    of a list, one after the other: next(&content) until that is false
 #pragma once
 
 #include <vesk/vesk_facts.h>
@@ -44,14 +44,12 @@ public:
 
     StructureFields(const vesk_type* type, Content content) : type_(type), message_(content.message) {}
 
-    bool has(const vesk_field* field) const {
-        if (field->kind == VESK_KIND_MESSAGE) {
-            return is_marked(field) || has_content(vesk_field_nested(field), message_ + field->offset);
+    const vesk_field* next(std::uint32_t place) const {
+        for (; place < type_->field_count; ++place) {
+            const vesk_field* const field = vesk_type_field(type_, place);
+            if (has(field)) return field;
         }
-        if (!is_marked(field)) return false;
-        if (field->kind == VESK_KIND_STRING) return load_member<const char*>(message_, field->offset) != nullptr;
-        if (field->kind == VESK_KIND_LIST) return load_member<std::uint32_t>(message_, field->size_offset) != 0;
-        return true;
+        return nullptr;
     }
     std::uint64_t number(const vesk_field* field) const {
         switch (field->kind) {
@@ -86,9 +84,16 @@ public:
     }
 
 private:
-    bool is_marked(const vesk_field* field) const {
+    bool has(const vesk_field* field) const {
         const std::uint32_t byte = type_->presence_offset + field->presence_bit / 8u;
-        return (message_[byte] >> field->presence_bit % 8 & 1) != 0;
+        const bool is_marked = (message_[byte] >> field->presence_bit % 8 & 1) != 0;
+        if (field->kind == VESK_KIND_MESSAGE) {
+            return is_marked || has_content(vesk_field_nested(field), message_ + field->offset);
+        }
+        if (!is_marked) return false;
+        if (field->kind == VESK_KIND_STRING) return load_member<const char*>(message_, field->offset) != nullptr;
+        if (field->kind == VESK_KIND_LIST) return load_member<std::uint32_t>(message_, field->size_offset) != 0;
+        return true;
     }
 
     const vesk_type* type_;
@@ -108,7 +113,10 @@ public:
 
     EncodedFields(const vesk_type* type, Content content);
 
-    bool has(const vesk_field* field) const { return values_[field->presence_bit] != nullptr; }
+    const vesk_field* next(std::uint32_t place) const {
+        const std::uint64_t left = place < most_fields ? present_ >> place : 0;
+        return left != 0 ? vesk_type_field(type_, place + static_cast<std::uint32_t>(__builtin_ctzll(left))) : nullptr;
+    }
     std::uint64_t number(const vesk_field* field) const {
         const std::uint8_t* const at = values_[field->presence_bit];
         const std::uint64_t value = at != end_ && *at < 0x80 ? *at : long_number(field, at);
@@ -145,8 +153,10 @@ private:
     std::uint64_t long_number(const vesk_field* field, const std::uint8_t* at) const;
     const std::uint8_t* note(const vesk_field* field, const std::uint8_t* at);
 
+    const vesk_type* type_;
     const std::uint8_t* end_;
-    // After the tag of each field's last occurrence, of a list's first element; null if there is none.
+    std::uint64_t present_ = 0;  // a bit for each field, by its place
+    // Of these, after the tag of the last occurrence, of a list's first element.
     const std::uint8_t* values_[most_fields];
 };
 

@@ -2,6 +2,8 @@
 #include <rapidjson/error/en.h>
 #include <rapidjson/reader.h>
 
+#include <initializer_list>
+
 #include "text/builder.hpp"
 #include "text/decimal.hpp"
 #include "text/utf8.hpp"
@@ -25,7 +27,10 @@ constexpr unsigned how_to_read = rapidjson::kParseInsituFlag | rapidjson::kParse
 
 // Whether a key is the name as in the schema, entity_common.
 bool is_name(const char* name, const char* key, std::size_t length) {
-    return std::strncmp(name, key, length) == 0 && name[length] == '\0';
+    for (std::size_t i = 0; i < length; ++i) {
+        if (name[i] != key[i] || key[i] == '\0') return false;
+    }
+    return name[length] == '\0';
 }
 
 // Whether it is the name as the mapping spells it, entityCommon.
@@ -42,16 +47,14 @@ bool is_camel_case_name(const char* name, const char* key, std::size_t length) {
     return key == end;
 }
 
-// The field of a key; `likeliest` is tried first.
+// The field of a key; null if there is none. The search goes once around, from the likeliest place on.
 const vesk_field* find_field(const vesk_type* type, std::uint32_t likeliest, const char* key, std::size_t length) {
-    if (likeliest < type->field_count) {
-        const vesk_field* const field = vesk_type_field(type, likeliest);
-        if (is_name(vesk_field_name(field), key, length)) return field;
-    }
-    for (std::uint32_t place = 0; place < type->field_count; ++place) {
-        const vesk_field* const field = vesk_type_field(type, place);
-        const char* const name = vesk_field_name(field);
-        if (is_name(name, key, length) || is_camel_case_name(name, key, length)) return field;
+    for (const auto is_spelled : {is_name, is_camel_case_name}) {
+        for (std::uint32_t i = 0, place = likeliest; i < type->field_count; ++i, ++place) {
+            if (place >= type->field_count) place = 0;
+            const vesk_field* const field = vesk_type_field(type, place);
+            if (is_spelled(vesk_field_name(field), key, length)) return field;
+        }
     }
     return nullptr;
 }

@@ -33,9 +33,8 @@ public:
         }
         if (level == VESK_TEXT_MOST_LEVELS) return outcome_.fail(VESK_TEXT_TOO_DEEP, place);
         const Fields fields(type, content);
-        for (std::uint32_t at = 0; at < type->field_count; ++at) {
-            const vesk_field* const field = vesk_type_field(type, at);
-            if (fields.has(field) && !print_field(fields, field, place, level)) return false;
+        for (const vesk_field* field = fields.next(0); field; field = fields.next(field->presence_bit + 1u)) {
+            if (!print_field(fields, field, place, level)) return false;
         }
         return true;
     }
