@@ -14,7 +14,7 @@ namespace {
 // A reader that decodes strings where they stand asks for no memory.
 class NoMemory {
 public:
-    static constexpr bool kNeedFree = false;
+    [[maybe_unused]] static constexpr bool kNeedFree = false;
     void* Malloc(std::size_t) { return nullptr; }
     void* Realloc(void*, std::size_t, std::size_t) { return nullptr; }
     static void Free(void*) {}
