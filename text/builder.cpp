@@ -47,7 +47,8 @@ bool Builder::add_number(std::uint64_t value) {
 }
 
 bool Builder::add_data(const std::uint8_t* data, std::uint64_t length) {
-    if (field()->kind == VESK_KIND_STRING && length != 0 && std::memchr(data, 0, length) != nullptr) {
+    if (field()->kind == VESK_KIND_STRING && length != 0 &&
+        std::memchr(data, 0, static_cast<std::size_t>(length)) != nullptr) {
         return fail(VESK_TEXT_NUL);
     }
     const vesk_field* const entered = field();
@@ -104,7 +105,7 @@ bool Builder::grow() {
     const std::uint64_t capacity = capacity_ == 0 ? fewest : 2 * capacity_;
     Item* const items = static_cast<Item*>(work_.allocate(capacity * sizeof(Item)));
     if (items == nullptr) return false;
-    if (count_ != 0) std::memcpy(items, items_, count_ * sizeof(Item));
+    if (count_ != 0) std::memcpy(items, items_, static_cast<std::size_t>(count_) * sizeof(Item));
     work_.release(items_, capacity_ * sizeof(Item));
     items_ = items;
     capacity_ = capacity;
@@ -184,7 +185,7 @@ std::int32_t Builder::fill(void* message, vesk_alloc alloc, void* context) const
                 std::uint8_t* const block =
                     static_cast<std::uint8_t*>(ask(alloc, context, item->number + (is_string ? 1 : 0)));
                 if (block == nullptr) return VESK_NO_MEMORY;
-                if (item->number != 0) std::memcpy(block, item->data, item->number);
+                if (item->number != 0) std::memcpy(block, item->data, static_cast<std::size_t>(item->number));
                 if (is_string) {
                     block[item->number] = 0;
                 } else {
