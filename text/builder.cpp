@@ -121,22 +121,28 @@ struct Target {
     std::uint8_t* message;
 
     template <class Member>
-    void store(std::uint32_t offset, Member member) {
+    void store(std::uint32_t offset, Member member) const {
         std::memcpy(message + offset, &member, sizeof member);
     }
-    void mark(const vesk_field* field) {
+    void mark(const vesk_field* field) const {
         vesk_mark(message + type->presence_offset + field->presence_bit / 8u, field->presence_bit % 8u);
     }
 };
 
 const vesk_type* described(const vesk_type* type) { return is_elsewhere(type) ? describe_elsewhere() : type; }
 
-void store_number(Target& target, const vesk_field* field, std::uint64_t number) {
+void store_number(const Target& target, const vesk_field* field, std::uint64_t number) {
     switch (field->kind) {
         case VESK_KIND_UINT32: return target.store(field->offset, static_cast<std::uint32_t>(number));
         case VESK_KIND_UINT64: return target.store(field->offset, number);
         default: return target.store(field->offset, static_cast<std::uint8_t>(number));
     }
+}
+
+// The next one becomes a nested message or element.
+Target* step_into(Target* target, const vesk_type* type, std::uint8_t* message) {
+    *++target = {type, message};
+    return target;
 }
 
 void* ask(vesk_alloc alloc, void* context, std::uint64_t size) {
@@ -158,8 +164,7 @@ std::int32_t Builder::fill(void* message, vesk_alloc alloc, void* context) const
         switch (field->kind) {
             case VESK_KIND_MESSAGE:
                 target->mark(field);
-                target[1] = {described(vesk_field_nested(field)), target->message + field->offset};
-                ++target;
+                target = step_into(target, described(vesk_field_nested(field)), target->message + field->offset);
                 continue;
             case VESK_KIND_LIST: {
                 const vesk_type* const type = described(vesk_field_nested(field));
@@ -174,9 +179,8 @@ std::int32_t Builder::fill(void* message, vesk_alloc alloc, void* context) const
                 // The count grows with the elements: up to it, all of them may be freed.
                 const std::uint32_t index = load_member<std::uint32_t>(target->message, field->size_offset);
                 target->store(field->size_offset, index + 1);
-                target[1] = {type, load_member<std::uint8_t*>(target->message, field->offset) +
-                                       std::uint64_t{index} * type->structure_size};
-                ++target;
+                std::uint8_t* const array_begin = load_member<std::uint8_t*>(target->message, field->offset);
+                target = step_into(target, type, array_begin + std::uint64_t{index} * type->structure_size);
                 continue;
             }
             case VESK_KIND_STRING:

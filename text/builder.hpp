@@ -97,6 +97,6 @@ using ReadText = const char* (*)(Builder& builder, char* copy, std::uint64_t len
 
 // A whole call of the interface.
 std::int32_t parse_text(const vesk_type* type, void* message, const char* text, std::uint64_t length, vesk_alloc alloc,
-                        void* context, vesk_text_report* report, const vesk_text_options* options, ReadText read);
+                        void* context, vesk_text_report* report, const vesk_text_options* given, ReadText read);
 
 }  // namespace vesk

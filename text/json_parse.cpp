@@ -15,8 +15,8 @@ namespace {
 class NoMemory {
 public:
     [[maybe_unused]] static constexpr bool kNeedFree = false;
-    void* Malloc(std::size_t) { return nullptr; }
-    void* Realloc(void*, std::size_t, std::size_t) { return nullptr; }
+    static void* Malloc(std::size_t) { return nullptr; }
+    static void* Realloc(void*, std::size_t, std::size_t) { return nullptr; }
     static void Free(void*) {}
 };
 

@@ -91,8 +91,10 @@ private:
             output_.put(name, std::strlen(name));
             out = output_.reserve(4);
         }
-        std::memcpy(out, "\": ", 3);
-        output_.commit(out + (one_line_ ? 2 : 3));
+        *out++ = '"';
+        *out++ = ':';
+        *out = ' ';
+        output_.commit(one_line_ ? out : out + 1);
     }
     const std::uint8_t* put_plain(const std::uint8_t* at, const std::uint8_t* end);
     void put_escaped(std::uint8_t character);

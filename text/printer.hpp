@@ -65,11 +65,13 @@ private:
         Place place{outer, field, 0};
         format_.begin_list(field);
         auto elements = fields.elements(field);
-        for (Content content{}; elements.next(&content); ++place.element) {
+        Content content{};
+        while (elements.next(&content)) {
             format_.begin_element(field);
             if (!print_message(vesk_field_nested(field), content, &place, level + 1)) return false;
             format_.end_message();
             if (output_.has_stopped()) return false;
+            ++place.element;
         }
         format_.end_list();
         return !output_.has_stopped();

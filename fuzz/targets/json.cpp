@@ -125,34 +125,34 @@ void distort_text(std::uint32_t seed, std::string* text) {
 
 }  // namespace
 
-void check(const Input& given) {
+void check(const Input& input) {
     static Message first;
     static Message second;
     static std::string text;
     static std::string printed;
-    Case input{*given.type, vesk_type_named(given.type->name.c_str()), (given.flags & as_text_format) == 0,
+    Case tried{*input.type, vesk_type_named(input.type->name.c_str()), (input.flags & as_text_format) == 0,
                vesk_default_text_options()};
-    input.options.flags = VESK_TEXT_LOSSLESS | ((given.flags & in_one_line) != 0 ? VESK_TEXT_ONE_LINE : 0);
+    tried.options.flags = VESK_TEXT_LOSSLESS | ((input.flags & in_one_line) != 0 ? VESK_TEXT_ONE_LINE : 0);
 
-    const bool is_own_text = (given.flags & as_it_stands) != 0;
+    const bool is_own_text = (input.flags & as_it_stands) != 0;
     if (is_own_text) {
-        text.assign(reinterpret_cast<const char*>(given.message), given.length);
+        text.assign(reinterpret_cast<const char*>(input.message), input.length);
     } else {
-        if (!print_input(input, given, &text)) return;
-        distort_text(given.distortion, &text);
+        if (!print_input(tried, input, &text)) return;
+        distort_text(input.distortion, &text);
     }
 
-    if (given.room != 0) input.options.memory_limit = std::uint64_t{given.room} * 16;
-    const std::int32_t code = first.parse(input, text, given.refused);
-    input.options.memory_limit = UINT64_MAX;
+    if (input.room != 0) tried.options.memory_limit = std::uint64_t{input.room} * 16;
+    const std::int32_t code = first.parse(tried, text, input.refused);
+    tried.options.memory_limit = UINT64_MAX;
     if (code == VESK_OK) {
-        expect(print(input, first.get(), &printed) == VESK_OK, "what was parsed is not printed");
-        expect(second.parse(input, printed, 0) == VESK_OK, "what was printed is not parsed");
-        expect(encode(input.type, first.get()) == encode(input.type, second.get()),
+        expect(print(tried, first.get(), &printed) == VESK_OK, "what was parsed is not printed");
+        expect(second.parse(tried, printed, 0) == VESK_OK, "what was printed is not parsed");
+        expect(encode(tried.type, first.get()) == encode(tried.type, second.get()),
                "what was printed is parsed to another message");
-        second.free(input.type);
+        second.free(tried.type);
     }
-    first.free(input.type);
+    first.free(tried.type);
 }
 
 }  // namespace vesk::fuzz

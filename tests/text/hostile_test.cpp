@@ -73,7 +73,7 @@ TEST(hostile_text, deep_nesting_is_refused_where_the_type_ends) {
 TEST(hostile_text, numbers_and_exponents_of_a_million_digits_are_judged_by_their_value) {
     const std::string zeros(1000000, '0');
     const auto code_of = [](const std::string& number) {
-        return Parsed(Format::json, type_named("inv_policy"), "{\"f3\":\"" + number + "\"}").code;
+        return Parsed(Format::json, type_named("inv_policy"), R"({"f3":")" + number + "\"}").code;
     };
     EXPECT_EQ(code_of("1" + zeros), VESK_TEXT_OUT_OF_RANGE);
     EXPECT_EQ(code_of("1" + zeros + "e-1000000"), VESK_OK);
