@@ -99,8 +99,8 @@ typedef struct vesk_text_options {
 
     /* Parsing: the memory that the parser itself needs until the call returns, and a limit for it in bytes. It comes
      * from `alloc` and goes back to `release`, both with `context`; default: malloc and free. Printing needs none.
-     * The parser asks for the length of the text and, as it goes, for up to 48 bytes for each of its characters; for a
-     * JSON text of every day that is 3 in all. Default of the limit: UINT64_MAX, none but this. */
+     * The parser asks for the length of the text and, as it goes, for more: 3 to 7 bytes a character in all for texts
+     * of every day, 49 and 2 KiB at the most. Default of the limit: UINT64_MAX, none but this. */
     vesk_alloc alloc;
     vesk_release release;
     void* context;

@@ -248,7 +248,7 @@ TEST(text_memory, parser_needs_at_most_what_the_contract_says_for_each_character
         const std::string& hostile = format == Format::json ? json : text;
         OwnMemory own;
         ASSERT_EQ(Parsed(format, small_type(), hostile, own.options()).code, VESK_OK);
-        EXPECT_LE(own.most, 49 * hostile.size() + 4096);
+        EXPECT_LE(own.most, 49 * hostile.size() + 2048);
         EXPECT_GE(own.most, 10 * hostile.size()) << "the worst text is another one by now";
     }
 }
