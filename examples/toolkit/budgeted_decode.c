@@ -6,17 +6,17 @@
 #include <vesk/client_service.h>
 #include <vesk/vesk_toolkit.h>
 
-static void *from_heap(uint64_t size, void *context) {
+static void* from_heap(uint64_t size, void* context) {
     (void)context;
     return malloc((size_t)size);
 }
 
-static void to_heap(void *block, void *context) {
+static void to_heap(void* block, void* context) {
     (void)context;
     free(block);
 }
 
-static void read_from_stranger(const void *input, uint64_t length) {
+static void read_from_stranger(const void* input, uint64_t length) {
     vesk_report report;
     report.size = sizeof report;
     int32_t code = vesk_check(vesk_type_named("resp_inv_data"), input, length, 0, &report, NULL);

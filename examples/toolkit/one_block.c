@@ -4,13 +4,13 @@
 #include <vesk/client_service.h>
 #include <vesk/vesk_toolkit.h>
 
-static void *from_heap(uint64_t size, void *context) {
+static void* from_heap(uint64_t size, void* context) {
     (void)context;
     printf("one block of %llu bytes\n", (unsigned long long)size);
     return malloc((size_t)size);
 }
 
-static void to_heap(void *block, void *context) {
+static void to_heap(void* block, void* context) {
     (void)context;
     free(block);
 }

@@ -1,11 +1,11 @@
-/* Routes the sensors of an answer by their entity's name without decoding any of it, and without a heap: an iterator over
- * the list, and one field of each element. */
+/* Routes the sensors of an answer by their entity's name without decoding any of it, and without a heap: an iterator
+ * over the list, and one field of each element. */
 #include <stdio.h>
 #include <string.h>
 #include <vesk/client_service.h>
 #include <vesk/vesk_toolkit.h>
 
-static uint64_t make_answer(uint8_t *buffer, uint64_t size) {
+static uint64_t make_answer(uint8_t* buffer, uint64_t size) {
     static char names[3][8] = {"fan/1", "psu/0", "fan/2"};
     static vesk_sensor_data sensors[3];
     for (uint32_t i = 0; i < 3; ++i) {
@@ -24,7 +24,7 @@ static uint64_t make_answer(uint8_t *buffer, uint64_t size) {
 int main(void) {
     uint8_t buffer[256];
     const uint64_t length = make_answer(buffer, sizeof buffer);
-    const vesk_type *type = vesk_type_named("resp_inv_data");
+    const vesk_type* type = vesk_type_named("resp_inv_data");
 
     vesk_iterator sensors;
     vesk_value sensor, value;
@@ -35,7 +35,7 @@ int main(void) {
         code = vesk_peek(sensor.type, "entity_common.f2", sensor.data, sensor.length, &value, NULL);
         if (code != VESK_OK) continue;
         const int is_fan = value.length >= 4 && memcmp(value.data, "fan/", 4) == 0;
-        printf("%.*s: %llu bytes to the %s\n", (int)value.length, (const char *)value.data,
+        printf("%.*s: %llu bytes to the %s\n", (int)value.length, (const char*)value.data,
                (unsigned long long)sensor.length, is_fan ? "fan manager" : "power manager");
     }
     code = vesk_peek(type, "sensor_list[1].f4", buffer, length, &value, NULL);

@@ -1,5 +1,5 @@
-/* A type without strings, bytes, lists and identifiers has a longest encoding, known while compiling: a static buffer of that
- * size is never too short, and nothing is allocated in either direction. */
+/* A type without strings, bytes, lists and identifiers has a longest encoding, known while compiling: a static buffer
+ * of that size is never too short, and nothing is allocated in either direction. */
 #include <stdio.h>
 #include <vesk/client_service.h>
 #include <vesk/vesk_sizes.h>
