@@ -73,7 +73,7 @@ static inline const char* vesk_text_result_text(int32_t code) {
     }
 }
 
-enum {
+enum vesk_text_limit {
     /* Messages inside one another that are printed or parsed. No message of the library needs a quarter of it. */
     VESK_TEXT_MOST_LEVELS = 32,
     VESK_TEXT_REASON_SIZE = 128

@@ -53,6 +53,7 @@ def read_members(body, structure):
     for declaration in filter(None, map(str.strip, body.split(";"))):
         # A pointer to a function is as large as any other.
         declaration = re.sub(r"^\w+ \(\*(\w+)\)\(.*\)$", r"vesk_alloc \1", declaration, flags=re.S)
+        declaration = re.sub(r"(\*+)\s+", r" \1", declaration)
         match = re.fullmatch(r"((?:const |unsigned )*\w+)\s+(\**)(\w+)((?:\[\w+\])?)", declaration)
         if not match:
             sys.exit(f"{structure}: cannot read the member '{declaration}'")
