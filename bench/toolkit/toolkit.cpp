@@ -183,8 +183,10 @@ void count_hostile(const vesk_type* type, const std::string& name, const Bytes& 
 }
 
 // Every field alone, over and over: empty, and in each of its other forms that is short.
-void count_all_hostile() {
+void count_all_hostile(const std::string& types) {
+    const std::regex wanted(types);
     for (const vesk_type* type = vesk_all_types(nullptr); type != nullptr; type = vesk_type_next(type)) {
+        if (!std::regex_match(vesk_type_name(type), wanted)) continue;
         const std::string prefix = vesk_type_name(type) + std::string(".");
         for (std::uint32_t place = 0; place < type->field_count; ++place) {
             const vesk_field* const field = vesk_type_field(type, place);
@@ -204,12 +206,13 @@ void count_all_hostile() {
 }  // namespace vesk::bench
 
 int main(int argc, char** argv) {
-    if (argc == 2 && std::string(argv[1]) == "hostile") {
-        vesk::bench::count_all_hostile();
+    if (argc == 3 && std::string(argv[1]) == "hostile") {
+        vesk::bench::count_all_hostile(argv[2]);
         return 0;
     }
     if (argc != 3 || (std::string(argv[1]) != "time" && std::string(argv[1]) != "count")) {
-        std::cerr << "usage: compare_toolkit time|count REGEX (of the workloads), or compare_toolkit hostile\n";
+        std::cerr << "usage: compare_toolkit time|count REGEX (of the workloads), or compare_toolkit hostile REGEX (of "
+                     "the types)\n";
         return 2;
     }
     const bool time = std::string(argv[1]) == "time";
