@@ -30,14 +30,15 @@ def tests_in(cell):
 def faults_of(document):
     faults = []
     invariants = rows_of(document, "What holds for any input")
+    beside = rows_of(document, "What holds of the toolkit and the text library")
     hazards = rows_of(document, "What the contract itself leaves to you")
     if len(invariants) < FEWEST_INVARIANTS:
         faults.append(f"only {len(invariants)} invariants")
     if [row[0] for row in invariants] != [str(number + 1) for number in range(len(invariants))]:
         faults.append("the invariants are not numbered from 1 on")
-    faults += [f"no test holds: {row[1]}" for row in invariants if not tests_in(row[2])]
+    faults += [f"no test holds: {row[-2]}" for row in invariants + beside if not tests_in(row[-1])]
     faults += [f"nothing said of what a caller does: {row[0]}" for row in hazards if not all(row[:3])]
-    named = {test for row in invariants + hazards for test in tests_in(row[-1])}
+    named = {test for row in invariants + beside + hazards for test in tests_in(row[-1])}
     faults += [f"there is no test {test}" for test in sorted(named - TESTS)]
 
     deepest = max(int(figure) for row in re.findall(r"^\| `vesk_.*$", STACK, re.MULTILINE)
