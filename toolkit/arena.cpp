@@ -32,22 +32,38 @@ Chunk* chunk_of(void* untyped) { return static_cast<Chunk*>(untyped); }
 
 unsigned char* memory_of(Chunk* chunk) { return reinterpret_cast<unsigned char*>(chunk + 1); }
 
-// Takes what is needed from the memory that the arena allots from now on.
-void enter(vesk_arena& arena, Chunk* chunk) {
-    arena.chunk = chunk;
-    arena.next = memory_of(chunk);
-    arena.end = chunk->end;
+// What is allotted lies between `next` and `end`, which is never more than the limit in bytes leaves; `bytes_left` is
+// what it leaves beyond. So a request looks at one end alone.
+void allot(vesk_arena& arena, unsigned char* begin, const unsigned char* end) {
+    const std::uint64_t room = static_cast<std::uint64_t>(end - begin);
+    const std::uint64_t allotted = room < arena.bytes_left ? room : arena.bytes_left;
+    arena.next = begin;
+    arena.end = begin + allotted;
+    arena.bytes_left -= allotted;
 }
 
-// A chunk with room for `size` bytes: one that an earlier message has left, or a new one.
+// Gives back to the limit what was allotted and not used.
+void withdraw(vesk_arena& arena) {
+    arena.bytes_left += static_cast<std::uint64_t>(arena.end - arena.next);
+    arena.end = arena.next;
+}
+
+void enter(vesk_arena& arena, Chunk* chunk) {
+    withdraw(arena);
+    arena.chunk = chunk;
+    allot(arena, memory_of(chunk), chunk->end);
+}
+
+// Goes on with a chunk that has room for `size` bytes: one that an earlier message has left, or a new one.
 bool next_chunk(vesk_arena& arena, std::uint64_t size) {
+    const std::uint64_t within_limit = arena.bytes_left + static_cast<std::uint64_t>(arena.end - arena.next);
+    if (arena.alloc == nullptr || size > within_limit || size > SIZE_MAX - sizeof(Chunk)) return false;
     Chunk* const current = chunk_of(arena.chunk);
     Chunk* const kept = current != nullptr ? current->next : chunk_of(arena.first_chunk);
     if (kept != nullptr && static_cast<std::uint64_t>(kept->end - memory_of(kept)) >= size) {
         enter(arena, kept);
         return true;
     }
-    if (size > SIZE_MAX - sizeof(Chunk) || arena.alloc == nullptr) return false;
     const std::uint64_t whole = size + sizeof(Chunk) > usual_chunk ? size + sizeof(Chunk) : usual_chunk;
     void* const block = arena.alloc(whole, arena.context);
     if (block == nullptr) return false;
@@ -66,7 +82,8 @@ bool next_chunk(vesk_arena& arena, std::uint64_t size) {
 void begin(vesk_arena* arena) {
     *arena = {};
     arena->size = sizeof *arena;
-    vesk_arena_limit(arena, UINT64_MAX, UINT64_MAX);
+    arena->most_bytes = arena->bytes_left = UINT64_MAX;
+    arena->most_blocks = arena->blocks_left = UINT64_MAX;
 }
 
 }  // namespace
@@ -74,10 +91,11 @@ void begin(vesk_arena* arena) {
 void vesk_arena_of_buffer(vesk_arena* arena, void* buffer, uint64_t size) {
     begin(arena);
     const std::uint64_t gap = -reinterpret_cast<std::uintptr_t>(buffer) % arena_alignment;
-    if (size < gap) return;
-    arena->next = arena->buffer = static_cast<unsigned char*>(buffer) + gap;
-    arena->end = arena->next + (size - gap);
-    forbid(arena->next, arena->end);
+    if (buffer == nullptr || size < gap) return;
+    arena->buffer = static_cast<unsigned char*>(buffer) + gap;
+    arena->buffer_end = arena->buffer + (size - gap);
+    allot(*arena, arena->buffer, arena->buffer_end);
+    forbid(arena->buffer, arena->buffer_end);
 }
 
 void vesk_arena_of_blocks(vesk_arena* arena, vesk_alloc alloc, vesk_release release, void* context) {
@@ -88,8 +106,14 @@ void vesk_arena_of_blocks(vesk_arena* arena, vesk_alloc alloc, vesk_release rele
 }
 
 void vesk_arena_limit(vesk_arena* arena, uint64_t bytes, uint64_t blocks) {
+    withdraw(*arena);
     arena->most_bytes = arena->bytes_left = bytes;
     arena->most_blocks = arena->blocks_left = blocks;
+    if (arena->buffer != nullptr) {
+        allot(*arena, arena->next, arena->buffer_end);
+    } else if (arena->chunk != nullptr) {
+        allot(*arena, arena->next, chunk_of(arena->chunk)->end);
+    }
 }
 
 uint64_t vesk_arena_limit_for(uint64_t length) {
@@ -101,11 +125,10 @@ uint64_t vesk_arena_limit_for(uint64_t length) {
 void* vesk_arena_alloc(uint64_t size, void* untyped) {
     vesk_arena& arena = *static_cast<vesk_arena*>(untyped);
     const std::uint64_t whole = vesk::arena_bytes_for(size);
-    if (whole < size || whole > arena.bytes_left || arena.blocks_left == 0) return nullptr;
+    if (whole < size || arena.blocks_left == 0) return nullptr;
     if (static_cast<std::uint64_t>(arena.end - arena.next) < whole && !next_chunk(arena, whole)) return nullptr;
     unsigned char* const block = arena.next;
     arena.next += whole;
-    arena.bytes_left -= whole;
     --arena.blocks_left;
     permit(block, block + size);
     return block;
@@ -114,12 +137,15 @@ void* vesk_arena_alloc(uint64_t size, void* untyped) {
 void vesk_arena_release(void*, void*) {}
 
 void vesk_arena_reset(vesk_arena* arena) {
-    vesk_arena_limit(arena, arena->most_bytes, arena->most_blocks);
+    arena->bytes_left = arena->most_bytes;
+    arena->blocks_left = arena->most_blocks;
     if (arena->buffer != nullptr) {
-        arena->next = arena->buffer;
-        forbid(arena->buffer, arena->end);
+        allot(*arena, arena->buffer, arena->buffer_end);
+        forbid(arena->buffer, arena->buffer_end);
     } else if (arena->first_chunk != nullptr) {
-        enter(*arena, chunk_of(arena->first_chunk));
+        Chunk* const first = chunk_of(arena->first_chunk);
+        arena->chunk = first;
+        allot(*arena, memory_of(first), first->end);
         for (Chunk* chunk = chunk_of(arena->first_chunk); can_forbid() && chunk != nullptr; chunk = chunk->next) {
             forbid(memory_of(chunk), chunk->end);
         }
@@ -127,7 +153,7 @@ void vesk_arena_reset(vesk_arena* arena) {
 }
 
 void vesk_arena_close(vesk_arena* arena) {
-    if (arena->buffer != nullptr) permit(arena->buffer, arena->end);
+    if (arena->buffer != nullptr) permit(arena->buffer, arena->buffer_end);
     for (Chunk* chunk = chunk_of(arena->first_chunk); chunk != nullptr;) {
         Chunk* const next = chunk->next;
         permit(memory_of(chunk), chunk->end);

@@ -144,6 +144,7 @@ typedef struct vesk_arena {
     uint64_t most_bytes;
     uint64_t most_blocks;
     unsigned char *buffer;
+    unsigned char *buffer_end;
     void *first_chunk;
     void *chunk;
     vesk_alloc alloc;
