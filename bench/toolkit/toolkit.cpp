@@ -28,6 +28,7 @@ public:
           facts_(vesk_type_named(workload.type->name.c_str())),
           turn_(workload.messages.size()),
           bump_(arena_capacity(workload)),
+          buffer_(workload.longest_encoding),
           storage_(*workload.type) {
         vesk_arena_of_blocks(&arena_, from_heap, to_heap, nullptr);
     }
@@ -85,6 +86,19 @@ public:
         return code == VESK_OK || code == VESK_ABSENT;
     }
 
+    // Into a buffer of its own, bytes fields copied; and gathered, where they stay where they are.
+    bool encode_a_copy() {
+        const void* const message = workload_.messages[turn_.next()].get();
+        return workload_.type->encode(message, buffer_.data(), buffer_.size(), nullptr, nullptr, 0) <= buffer_.size();
+    }
+    bool gather() {
+        const void* const message = workload_.messages[turn_.next()].get();
+        vesk_segment segments[32];
+        std::uint64_t length = buffer_.size();
+        std::uint32_t count = 32;
+        return vesk_gather(facts_, message, buffer_.data(), &length, segments, &count, nullptr) == VESK_OK;
+    }
+
 private:
     const Bytes& next() { return workload_.encoded[turn_.next()]; }
     bool decode_with(vesk_alloc alloc, void* context) {
@@ -98,6 +112,7 @@ private:
     Turn turn_;
     BumpArena bump_;
     vesk_arena arena_;
+    Bytes buffer_;
     test::Storage storage_;
 };
 
@@ -113,6 +128,7 @@ constexpr Pair pairs[] = {
     {"one_block/malloc", &Subject::decode_in_one_block, &Subject::decode_with_malloc},
     {"peek/decode", &Subject::peek, &Subject::decode},
     {"peek_at_first/decode", &Subject::peek_at_first, &Subject::decode},
+    {"gather/encode", &Subject::gather, &Subject::encode_a_copy},
 };
 
 void run(Subject& subject, bool (Subject::*operation)(), std::size_t calls) {
@@ -144,7 +160,7 @@ void time_workload(const Workload& workload) {
     std::printf("\n");
 }
 
-void count_workload(const Workload& workload) {
+void count_workload(const Workload& workload, bool with_all) {
     Subject subject(workload);
     const std::size_t calls = workload.messages.size();
     const auto count = [&](const std::string& operation, bool (Subject::*method)()) {
@@ -158,6 +174,14 @@ void count_workload(const Workload& workload) {
     };
     count("check", &Subject::check);
     count("decode", &Subject::decode);
+    if (!with_all) return;
+    count("decode_with_malloc", &Subject::decode_with_malloc);
+    count("decode_with_arena", &Subject::decode_with_arena);
+    count("one_block", &Subject::decode_in_one_block);
+    count("peek", &Subject::peek);
+    count("peek_at_first", &Subject::peek_at_first);
+    count("encode", &Subject::encode_a_copy);
+    count("gather", &Subject::gather);
 }
 
 // ---- Hostile input: much work in few bytes ----
@@ -210,12 +234,14 @@ int main(int argc, char** argv) {
         vesk::bench::count_all_hostile(argv[2]);
         return 0;
     }
-    if (argc != 3 || (std::string(argv[1]) != "time" && std::string(argv[1]) != "count")) {
-        std::cerr << "usage: compare_toolkit time|count REGEX (of the workloads), or compare_toolkit hostile REGEX (of "
+    const std::string task = argc == 3 ? argv[1] : "";
+    if (task != "time" && task != "count" && task != "count-all") {
+        std::cerr << "usage: compare_toolkit time|count|count-all REGEX (of the workloads), or compare_toolkit hostile "
+                     "REGEX (of "
                      "the types)\n";
         return 2;
     }
-    const bool time = std::string(argv[1]) == "time";
+    const bool time = task == "time";
     if (time) {
         std::printf("%-24s", "");
         for (const vesk::bench::Pair& pair : vesk::bench::pairs) std::printf(" %10.10s", pair.name);
@@ -225,7 +251,11 @@ int main(int argc, char** argv) {
         const std::regex wanted(argv[2]);
         for (const vesk::bench::WorkloadPlan& plan : vesk::bench::all_workloads(0)) {
             if (!std::regex_match(plan.name, wanted)) continue;
-            (time ? vesk::bench::time_workload : vesk::bench::count_workload)(plan.make());
+            if (time) {
+                vesk::bench::time_workload(plan.make());
+            } else {
+                vesk::bench::count_workload(plan.make(), task == "count-all");
+            }
         }
     } catch (const std::exception& error) {
         std::cerr << "compare_toolkit: " << error.what() << "\n";
