@@ -99,8 +99,12 @@ TEST(sizes, memory_per_byte_is_what_the_worst_list_asks_for) {
         for (std::uint32_t place = 0; place < facts->field_count; ++place) {
             worst = std::max(worst, worst_ratio(facts, vesk_type_field(facts, place)));
         }
-        EXPECT_EQ(sizes.at(type->name).at("MEMORY_PER_BYTE"), static_cast<std::uint64_t>(std::ceil(worst)))
-            << type->name;
+        const std::uint64_t promised = sizes.at(type->name).at("MEMORY_PER_BYTE");
+        if (sizeof(void*) == 8) {
+            EXPECT_EQ(promised, static_cast<std::uint64_t>(std::ceil(worst))) << type->name;
+        } else {  // where some machines align numbers of 64 bits to 4 bytes, and the header is for all
+            EXPECT_GE(static_cast<double>(promised), worst) << type->name;
+        }
     }
 }
 
