@@ -89,8 +89,8 @@ inline Varint read_word(const std::uint8_t* at, Input input, std::uint64_t ends)
     const std::uint64_t last = ~word & ends;
     if (last == 0) [[unlikely]]
         return {nullptr, 0};
-    // `last - 1` has ones up to the lowest mark, which is bit 7 of the varint's last byte.
-    const std::uint64_t groups = word & (last ^ (last - 1)) & 0x7F7F7F7F7F7F7F7F;
+    // `last - 1` has ones below the lowest mark, which is bit 7 of the varint's last byte, and marks alone above it.
+    const std::uint64_t groups = word & (last - 1) & 0x7F7F7F7F7F7F7F7F;
     at += static_cast<unsigned>(__builtin_ctzll(last)) / 8 + 1;
     return {at, join_groups(groups)};
 }
