@@ -63,6 +63,10 @@ Work measure_work() {
         Bytes buffer(encoded(*type, message.get()).size());
         work[type->name + ".strings_of_24"] =
             work_of([&] { type->encode(message.get(), buffer.data(), buffer.size(), nullptr, nullptr, 0); });
+        const Bytes unknown = message_field(1000, {0x01});
+        Storage decoded(*type);
+        work[type->name + ".unknown_field"] =
+            work_of([&] { type->decode(decoded.get(), unknown.data(), unknown.size(), nullptr, nullptr, 0); });
     }
     return work;
 }
