@@ -29,6 +29,7 @@ public:
           turn_(workload.messages.size()),
           bump_(arena_capacity(workload)),
           buffer_(workload.longest_encoding),
+          segments_(1 << 14),
           storage_(*workload.type) {
         vesk_arena_of_blocks(&arena_, from_heap, to_heap, nullptr);
     }
@@ -93,10 +94,9 @@ public:
     }
     bool gather() {
         const void* const message = workload_.messages[turn_.next()].get();
-        vesk_segment segments[32];
         std::uint64_t length = buffer_.size();
-        std::uint32_t count = 32;
-        return vesk_gather(facts_, message, buffer_.data(), &length, segments, &count, nullptr) == VESK_OK;
+        std::uint32_t count = static_cast<std::uint32_t>(segments_.size());
+        return vesk_gather(facts_, message, buffer_.data(), &length, segments_.data(), &count, nullptr) == VESK_OK;
     }
 
 private:
@@ -113,6 +113,7 @@ private:
     BumpArena bump_;
     vesk_arena arena_;
     Bytes buffer_;
+    std::vector<vesk_segment> segments_;
     test::Storage storage_;
 };
 
