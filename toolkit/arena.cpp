@@ -1,10 +1,10 @@
 #include "toolkit/arena.hpp"
 
 // A program with AddressSanitizer has them, another has not: the library need not be compiled with it.
-extern "C" {
+extern "C" {  // the sanitizer's names: NOLINTBEGIN(bugprone-reserved-identifier)
 [[gnu::weak]] void __asan_poison_memory_region(const volatile void* at, std::size_t size);
 [[gnu::weak]] void __asan_unpoison_memory_region(const volatile void* at, std::size_t size);
-}
+}  // NOLINTEND(bugprone-reserved-identifier)
 
 namespace {
 

@@ -70,7 +70,7 @@ inline void lose(Check& check, Owned owned) {
     return fail(check, code, tag, &place);
 }
 
-const std::uint8_t* check_message(Check& check, const vesk_type* type, const Place* place, const std::uint8_t* at,
+const std::uint8_t* check_message(Check& check, const vesk_type* type, const Place* outer, const std::uint8_t* at,
                                   const std::uint8_t* end);
 
 const std::uint8_t* check_undescribed(Check& check, const Place* place, const std::uint8_t* tag, const std::uint8_t* at,

@@ -146,8 +146,8 @@ double seconds(Subject& subject, bool (Subject::*operation)(), std::size_t calls
 
 void time_workload(const Workload& workload) {
     Subject subject(workload);
-    const std::size_t calls = std::max<std::size_t>(workload.messages.size(),
-                                                    static_cast<std::size_t>(2e6 / (workload.longest_encoding + 50)));
+    const std::size_t calls = std::max<std::size_t>(
+        workload.messages.size(), static_cast<std::size_t>(2e6 / static_cast<double>(workload.longest_encoding + 50)));
     std::printf("%-24s", workload.name.c_str());
     for (const Pair& pair : pairs) {
         std::vector<double> ratios;

@@ -18,7 +18,7 @@ static void to_heap(void* block, void* context) {
 int main(void) {
     static const uint8_t bytes[] = {0x0A, 0x08, 0x12, 0x06, 'p', 's', 'u', '/', '0', '0', 0x18, 0xC0, 0x25};
     const uint64_t length = sizeof bytes;
-    vesk_pem_data pem;
+    vesk_pem_data pem = {0};
     vesk_one_block block;
     int32_t code = VESK_DECODE_IN_ONE_BLOCK(vesk_pem_data_decode_ext, vesk_type_named("pem_data"), &pem, bytes, length,
                                             0, from_heap, NULL, &block, NULL);

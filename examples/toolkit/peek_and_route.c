@@ -39,7 +39,7 @@ int main(void) {
                (unsigned long long)sensor.length, is_fan ? "fan manager" : "power manager");
     }
     code = vesk_peek(type, "sensor_list[1].f4", buffer, length, &value, NULL);
-    printf("sensor_list[1].f4: %llu\n", (unsigned long long)value.number);
+    if (code == VESK_OK) printf("sensor_list[1].f4: %llu\n", (unsigned long long)value.number);
     code = vesk_peek(type, "sensor_list[3]", buffer, length, &value, NULL);
     printf("sensor_list[3]: %s\n", vesk_toolkit_result_name(code));
     return 0;

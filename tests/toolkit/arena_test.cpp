@@ -19,6 +19,8 @@ bool is_aligned(const void* block) { return reinterpret_cast<std::uintptr_t>(blo
 struct BlockArena {
     BlockArena() { vesk_arena_of_blocks(&arena, Ledger::alloc, Ledger::release, &ledger); }
     ~BlockArena() { vesk_arena_close(&arena); }
+    BlockArena(const BlockArena&) = delete;
+    BlockArena& operator=(const BlockArena&) = delete;
     Ledger ledger;
     vesk_arena arena;
 };

@@ -1,5 +1,6 @@
 // The table of facts, compared with what the tests know of the types from their field lists and headers.
 #include <gtest/gtest.h>
+#include <vesk/drin_eid.h>
 #include <vesk/vesk_toolkit.h>
 
 #include <cstddef>
