@@ -1,8 +1,10 @@
-// The library under test counts the basic blocks that it runs through: work that does not depend on the machine. A
-// mutant that gives every result by a longer way, because it never takes a shorter one, runs through more of them than
-// the unchanged library, whose counts stand in the file VESK_TEST_WORK; that file is written if there is none.
+// The library under test counts the basic blocks that it runs through, and the bytes of stack that it takes: work that
+// does not depend on the machine. A mutant that gives every result by a longer way, because it never takes a shorter
+// one, or in more memory than it needs, does more than the unchanged library, whose work stands in the file
+// VESK_TEST_WORK; that file is written if there is none.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <map>
@@ -12,10 +14,16 @@
 
 namespace {
 std::uint64_t blocks = 0;
-}
+std::uintptr_t deepest = 0;  // of the frames in which blocks were run through
+
+std::uintptr_t address(const void* frame) { return reinterpret_cast<std::uintptr_t>(frame); }
+}  // namespace
 
 // Called by each block, as the compiler was told, which chooses the name.
-extern "C" void __sanitizer_cov_trace_pc() { ++blocks; }  // NOLINT(bugprone-reserved-identifier): see above
+extern "C" void __sanitizer_cov_trace_pc() {  // NOLINT(bugprone-reserved-identifier): see above
+    ++blocks;
+    deepest = std::min(deepest, address(__builtin_frame_address(0)));
+}
 
 namespace vesk::test {
 namespace {
@@ -23,10 +31,13 @@ namespace {
 using Work = std::map<std::string, std::uint64_t>;
 
 template <class Call>
-std::uint64_t work_of(Call call) {
-    const std::uint64_t before = blocks;
+void record(Work& work, const std::string& name, Call call) {
+    const std::uintptr_t here = address(__builtin_frame_address(0));
+    blocks = 0;
+    deepest = here;
     call();
-    return blocks - before;
+    work[name + ".blocks"] = blocks;
+    work[name + ".stack"] = here - deepest;
 }
 
 Work measure_work() {
@@ -38,35 +49,35 @@ Work measure_work() {
             const Bytes whole = encoded(*type, message.get());
             for (const std::size_t more : {0u, 1u, 8u, 300u}) {
                 Bytes buffer(whole.size() + more);
-                work[name + "encode_" + std::to_string(more)] =
-                    work_of([&] { type->encode(message.get(), buffer.data(), buffer.size(), nullptr, nullptr, 0); });
+                record(work, name + "encode_" + std::to_string(more),
+                       [&] { type->encode(message.get(), buffer.data(), buffer.size(), nullptr, nullptr, 0); });
             }
             Bytes buffer(whole.size());
             std::uint32_t count = 0;
-            work[name + "encode_and_count"] =
-                work_of([&] { type->encode(message.get(), buffer.data(), buffer.size(), nullptr, &count, 0); });
-            work[name + "encode_by_reference"] =
-                work_of([&] { type->encode(message.get(), buffer.data(), buffer.size(), nullptr, nullptr, 1); });
-            work[name + "measure"] = work_of([&] { type->encode(message.get(), nullptr, 0, nullptr, nullptr, 0); });
+            record(work, name + "encode_and_count",
+                   [&] { type->encode(message.get(), buffer.data(), buffer.size(), nullptr, &count, 0); });
+            record(work, name + "encode_by_reference",
+                   [&] { type->encode(message.get(), buffer.data(), buffer.size(), nullptr, nullptr, 1); });
+            record(work, name + "measure", [&] { type->encode(message.get(), nullptr, 0, nullptr, nullptr, 0); });
             Ledger ledger;
             Storage decoded(*type), copy(*type);
-            work[name + "decode"] =
-                work_of([&] { type->decode(decoded.get(), whole.data(), whole.size(), Ledger::alloc, &ledger, 0); });
-            work[name + "duplicate"] =
-                work_of([&] { type->duplicate(copy.get(), decoded.get(), Ledger::alloc, &ledger); });
-            work[name + "free"] = work_of([&] { type->free(copy.get(), Ledger::release, &ledger, 0); });
+            record(work, name + "decode",
+                   [&] { type->decode(decoded.get(), whole.data(), whole.size(), Ledger::alloc, &ledger, 0); });
+            record(work, name + "duplicate",
+                   [&] { type->duplicate(copy.get(), decoded.get(), Ledger::alloc, &ledger); });
+            record(work, name + "free", [&] { type->free(copy.get(), Ledger::release, &ledger, 0); });
             type->free(decoded.get(), Ledger::release, &ledger, 0);
         }
         // The longest string that is drafted, which random messages seldom have.
         ShapedMessage message(*type);
         message.fill({1, 24, 2});
         Bytes buffer(encoded(*type, message.get()).size());
-        work[type->name + ".strings_of_24"] =
-            work_of([&] { type->encode(message.get(), buffer.data(), buffer.size(), nullptr, nullptr, 0); });
+        record(work, type->name + ".strings_of_24",
+               [&] { type->encode(message.get(), buffer.data(), buffer.size(), nullptr, nullptr, 0); });
         const Bytes unknown = message_field(1000, {0x01});
         Storage decoded(*type);
-        work[type->name + ".unknown_field"] =
-            work_of([&] { type->decode(decoded.get(), unknown.data(), unknown.size(), nullptr, nullptr, 0); });
+        record(work, type->name + ".unknown_field",
+               [&] { type->decode(decoded.get(), unknown.data(), unknown.size(), nullptr, nullptr, 0); });
     }
     return work;
 }
