@@ -5,14 +5,6 @@
 namespace vesk {
 namespace {
 
-// Steps over continuation bytes up to and including the first byte without bit 7. Null if there is none before `end`.
-const std::uint8_t* skip_continuation(const std::uint8_t* at, const std::uint8_t* end) {
-    while (at < end) {
-        if (*at++ < 0x80) return at;
-    }
-    return nullptr;
-}
-
 // Steps over `length` bytes, or to `end` if there are fewer.
 const std::uint8_t* skip_bytes(std::uint64_t length, const std::uint8_t* at, const std::uint8_t* end) {
     return length < static_cast<std::uint64_t>(end - at) ? at + length : end;
@@ -33,7 +25,7 @@ const std::uint8_t* read_long_varint32(const std::uint8_t* at, const std::uint8_
             return at;
         }
     }
-    at = skip_continuation(at, end);
+    at = skip_varint(at, end);
     if (at != nullptr) *value = result;
     return at;
 }
@@ -49,7 +41,7 @@ const std::uint8_t* read_long_varint64(const std::uint8_t* at, const std::uint8_
             return at;
         }
     }
-    at = skip_continuation(at, end);
+    at = skip_varint(at, end);
     if (at != nullptr) *value = result;
     return at;
 }
@@ -148,7 +140,7 @@ std::uint8_t* put_long_length_before(std::uint8_t* at, std::uint64_t length) {
 
 Step skip_field(std::uint32_t wire_type, const std::uint8_t* at, const std::uint8_t* end) {
     switch (wire_type) {
-        case varint_type: at = skip_continuation(at, end); return {at, at != nullptr ? VESK_OK : VESK_MALFORMED};
+        case varint_type: at = skip_varint(at, end); return {at, at != nullptr ? VESK_OK : VESK_MALFORMED};
         case fixed64_type: return {skip_bytes(8, at, end), VESK_OK};
         case length_type: {
             std::uint32_t length;

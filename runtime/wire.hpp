@@ -65,6 +65,14 @@ inline const std::uint8_t* read_varint32(const std::uint8_t* at, const std::uint
     return read_long_varint32(at, end, value);
 }
 
+// Steps over a varint of any length, or what is left of one; null if it runs past `end`.
+inline const std::uint8_t* skip_varint(const std::uint8_t* at, const std::uint8_t* end) {
+    while (at < end) {
+        if (*at++ < 0x80) return at;
+    }
+    return nullptr;
+}
+
 // A varint's value and the position after it, which is null if the varint runs past `end`.
 struct Varint {
     const std::uint8_t* at;

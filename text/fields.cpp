@@ -1,29 +1,15 @@
 #include "text/fields.hpp"
 
-#include <vesk/drin_eid.h>
-
-#include "toolkit/types.hpp"
+#include "toolkit/encoded.hpp"
 
 namespace vesk {
 
 // ---- In a structure ------------------------------------------------------------------------------------------------
 
-bool has_content(const vesk_type* type, const void* message) {
-    if (is_elsewhere(type)) {
-        const vesk_type* const described = describe_elsewhere();
-        if (described == nullptr) {
-            return vesk_drin_eid_st_encode_ext(static_cast<const vesk_drin_eid_st*>(message), nullptr, 0, nullptr,
-                                               nullptr, 0) != 0;
-        }
-        type = described;
-    }
-    return StructureFields(type, {static_cast<const std::uint8_t*>(message)}).next(0) != nullptr;
-}
-
 Data StructureFields::data(const vesk_field* field) const {
-    const std::uint8_t* const at = load_member<const std::uint8_t*>(message_, field->offset);
-    if (field->kind == VESK_KIND_STRING) return {at, std::strlen(reinterpret_cast<const char*>(at))};
-    return {at, load_member<std::uint64_t>(message_, field->size_offset)};
+    if (field->kind == VESK_KIND_BYTES) return load_data(field, message_);
+    const char* const string = load_string(field, message_);
+    return {reinterpret_cast<const std::uint8_t*>(string), std::strlen(string)};
 }
 
 // ---- In encoded bytes ----------------------------------------------------------------------------------------------
@@ -63,17 +49,14 @@ const std::uint8_t* EncodedFields::note(const vesk_field* field, const std::uint
         for (Content content{}; elements.next(&content);) continue;
         return elements.next_tag();
     }
-    return field->kind <= VESK_KIND_BOOL ? skip_field(varint_type, at, end_).at : read_content(at, end_).end;
+    return field->kind <= VESK_KIND_BOOL ? skip_varint(at, end_) : read_content(at, end_).end;
 }
 
-// A list goes on for as long as the field number stays: the wire type of its tags is not looked at, as in decode.
 bool EncodedFields::Elements::next(Content* content) {
     if (at_ == nullptr) return false;
     *content = read_content(at_, end_);
     next_tag_ = content->end;
-    const Varint tag = read_tag(next_tag_, end_);
-    const bool goes_on = tag.at != nullptr && field_number_of_tag(static_cast<std::uint32_t>(tag.value)) == number_;
-    at_ = goes_on ? tag.at : nullptr;
+    at_ = next_element(number_, next_tag_, end_);
     return true;
 }
 

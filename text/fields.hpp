@@ -14,27 +14,11 @@
 #include <cstring>
 
 #include "runtime/wire.hpp"
+#include "toolkit/message.hpp"
 
 namespace vesk {
 
-struct Data {
-    const std::uint8_t* at;
-    std::uint64_t length;
-};
-
-constexpr std::uint32_t most_fields = 64;
-
 // ---- In a structure ------------------------------------------------------------------------------------------------
-
-template <class Member>
-Member load_member(const void* message, std::uint32_t offset) {
-    Member member;
-    std::memcpy(&member, static_cast<const std::uint8_t*>(message) + offset, sizeof member);
-    return member;
-}
-
-// Whether encoding the message would write anything; of an identifier that nobody describes its library says so.
-bool has_content(const vesk_type* type, const void* message);
 
 class StructureFields {
 public:
@@ -42,21 +26,19 @@ public:
         const std::uint8_t* message;
     };
 
-    StructureFields(const vesk_type* type, Content content) : type_(type), message_(content.message) {}
+    StructureFields(const vesk_type* type, Content content)
+        : type_(type), message_(content.message), presence_(load_presence(type, content.message)) {}
 
     const vesk_field* next(std::uint32_t place) const {
         for (; place < type_->field_count; ++place) {
             const vesk_field* const field = vesk_type_field(type_, place);
-            if (has(field)) return field;
+            if (is_encoded(presence_, field, message_)) return field;
         }
         return nullptr;
     }
     std::uint64_t number(const vesk_field* field) const {
-        switch (field->kind) {
-            case VESK_KIND_UINT32: return load_member<std::uint32_t>(message_, field->offset);
-            case VESK_KIND_UINT64: return load_member<std::uint64_t>(message_, field->offset);
-            default: return message_[field->offset] != 0;
-        }
+        const std::uint64_t value = load_scalar(field, message_);
+        return field->kind == VESK_KIND_BOOL ? value != 0 : value;
     }
     Data data(const vesk_field* field) const;
     Content nested(const vesk_field* field) const { return {message_ + field->offset}; }
@@ -79,25 +61,14 @@ public:
         std::uint32_t size_;
     };
     Elements elements(const vesk_field* field) const {
-        return {load_member<const std::uint8_t*>(message_, field->offset),
-                load_member<std::uint32_t>(message_, field->size_offset), vesk_field_nested(field)->structure_size};
+        const List list = load_list(field, message_);
+        return {static_cast<const std::uint8_t*>(list.array), list.count, list.type->structure_size};
     }
 
 private:
-    bool has(const vesk_field* field) const {
-        const std::uint32_t byte = type_->presence_offset + field->presence_bit / 8u;
-        const bool is_marked = (message_[byte] >> field->presence_bit % 8 & 1) != 0;
-        if (field->kind == VESK_KIND_MESSAGE) {
-            return is_marked || has_content(vesk_field_nested(field), message_ + field->offset);
-        }
-        if (!is_marked) return false;
-        if (field->kind == VESK_KIND_STRING) return load_member<const char*>(message_, field->offset) != nullptr;
-        if (field->kind == VESK_KIND_LIST) return load_member<std::uint32_t>(message_, field->size_offset) != 0;
-        return true;
-    }
-
     const vesk_type* type_;
     const std::uint8_t* message_;
+    std::uint64_t presence_;
 };
 
 // ---- In encoded bytes ----------------------------------------------------------------------------------------------

@@ -40,8 +40,6 @@ struct Owned {
     std::uint64_t blocks;
 };
 
-constexpr std::uint32_t most_fields = 64;
-
 inline void ask_for(Check& check, std::uint64_t size) {
     check.owned_bytes += size;
     check.owned_blocks += 1;
@@ -151,14 +149,6 @@ const std::uint8_t* check_list(Check& check, const vesk_field* field, const Plac
         if (at == nullptr) return nullptr;
     }
     return at;
-}
-
-// Steps over a varint; null if it runs past `end`.
-inline const std::uint8_t* skip_varint(const std::uint8_t* at, const std::uint8_t* end) {
-    while (at < end) {
-        if (*at++ < 0x80) return at;
-    }
-    return nullptr;
 }
 
 // A tag that no field of the message has, but perhaps its number.

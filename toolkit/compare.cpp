@@ -70,27 +70,6 @@ bool is_same_value(const vesk_field* field, const void* left, const void* right)
            (one.length == 0 || std::memcmp(one.at, other.at, static_cast<std::size_t>(one.length)) == 0);
 }
 
-// ---- Nested messages that are encoded with content alone -----------------------------------------------------------
-
-bool has_content(const vesk_type* type, const void* message);
-
-bool is_encoded(std::uint64_t presence, const vesk_field* field, const void* message) {
-    if (field->kind != VESK_KIND_MESSAGE) return is_written(presence, field, message);
-    return is_marked(presence, field) || has_content(vesk_field_nested(field), member_at(message, field->offset));
-}
-
-bool has_content(const vesk_type* type, const void* message) {
-    const vesk_type* const described = describe(type);
-    if (described == nullptr) return measure_identifier(message) != 0;
-    const std::uint64_t presence = load_presence(described, message);
-    const vesk_field* field = vesk_type_field(described, 0);
-    for (std::uint32_t left = described->field_count; left != 0; --left) {
-        if (is_encoded(presence, field, message)) return true;
-        field = next_row(described, field);
-    }
-    return false;
-}
-
 // ---- Identifiers that nobody describes -----------------------------------------------------------------------------
 
 // By their encodings, of which two must fit into the memory at hand.

@@ -6,6 +6,7 @@
 #include "runtime/wire.hpp"
 #include "toolkit/message.hpp"
 #include "toolkit/path.hpp"
+#include "toolkit/utf8.hpp"
 
 namespace vesk {
 namespace {
@@ -27,32 +28,6 @@ void report(Lint& lint, std::int32_t finding, const Place* place) {
     char path[VESK_PATH_SIZE];
     print_path(place, path);
     lint.stopped = lint.on_finding(finding, path, lint.context) != 0;
-}
-
-// ---- Strings -------------------------------------------------------------------------------------------------------
-
-constexpr bool is_continuation(std::uint8_t byte) { return (byte & 0xC0) == 0x80; }
-
-// Steps over a character of two bytes or more; null if it is none: cut short, longer than need be, a surrogate, or past
-// the last there is. The NUL at the end is no continuation, so nothing after it is read.
-const std::uint8_t* skip_long_character(const std::uint8_t* at) {
-    const std::uint8_t first = at[0];
-    const std::uint8_t second = at[1];
-    if (first < 0xC2 || first > 0xF4 || !is_continuation(second)) return nullptr;
-    if (first < 0xE0) return at + 2;
-    if (first == 0xE0 && second < 0xA0) return nullptr;
-    if (first == 0xED && second > 0x9F) return nullptr;
-    if (!is_continuation(at[2])) return nullptr;
-    if (first < 0xF0) return at + 3;
-    if (first == 0xF0 && second < 0x90) return nullptr;
-    if (first == 0xF4 && second > 0x8F) return nullptr;
-    return is_continuation(at[3]) ? at + 4 : nullptr;
-}
-
-bool is_utf8(const char* characters) {
-    const std::uint8_t* at = reinterpret_cast<const std::uint8_t*>(characters);
-    while (at != nullptr && *at != 0) at = *at < 0x80 ? at + 1 : skip_long_character(at);
-    return at != nullptr;
 }
 
 // ---- Fields --------------------------------------------------------------------------------------------------------
@@ -85,8 +60,10 @@ std::uint64_t lint_string(Lint& lint, const Place& place, bool marked, const cha
         report(lint, VESK_LINT_NULL_STRING, &place);
         return 0;
     }
-    if (!is_utf8(characters)) report(lint, VESK_LINT_NOT_UTF8, &place);
-    return measure_content(lint, place.field->tag, std::strlen(characters), place);
+    const std::size_t length = std::strlen(characters);
+    const std::uint8_t* const begin = reinterpret_cast<const std::uint8_t*>(characters);
+    if (find_not_utf8(begin, begin + length) != begin + length) report(lint, VESK_LINT_NOT_UTF8, &place);
+    return measure_content(lint, place.field->tag, length, place);
 }
 
 std::uint64_t lint_bytes(Lint& lint, const Place& place, bool marked, Data data) {

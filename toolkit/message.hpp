@@ -42,11 +42,12 @@ inline const char* load_string(const vesk_field* field, const void* message) {
 
 // The data of a bytes field.
 struct Data {
-    const void* at;
+    const std::uint8_t* at;
     std::uint64_t length;
 };
 inline Data load_data(const vesk_field* field, const void* message) {
-    return {load_member<const void*>(message, field->offset), load_member<std::uint64_t>(message, field->size_offset)};
+    return {load_member<const std::uint8_t*>(message, field->offset),
+            load_member<std::uint64_t>(message, field->size_offset)};
 }
 
 struct List {
@@ -81,18 +82,23 @@ inline bool is_marked(std::uint64_t presence, const vesk_field* field) {
     return (presence >> field->presence_bit & 1) != 0;
 }
 
-// Whether a field is encoded. A nested message has another rule: it is with its bit or with content.
+// Whether a field that is no nested message is encoded.
 inline bool is_written(std::uint64_t presence, const vesk_field* field, const void* message) {
     if (!is_marked(presence, field)) return false;
     if (field->kind == VESK_KIND_STRING) return load_string(field, message) != nullptr;
     return field->kind != VESK_KIND_LIST || load_list(field, message).count != 0;
 }
 
-// ---- Identifiers ---------------------------------------------------------------------------------------------------
+// Whether encoding the message would write anything; of an identifier that nobody describes its library says so.
+bool has_content(const vesk_type* type, const void* message);
 
-// The type whose fields can be looked at: that itself, or of an identifier the description that its library brings.
-// Null if there is none.
-inline const vesk_type* describe(const vesk_type* type) { return is_elsewhere(type) ? describe_elsewhere() : type; }
+// Whether a field is encoded: a nested message with its bit or with content.
+inline bool is_encoded(std::uint64_t presence, const vesk_field* field, const void* message) {
+    if (field->kind != VESK_KIND_MESSAGE) return is_written(presence, field, message);
+    return is_marked(presence, field) || has_content(vesk_field_nested(field), member_at(message, field->offset));
+}
+
+// ---- Identifiers ---------------------------------------------------------------------------------------------------
 
 inline std::uint64_t measure_identifier(const void* identifier) {
     return vesk_drin_eid_st_encode_ext(static_cast<const vesk_drin_eid_st*>(identifier), nullptr, 0, nullptr, nullptr,

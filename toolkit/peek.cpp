@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "runtime/wire.hpp"
+#include "toolkit/encoded.hpp"
 #include "toolkit/options.hpp"
 #include "toolkit/types.hpp"
 
@@ -58,8 +59,6 @@ PathStep read_step(const vesk_type* type, const char* path) {
     return step;
 }
 
-const vesk_type* describe(const vesk_type* type) { return is_elsewhere(type) ? describe_elsewhere() : type; }
-
 // VESK_OK if a message of this type can have such a path. `*last` becomes its last field; null if it has none.
 std::int32_t check_path(const vesk_type* type, const char* path, const vesk_field** last) {
     *last = nullptr;
@@ -82,22 +81,6 @@ struct Range {
     const std::uint8_t* at;
     const std::uint8_t* end;
 };
-
-const std::uint8_t* skip_varint(const std::uint8_t* at, const std::uint8_t* end) {
-    while (at < end) {
-        if (*at++ < 0x80) return at;
-    }
-    return nullptr;
-}
-
-// Steps to the next element of a list, `at` being the position after an element: the position after the tag of the next
-// one, or null if the list ends here. Only field numbers are compared, as in decode.
-const std::uint8_t* next_element(std::uint32_t number, const std::uint8_t* at, const std::uint8_t* end) {
-    if (at == end) return nullptr;
-    const Varint tag = read_tag(at, end);
-    if (tag.at == nullptr || field_number_of_tag(static_cast<std::uint32_t>(tag.value)) != number) return nullptr;
-    return tag.at;
-}
 
 // Steps over a field's content, a list as a whole, `at` being the position after the tag.
 const std::uint8_t* skip_content(const vesk_field* field, const std::uint8_t* at, const std::uint8_t* end) {
