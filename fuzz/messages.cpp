@@ -123,4 +123,11 @@ void distort(const TypeInfo& type, void* message, std::uint32_t seed) {
     for_every_field(type, message, distortion);
 }
 
+std::uint8_t* take_distorted(const Input& input, Pool& structures, Pool& pool) {
+    std::uint8_t* const message = structures.take(input.type->size);
+    if (input.type->decode(message, input.message, input.length, Pool::alloc, &pool, 0) != VESK_OK) return nullptr;
+    distort(*input.type, message, input.distortion);
+    return message;
+}
+
 }  // namespace vesk::fuzz

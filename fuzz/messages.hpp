@@ -3,6 +3,7 @@
 
 #include <functional>
 
+#include "fuzz/input.hpp"
 #include "fuzz/pool.hpp"
 #include "tests/support/type_info.hpp"
 
@@ -55,6 +56,10 @@ std::uint8_t spare_bits(const TypeInfo& type, const void* message);
 // Changes a message as a careless caller might: presence bits against what the members hold, flags of any byte, strings
 // taken away, lists and data cut short. `seed` chooses; 0 leaves the message alone.
 void distort(const TypeInfo& type, void* message, std::uint32_t seed);
+
+// The message of an input, decoded by copying and then distorted as the input says; null if it does not decode. It lies
+// in `structures`, its blocks in `pool`.
+std::uint8_t* take_distorted(const Input& input, Pool& structures, Pool& pool);
 
 // The length of the encoding.
 inline std::uint64_t measured(const TypeInfo& type, const void* message, std::uint32_t flags = 0) {

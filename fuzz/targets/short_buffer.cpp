@@ -121,9 +121,8 @@ void check(const Input& input) {
     structures.reset();
     pool.reset();
     const TypeInfo& type = *input.type;
-    std::uint8_t* message = structures.take(type.size);
-    if (type.decode(message, input.message, input.length, Pool::alloc, &pool, 0) != VESK_OK) return;
-    distort(type, message, input.distortion);
+    std::uint8_t* message = take_distorted(input, structures, pool);
+    if (message == nullptr) return;
 
     Encoder encoder(type, message, input.flags, structures);
     const std::uint64_t room = input.room % (encoder.length() + 3);

@@ -1,5 +1,7 @@
 #include "tests/text/calls.hpp"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <memory>
 #include <stdexcept>
@@ -78,6 +80,22 @@ const TypeInfo& type_named(const std::string& name) {
     const TypeInfo* const type = find_type(name);
     if (type == nullptr) throw std::out_of_range("no type " + name);
     return *type;
+}
+
+std::string outcome(Format format, const Row& row, std::uint32_t flags) {
+    const Parsed parsed(format, type_named(row.type), row.text, flags);
+    if (parsed.code != VESK_OK) {
+        EXPECT_NE(std::string(parsed.report.reason), "");
+        EXPECT_EQ(parsed.ledger.requests_made(), 0u) << "a bad text asks for a block: " << row.text;
+        EXPECT_TRUE(is_clear(parsed.type, parsed.message.get())) << row.text;
+        return vesk_text_result_name(parsed.code) + parsed.verdict().substr(std::to_string(parsed.code).size());
+    }
+    EXPECT_EQ(std::string(parsed.report.reason), "");
+    return print(format, facts_of(parsed.type), parsed.message.get(), flags | VESK_TEXT_ONE_LINE).text;
+}
+
+void expect_outcomes(Format format, const std::vector<Row>& rows, std::uint32_t flags) {
+    for (const Row& row : rows) EXPECT_EQ(outcome(format, row, flags), row.expected) << row.type << ": " << row.text;
 }
 
 }  // namespace vesk::test

@@ -55,6 +55,17 @@ struct Parsed {
     std::int32_t code;
 };
 
+// A text, and the message that it gives, printed in one line, or the code, path, line and column of the error.
+struct Row {
+    const char* type;
+    std::string text;
+    std::string expected;
+};
+
+// What parsing a row's text comes to, in the words of `expected`; a bad text must ask for no block.
+std::string outcome(Format format, const Row& row, std::uint32_t flags = 0);
+void expect_outcomes(Format format, const std::vector<Row>& rows, std::uint32_t flags = 0);
+
 // For tests of one type: the type by its name, or an exception.
 const TypeInfo& type_named(const std::string& name);
 
