@@ -99,8 +99,8 @@ bool compare_encodings(Comparison& comparison, const vesk_type* type, const Plac
 
 // ---- The walk over both --------------------------------------------------------------------------------------------
 
-bool compare_fields(Comparison& comparison, const vesk_type* type, const Place* outer, const void* left,
-                    const void* right);
+bool compare_fields(Comparison& comparison, const vesk_type* type, const Place* outer, const void* left_message,
+                    const void* right_message);
 
 bool compare_messages(Comparison& comparison, const vesk_type* type, const Place* place, const void* left,
                       const void* right) {

@@ -32,8 +32,7 @@ int main(void) {
     int32_t code = vesk_iterate(&sensors, type, "sensor_list", buffer, length, NULL);
     if (code != VESK_OK) return fprintf(stderr, "%s\n", vesk_toolkit_result_text(code)), 1;
     while (vesk_next(&sensors, &sensor)) {
-        code = vesk_peek(sensor.type, "entity_common.f2", sensor.data, sensor.length, &value, NULL);
-        if (code != VESK_OK) continue;
+        if (vesk_peek(sensor.type, "entity_common.f2", sensor.data, sensor.length, &value, NULL) != VESK_OK) continue;
         const int is_fan = value.length >= 4 && memcmp(value.data, "fan/", 4) == 0;
         printf("%.*s: %llu bytes to the %s\n", (int)value.length, (const char*)value.data,
                (unsigned long long)sensor.length, is_fan ? "fan manager" : "power manager");

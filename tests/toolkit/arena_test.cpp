@@ -134,9 +134,9 @@ TEST(arena, reset_keeps_the_memory_for_the_next_message) {
 }
 
 TEST(arena, blocks_do_not_overlap_whatever_is_asked_for) {
-    std::mt19937_64 random(7);
     BlockArena it;
-    for (int round = 0; round < 50; ++round) {
+    for (std::uint64_t seed = 1; seed <= 50; ++seed) {
+        std::mt19937_64 random(seed);
         std::vector<std::pair<unsigned char*, std::uint64_t>> blocks;
         for (int i = 0; i < 100; ++i) {
             const std::uint64_t size = random() % (std::uint64_t{1} << random() % 16);
@@ -172,7 +172,6 @@ TEST(arena, decode_of_an_attackers_list_ends_in_no_memory_at_the_limit) {
 }
 
 TEST(arena, closing_gives_back_every_block_without_a_free) {
-    std::mt19937_64 random(3);
     for (const TypeInfo* type : all_types()) {
         BlockArena it;
         for (std::uint64_t seed = 1; seed <= 10; ++seed) {

@@ -81,8 +81,7 @@ struct List {
     }
 };
 
-class gather_posix : public ::testing::Test {
-protected:
+struct gather_posix : ::testing::Test {
     gather_posix() { the_system = &system; }
     System system;
 };

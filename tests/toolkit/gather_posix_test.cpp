@@ -22,6 +22,8 @@ struct Pair {
         if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) throw std::bad_alloc();
         setsockopt(ends[0], SOL_SOCKET, SO_SNDBUF, &room, sizeof room);
     }
+    Pair(const Pair&) = delete;
+    Pair& operator=(const Pair&) = delete;
     ~Pair() {
         hang_up(0);
         hang_up(1);

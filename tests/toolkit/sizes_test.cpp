@@ -41,8 +41,7 @@ std::map<std::string, std::map<std::string, std::uint64_t>> read_sizes() {
 // Fills every byte of the numbers, and marks every field: nothing is longer. False if the type has something without a
 // longest encoding.
 bool fill_with_the_longest(const TypeInfo& type, void* message) {
-    for (std::size_t i = 0; i < type.fields.size(); ++i) {
-        const FieldInfo& field = type.fields[i];
+    for (const FieldInfo& field : type.fields) {
         if (field.kind == Kind::uint32) store<std::uint32_t>(message, field.offset, UINT32_MAX);
         if (field.kind == Kind::uint64) store<std::uint64_t>(message, field.offset, UINT64_MAX);
         if (field.kind == Kind::boolean) store<std::uint8_t>(message, field.offset, 0xFF);
