@@ -50,7 +50,7 @@ double median(std::vector<double> values) {
 
 // The first entry is what the others are compared with.
 void compare(const std::string& title, std::vector<Entry> entries) {
-    std::mt19937 random(1);
+    std::mt19937 random(static_cast<unsigned>(entries.size()));
     std::vector<std::size_t> order(entries.size());
     for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
     for (int round = -1; round < rounds; ++round) {
@@ -185,7 +185,7 @@ struct RapidEvents : rapidjson::BaseReaderHandler<rapidjson::UTF8<>, RapidEvents
     bool Key(const char*, rapidjson::SizeType length, bool) { return seen += length, true; }
     bool String(const char*, rapidjson::SizeType length, bool) { return seen += length, true; }
     bool RawNumber(const char*, rapidjson::SizeType length, bool) { return seen += length, true; }
-    bool Default() { return true; }
+    static bool Default() { return true; }
 };
 
 bool read_by_rapidjson(const std::string& text) {

@@ -23,7 +23,7 @@ consteval std::size_t end_of_chunk(std::size_t first, std::size_t last) {
 
 // Four sizes at once, of which the sum counts. Compilers make of it what the processor has.
 // Never by value: how a vector is handed over depends on the processor's options.
-typedef std::uint32_t Lanes __attribute__((vector_size(16)));
+using Lanes = std::uint32_t __attribute__((vector_size(16)));
 
 VESK_INLINE std::uint64_t sum_of_lanes(const Lanes& lanes) {
     std::uint64_t pairs[2];

@@ -160,6 +160,7 @@ void mark(Message& message, std::initializer_list<unsigned> bits) {
 // Messages of each sort that holds identifiers. Some identifiers write less than they measure, and leave bytes of the
 // buffer as they were; some measure nothing.
 struct Samples {
+    ~Samples() = default;
     Samples() {
         registration.eid = identifier(3, 0, 2);
         mark(registration, {VESK_REGISTER_CONTAINER_EID_DATA_F1, VESK_REGISTER_CONTAINER_EID_DATA_F3});

@@ -279,17 +279,18 @@ void expect_same_encoding(const TypeInfo& type, const void* message) {
         for (const std::uint64_t room : {std::uint64_t{0}, std::uint64_t{60}, length / 2, length, length + 40}) {
             if (room > 100000) continue;
             Bytes expected(room, 0xEE), buffer(room, 0xEE);
-            for (const int capacity : {-1, 0, 1, 3}) {  // -1 for no list
-                std::uint32_t expected_count = capacity > 0 ? static_cast<std::uint32_t>(capacity) : 0;
+            for (const int list_capacity : {-1, 0, 1, 3}) {  // -1 for no list
+                std::uint32_t expected_count = list_capacity > 0 ? static_cast<std::uint32_t>(list_capacity) : 0;
                 std::uint32_t count = expected_count;
                 std::vector<vesk_segment> list(4);
-                vesk_segment* const segments = capacity > 0 ? list.data() : nullptr;
+                vesk_segment* const segments = list_capacity > 0 ? list.data() : nullptr;
                 eid_writes().clear();
                 const std::uint64_t result = interpreter::encode(table_type, message, expected.data(), room, segments,
-                                                                 capacity >= 0 ? &expected_count : nullptr, flags);
+                                                                 list_capacity >= 0 ? &expected_count : nullptr, flags);
                 const std::string expected_writes = std::exchange(eid_writes(), {});
-                ASSERT_EQ(type.encode(message, buffer.data(), room, segments, capacity >= 0 ? &count : nullptr, flags),
-                          result);
+                ASSERT_EQ(
+                    type.encode(message, buffer.data(), room, segments, list_capacity >= 0 ? &count : nullptr, flags),
+                    result);
                 ASSERT_EQ(eid_writes(), expected_writes) << room;
                 ASSERT_EQ(to_hex(buffer), to_hex(expected)) << room;
                 ASSERT_EQ(count, expected_count) << room;

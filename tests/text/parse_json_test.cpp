@@ -185,7 +185,7 @@ TEST(json_parse, escapes_and_surrogate_pairs_are_decoded) {
 TEST(json_parse, half_of_a_surrogate_pair_is_an_error) {
     for (const char* bad : {"\\ud83d", "\\ud83dx", "\\ud83d\\n", "\\ud83d\\u0041", "\\ud83d\\ud83d", "\\ude00",
                             "\\ude00\\ud83d", "\\udc80"}) {
-        const Parsed parsed(Format::json, type_named("inv_policy"), "{\"f1\":\"" + std::string(bad) + "\"}");
+        const Parsed parsed(Format::json, type_named("inv_policy"), R"({"f1":")" + std::string(bad) + "\"}");
         EXPECT_EQ(parsed.code, VESK_TEXT_NOT_UTF8) << bad;
         EXPECT_EQ(std::string(parsed.report.path), "f1");
         EXPECT_EQ(parsed.ledger.requests_made(), 0u);

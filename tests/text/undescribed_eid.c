@@ -4,7 +4,8 @@
 
 uint64_t vesk_drin_eid_st_encode_ext(const vesk_drin_eid_st* message, void* buffer, uint64_t length,
                                      vesk_segment* segments, uint32_t* segment_count, uint32_t flags) {
-    (void)segments, (void)segment_count, (void)flags;
+    (void)segments, (void)flags;
+    if (segment_count != NULL) *segment_count = 0;
     const uint64_t stored = message->f1 < length ? message->f1 : length;
     if (stored != 0) memset(buffer, 0, stored);
     return message->f1;

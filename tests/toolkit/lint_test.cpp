@@ -239,6 +239,17 @@ TEST(lint, search_ends_where_the_callback_asks_to) {
     }
 }
 
+bool holds_a_value(const FieldAt& at) {
+    switch (at.field->kind) {
+        case VESK_KIND_UINT32: return at.get<std::uint32_t>() != 0;
+        case VESK_KIND_UINT64: return at.get<std::uint64_t>() != 0;
+        case VESK_KIND_BOOL: return at.get<std::uint8_t>() != 0;
+        case VESK_KIND_STRING: return at.get<const char*>() != nullptr;
+        case VESK_KIND_BYTES: return at.get_size<std::uint64_t>() != 0;
+        default: return at.get_size<std::uint32_t>() != 0;
+    }
+}
+
 TEST(lint, random_messages_are_found_if_a_value_stands_without_its_bit) {
     std::size_t clean = 0;
     for (const TypeInfo* type : all_types()) {
@@ -248,13 +259,7 @@ TEST(lint, random_messages_are_found_if_a_value_stands_without_its_bit) {
             const vesk_type* facts = facts_of(type->name);
             for_every_field(facts, message.get(), [&](const FieldAt& at) {
                 if (at.is_marked() || at.field->kind == VESK_KIND_MESSAGE) return;
-                const bool set = at.field->kind == VESK_KIND_UINT32   ? at.get<std::uint32_t>() != 0
-                                 : at.field->kind == VESK_KIND_UINT64 ? at.get<std::uint64_t>() != 0
-                                 : at.field->kind == VESK_KIND_BOOL   ? at.get<std::uint8_t>() != 0
-                                 : at.field->kind == VESK_KIND_STRING ? at.get<const char*>() != nullptr
-                                 : at.field->kind == VESK_KIND_BYTES  ? at.get_size<std::uint64_t>() != 0
-                                                                      : at.get_size<std::uint32_t>() != 0;
-                forgotten = forgotten || set;
+                forgotten = forgotten || holds_a_value(at);
             });
             bool found = false;
             for (const Finding& finding : lint(facts, message.get())) found |= finding.finding == VESK_LINT_NOT_MARKED;

@@ -139,9 +139,9 @@ TEST(compare_undescribed, small_identifiers_are_compared_by_their_encodings) {
 
 TEST(compare_undescribed, larger_ones_are_opaque_without_scratch_memory_for_two) {
     EXPECT_EQ(compare(identifier(257), identifier(257)), VESK_OPAQUE);
-    EXPECT_EQ(compare(identifier(257), identifier(257), 2u * 257 - 1), VESK_OPAQUE);
-    EXPECT_EQ(compare(identifier(257), identifier(257), 2u * 257), 1);
-    EXPECT_EQ(compare(identifier(257), identifier(257, 256), 2u * 257), 0);
+    EXPECT_EQ(compare(identifier(257), identifier(257), std::uint64_t{2} * 257 - 1), VESK_OPAQUE);
+    EXPECT_EQ(compare(identifier(257), identifier(257), std::uint64_t{2} * 257), 1);
+    EXPECT_EQ(compare(identifier(257), identifier(257, 256), std::uint64_t{2} * 257), 0);
     EXPECT_EQ(compare(identifier(UINT32_MAX), identifier(UINT32_MAX)), VESK_OPAQUE);
     EXPECT_EQ(compare(identifier(257), identifier(258)), 0) << "their lengths say it";
 }

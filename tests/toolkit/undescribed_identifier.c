@@ -5,7 +5,8 @@
 
 uint64_t vesk_drin_eid_st_encode_ext(const vesk_drin_eid_st* message, void* buffer, uint64_t length,
                                      vesk_segment* segments, uint32_t* segment_count, uint32_t flags) {
-    (void)message, (void)buffer, (void)length, (void)segments, (void)segment_count, (void)flags;
+    (void)message, (void)buffer, (void)length, (void)segments, (void)flags;
+    if (segment_count != NULL) *segment_count = 0;
     return 0;
 }
 

@@ -10,6 +10,7 @@
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <vesk/client_service.h>
 
 #include <algorithm>
 #include <functional>

@@ -155,6 +155,7 @@ public:
     }
     FullMessage(const FullMessage&) = delete;
     FullMessage& operator=(const FullMessage&) = delete;
+    ~FullMessage() = default;
 
     void* get() const { return structure_.before_end(type_.size); }
     void forbid_writing() const {

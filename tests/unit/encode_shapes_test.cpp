@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <iterator>
 
 #include "client_service/client_service_fields.hpp"
 #include "runtime/encode.hpp"
@@ -98,14 +99,14 @@ std::vector<std::uint64_t> edges() {
 // The values of four scalars: all alike, and each in turn another than the others.
 std::vector<std::vector<std::uint64_t>> values_of_rows() {
     std::vector<std::vector<std::uint64_t>> all;
-    for (const std::uint64_t value : edges()) all.push_back(std::vector<std::uint64_t>(4, value));
+    for (const std::uint64_t value : edges()) all.emplace_back(4, value);
     for (std::size_t other = 0; other < 4; ++other) {
         for (const auto& [most, one] : {std::pair<std::uint64_t, std::uint64_t>{1, 0x80},
                                         {1, 0x4000},
                                         {0x3FFF, 0x4000},
                                         {1, UINT64_MAX},
                                         {UINT64_MAX, 1}}) {
-            all.push_back(std::vector<std::uint64_t>(4, most));
+            all.emplace_back(4, most);
             all.back()[other] = one;
         }
     }
@@ -277,7 +278,7 @@ void expect_draft_stays_in_its_class(const void* message, std::uint32_t flags) {
         // An element's head is put before it, up to 8 bytes before that are spoiled; 16 are read from the last on.
         EXPECT_GE(before, Book::size.bytes + 7 + 8);
         EXPECT_GE(after, 16u);
-        EXPECT_GE(sizeof book.inserts / sizeof *book.inserts, 1 + Book::size.inserts);
+        EXPECT_GE(std::size(book.inserts), 1 + Book::size.inserts);
     }
 }
 
