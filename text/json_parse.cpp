@@ -83,7 +83,7 @@ bool decode_base64(std::uint8_t* text, std::uint64_t* length) {
     for (std::uint64_t i = 0; i < digits; ++i) {
         const std::uint32_t value = value_of_digit(text[i]);
         if (value == 64) return false;
-        bits = bits << 6 | value;
+        bits = (bits & 0x3F) << 6 | value;  // up to 6 of the last digit's are left
         bit_count += 6;
         if (bit_count < 8) continue;
         bit_count -= 8;

@@ -90,7 +90,8 @@ void begin(vesk_arena* arena) {
 
 void vesk_arena_of_buffer(vesk_arena* arena, void* buffer, uint64_t size) {
     begin(arena);
-    const std::uint64_t gap = -reinterpret_cast<std::uintptr_t>(buffer) % arena_alignment;
+    const std::uint64_t gap =
+        (arena_alignment - reinterpret_cast<std::uintptr_t>(buffer) % arena_alignment) % arena_alignment;
     if (buffer == nullptr || size < gap) return;
     arena->buffer = static_cast<unsigned char*>(buffer) + gap;
     arena->buffer_end = arena->buffer + (size - gap);

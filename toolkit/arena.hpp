@@ -10,10 +10,11 @@ namespace vesk {
 
 inline constexpr std::uint64_t arena_alignment = alignof(std::max_align_t);  // malloc's
 
-// Below `size` if 64 bits cannot say it.
+// 0 if 64 bits cannot say it.
 constexpr std::uint64_t arena_bytes_for(std::uint64_t size) {
     const std::uint64_t least = size == 0 ? 1 : size;
-    return (least + (arena_alignment - 1)) & ~(arena_alignment - 1);
+    std::uint64_t most;
+    return __builtin_add_overflow(least, arena_alignment - 1, &most) ? 0 : most & ~(arena_alignment - 1);
 }
 
 }  // namespace vesk

@@ -101,11 +101,11 @@ inline const std::uint8_t* check_content(Check& check, const vesk_type* type, co
 inline const std::uint8_t* check_nested(Check& check, const vesk_type* type, const Place* place, bool again,
                                         Owned* owned, const std::uint8_t* tag, const std::uint8_t* at,
                                         const std::uint8_t* end) {
-    if (again) [[unlikely]]
-        lose(check, *owned);
     const Varint length = read_length(at, end);
     if (length.at == nullptr) [[unlikely]]
         return fail(check, VESK_MALFORMED, tag, place);
+    if (again) [[unlikely]]
+        lose(check, *owned);
     const Owned before{check.owned_bytes, check.owned_blocks};
     at = check_content(check, type, place, tag, length.at, length.at + length.value);
     *owned = {check.owned_bytes - before.bytes, check.owned_blocks - before.blocks};

@@ -73,9 +73,9 @@ void expect_same_as_decode(const TypeInfo& type, const Bytes& input) {
         EXPECT_EQ(report.cost.blocks, real.cost.blocks) << to_hex(input);
         EXPECT_EQ(report.cost.largest, real.cost.largest) << to_hex(input);
         EXPECT_LE(report.at, input.size());
+        EXPECT_EQ(report.lost_bytes, real.lost_bytes) << to_hex(input);
+        EXPECT_EQ(report.lost_blocks, real.lost_blocks) << to_hex(input);
         if (real.code == VESK_OK) {
-            EXPECT_EQ(report.lost_bytes, real.lost_bytes) << to_hex(input);
-            EXPECT_EQ(report.lost_blocks, real.lost_blocks) << to_hex(input);
             EXPECT_EQ(report.at, input.size());
             EXPECT_STREQ(report.path, "");
         }
