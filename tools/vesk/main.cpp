@@ -1,0 +1,154 @@
+// vesk: the command for whoever has a failing message in front of them.
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <functional>
+#include <iostream>
+
+#include "tools/vesk/failure.hpp"
+#include "tools/vesk/request.hpp"
+
+namespace vesk::tool {
+namespace {
+
+using Verb = int (*)(const Request&);
+
+// A verb's options are added by what they have in common.
+struct Verbs {
+    CLI::App& app;
+    Request& request;
+    Verb& chosen;
+
+    CLI::App* add(const std::string& name, const std::string& description, const std::string& example, Verb verb) {
+        CLI::App* const sub = app.add_subcommand(name, description);
+        sub->footer("Example:\n  " + example);
+        sub->callback([this, verb] { chosen = verb; });
+        return sub;
+    }
+
+    CLI::Option* add_type(CLI::App* sub) {
+        return sub->add_option("TYPE", request.type, "message type by its bare name, such as pem_data")->required();
+    }
+    void add_files(CLI::App* sub, int most) {
+        sub->add_option(
+               "FILE", request.files,
+               most == 1 ? "input; standard input if left out, or -" : "inputs; standard input if left out, or -")
+            ->expected(0, most);
+    }
+    void add_form(CLI::App* sub, const std::string& of) {
+        const auto set = [this](Form form) { return [this, form](std::int64_t) { request.form = form; }; };
+        CLI::Option* const hex = sub->add_flag_function("--hex", set(Form::hex), of + " is hexadecimal");
+        sub->add_flag_function("--base64", set(Form::base64), of + " is base64")->excludes(hex);
+    }
+    void add_json(CLI::App* sub, const std::string& what) { sub->add_flag("--json", request.json, what); }
+    void add_frames(CLI::App* sub) {
+        sub->add_flag("--frames", request.frames, "input is a stream of the exchange's frames; TYPE is left out");
+    }
+};
+
+// With --frames there is no TYPE: what stands in its place is a file.
+void settle(Request& request) {
+    if (request.frames && !request.type.empty()) {
+        request.files.insert(request.files.begin(), request.type);
+        request.type.clear();
+    }
+    if (request.files.empty()) request.files.push_back("-");
+}
+
+int run(int argc, char** argv) {
+    CLI::App app{
+        "Looks at encoded messages of a chassis inventory: what every byte is, why the decoder stopped, and what "
+        "decoding would cost."};
+    app.name("vesk");
+    app.footer(
+        "Example:\n  vesk check resp_inv_data answer.bin\n\nEnds with 0, or 1 where an input fails or cannot be read, "
+        "or 2 where options make no sense.");
+    app.require_subcommand(1);
+    Request request;
+    Verb chosen = nullptr;
+    Verbs verbs{app, request, chosen};
+
+    CLI::App* sub = verbs.add("types", "Names all message types", "vesk types --json", show_types);
+    verbs.add_json(sub, "as JSON: an array of objects");
+
+    sub = verbs.add("show", "Shows the fields of a type", "vesk show pem_data", show_type);
+    verbs.add_type(sub);
+    verbs.add_json(sub, "as JSON");
+
+    sub = verbs.add("check", "Says whether inputs decode, where not, and what decoding costs",
+                    "vesk check --json resp_inv_data a.bin b.bin", check_files);
+    verbs.add_type(sub)->required(false);
+    verbs.add_files(sub, 1 << 20);
+    verbs.add_form(sub, "input");
+    verbs.add_json(sub, "one object a line");
+    verbs.add_frames(sub);
+
+    sub = verbs.add("decode", "Prints a message as JSON", "vesk decode pem_data pem.bin", decode_files);
+    verbs.add_type(sub)->required(false);
+    verbs.add_files(sub, 1 << 20);
+    verbs.add_form(sub, "input");
+    verbs.add_frames(sub);
+    sub->add_flag("--text", request.text, "in the text format");
+    sub->add_flag("--table", request.table, "as aligned columns, lists as tables");
+
+    sub = verbs.add("encode", "Makes bytes of JSON, to standard output",
+                    "echo '{\"f3\":4800}' | vesk encode pem_data --hex", encode_file);
+    verbs.add_type(sub);
+    verbs.add_files(sub, 1);
+    verbs.add_form(sub, "output");
+    sub->add_flag("--text", request.text, "input is in the text format");
+
+    sub = verbs.add("map", "Says of every byte what it is", "vesk map pem_data pem.bin", map_file);
+    verbs.add_type(sub)->required(false);
+    verbs.add_files(sub, 1);
+    verbs.add_form(sub, "input");
+    verbs.add_json(sub, "as JSON: an array of spans");
+    verbs.add_frames(sub);
+    sub->add_option("--html", request.html, "writes a page for a browser to this file");
+
+    sub = verbs.add("guess", "Says which types the bytes can be", "vesk guess unknown.bin", guess_type);
+    verbs.add_files(sub, 1);
+    verbs.add_form(sub, "input");
+    verbs.add_json(sub, "as JSON: an array, best first");
+
+    sub = verbs.add("peek", "Prints one field", "vesk peek resp_inv_data 'port_list[1].entity_common.f2' answer.bin",
+                    peek_file);
+    verbs.add_type(sub);
+    sub->add_option("PATH", request.path, "names as in the schema, an element by its index from 0 on")->required();
+    verbs.add_files(sub, 1);
+    verbs.add_form(sub, "input");
+
+    sub = verbs.add("diff", "Shows where two messages differ", "vesk diff pem_data old.bin new.bin", diff_files);
+    verbs.add_type(sub);
+    sub->add_option("FILES", request.files, "the two inputs")->expected(2)->required();
+    verbs.add_form(sub, "input");
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp& help) {
+        return app.exit(help);
+    } catch (const CLI::ParseError& error) {
+        std::cerr << "vesk: " << error.what() << " (vesk --help says more)\n";
+        return status_usage;
+    }
+    settle(request);
+    if (request.type.empty() && !request.frames && chosen != show_types && chosen != guess_type) {
+        throw Failure("TYPE is missing: a message type, such as pem_data (vesk --help says more)", status_usage);
+    }
+    return chosen(request);
+}
+
+}  // namespace
+}  // namespace vesk::tool
+
+int main(int argc, char** argv) {
+    std::signal(SIGPIPE, SIG_IGN);  // a broken pipe is an error like any other
+    try {
+        return vesk::tool::run(argc, argv);
+    } catch (const vesk::tool::Failure& failure) {
+        std::cerr << "vesk: " << failure.what() << "\n";
+        return failure.status();
+    } catch (const std::bad_alloc&) {
+        std::cerr << "vesk: not enough memory\n";
+        return vesk::tool::status_failed;
+    }
+}

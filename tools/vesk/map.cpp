@@ -1,0 +1,90 @@
+// The byte map, on a terminal, as JSON and as a page.
+#include <cstdio>
+#include <iostream>
+
+#include "tools/vesk/failure.hpp"
+#include "tools/vesk/inputs.hpp"
+#include "tools/vesk/output.hpp"
+#include "tools/vesk/page.hpp"
+#include "tools/vesk/request.hpp"
+#include "tools/vesk/spans.hpp"
+
+namespace vesk::tool {
+namespace {
+
+constexpr std::uint64_t bytes_in_a_line = 8;
+
+// The first bytes of a span, "0a 2c".
+std::string hex_of(const std::uint8_t* input, const Span& span) {
+    std::string hex;
+    for (std::uint64_t at = span.from; at < span.to && at - span.from < bytes_in_a_line; ++at) {
+        char digits[4];
+        std::snprintf(digits, sizeof digits, "%02x ", input[at]);
+        hex += digits;
+    }
+    if (span.to - span.from > bytes_in_a_line) {
+        hex += "..";
+    } else {
+        hex.pop_back();
+    }
+    return hex;
+}
+
+void print_span(Output& output, const std::uint8_t* input, const Span& span) {
+    char offset[32];
+    std::snprintf(offset, sizeof offset, "%8llu  ", static_cast<unsigned long long>(span.from));
+    std::string line = offset;
+    std::string hex = hex_of(input, span);
+    hex.resize(std::max<std::size_t>(hex.size(), 3 * bytes_in_a_line + 2), ' ');
+    line += hex + std::string(2 * std::size_t{span.depth}, ' ') + span.text;
+    if (span.role == Role::tag && !span.path.empty()) line += "  (" + span.path + ")";
+    output.write(line + "\n");
+}
+
+void print_json(Output& output, const Span& span, bool first) {
+    output.write(first ? "" : ",\n");
+    output.write("{\"from\":" + std::to_string(span.from) + ",\"to\":" + std::to_string(span.to) + ",\"role\":\"" +
+                 name_of(span.role) + "\",\"path\":\"" + json_escape(span.path) + "\",\"text\":\"" +
+                 json_escape(span.text) + "\"}");
+}
+
+void map_to_terminal(const Subject& subject, const vesk_report& report, Output& output) {
+    for_each_span(subject.type, subject.data, subject.length, report,
+                  [&](const Span& span) { print_span(output, subject.data, span); });
+    output.write("\n" + quote_name(subject.name) + ": " + std::to_string(subject.length) + " bytes of " +
+                 vesk_type_name(subject.type) + ": " + verdict(report) + "\nDecoding asks for " + cost(report) + ".\n");
+}
+
+void map_to_json(const Subject& subject, const vesk_report& report, Output& output) {
+    output.write("[");
+    bool first = true;
+    for_each_span(subject.type, subject.data, subject.length, report, [&](const Span& span) {
+        print_json(output, span, first);
+        first = false;
+    });
+    output.write("]\n");
+}
+
+}  // namespace
+
+int map_file(const Request& request) {
+    if (!request.html.empty()) {
+        Output page(request.html);
+        const int status = for_each_subject(request, [&](const Subject& subject) {
+            write_page(subject.type, subject.name, subject.data, subject.length, page);
+            return status_ok;
+        });
+        if (status == status_ok) page.close();
+        return status;
+    }
+    Output output;
+    const int status = for_each_subject(request, [&](const Subject& subject) {
+        const vesk_report report = check(subject.type, subject.data, subject.length);
+        (request.json ? map_to_json : map_to_terminal)(subject, report, output);
+        return status_ok;
+    });
+    output.close();
+    return status;
+}
+
+}  // namespace vesk::tool

@@ -1,0 +1,191 @@
+#include "tools/vesk/output.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+
+#include "tools/vesk/failure.hpp"
+
+namespace vesk::tool {
+namespace {
+
+constexpr std::size_t most_held = 1 << 16;
+
+// The file that is written aside now, for a signal to take away.
+std::atomic<const char*> written_aside{nullptr};
+
+void take_away(int signal) {
+    if (const char* const name = written_aside.load()) unlink(name);
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
+}
+
+// Bytes of the UTF-8 character at `at`; 0 if there is none.
+std::size_t utf8_length(std::string_view text, std::size_t at) {
+    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[at + i]); };
+    const unsigned char first = byte(0);
+    if (first < 0x80) return 1;
+    const std::size_t length = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
+    if (first < 0xC2 || first > 0xF4 || text.size() - at < length) return 0;
+    for (std::size_t i = 1; i < length; ++i) {
+        if ((byte(i) & 0xC0) != 0x80) return 0;
+    }
+    if (first == 0xE0 && byte(1) < 0xA0) return 0;
+    if (first == 0xED && byte(1) > 0x9F) return 0;  // surrogates
+    if (first == 0xF0 && byte(1) < 0x90) return 0;
+    if (first == 0xF4 && byte(1) > 0x8F) return 0;
+    return length;
+}
+
+std::string escaped(const char* format, unsigned value) {
+    char text[8];
+    std::snprintf(text, sizeof text, format, value);
+    return text;
+}
+
+// U+0080 to U+009F are control characters, too.
+bool is_control(std::string_view character) {
+    const auto first = static_cast<unsigned char>(character[0]);
+    return first < 0x20 || first == 0x7F || (first == 0xC2 && static_cast<unsigned char>(character[1]) < 0xA0);
+}
+
+}  // namespace
+
+Output::Output() : name_("standard output"), file_(STDOUT_FILENO), terminal_(isatty(STDOUT_FILENO) != 0) {}
+
+Output::Output(const std::string& name) : name_(name), aside_(name + ".XXXXXX"), terminal_(false) {
+    file_ = mkostemp(aside_.data(), O_CLOEXEC);
+    if (file_ < 0) {
+        aside_.clear();
+        throw Failure(name + ": " + std::strerror(errno));
+    }
+    fchmod(
+        file_, 0666 & ~[] {
+            const mode_t mask = umask(0);
+            umask(mask);
+            return mask;
+        }());
+    written_aside = aside_.c_str();
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) std::signal(signal, take_away);
+}
+
+Output::~Output() {
+    if (aside_.empty()) return;
+    written_aside = nullptr;
+    ::close(file_);
+    unlink(aside_.c_str());
+}
+
+void Output::write(std::string_view text) {
+    held_ += text;
+    if (held_.size() >= most_held) flush();
+}
+
+std::int32_t Output::write_to(const char* text, std::size_t length, void* context) {
+    Output& output = *static_cast<Output*>(context);
+    try {
+        output.write({text, length});
+        return 0;
+    } catch (...) {
+        output.failure_ = std::current_exception();
+        return 1;
+    }
+}
+
+void Output::flush() {
+    std::size_t at = 0;
+    while (at < held_.size()) {
+        const ssize_t written = ::write(file_, held_.data() + at, held_.size() - at);
+        if (written < 0 && errno == EINTR) continue;
+        if (written < 0) {
+            const int why = errno;
+            held_.clear();
+            throw Failure(name_ + ": " + std::strerror(why));
+        }
+        at += static_cast<std::size_t>(written);
+    }
+    held_.clear();
+}
+
+void Output::close() {
+    flush();
+    if (aside_.empty()) return;
+    if (fsync(file_) != 0 || rename(aside_.c_str(), name_.c_str()) != 0) {
+        throw Failure(name_ + ": " + std::strerror(errno));
+    }
+    written_aside = nullptr;
+    ::close(file_);
+    aside_.clear();
+}
+
+std::string quote(std::string_view text, std::size_t most) {
+    std::string quoted = "\"";
+    std::size_t at = 0;
+    while (at < text.size() && at < most) {
+        const std::size_t length = utf8_length(text, at);
+        const std::string_view character = text.substr(at, length == 0 ? 1 : length);
+        if (length == 0) {
+            quoted += escaped("\\x%02x", static_cast<unsigned char>(character[0]));
+        } else if (character == "\"" || character == "\\") {
+            quoted += '\\';
+            quoted += character;
+        } else if (is_control(character)) {
+            for (const char byte : character) quoted += escaped("\\x%02x", static_cast<unsigned char>(byte));
+        } else {
+            quoted += character;
+        }
+        at += character.size();
+    }
+    quoted += '"';
+    if (at < text.size()) quoted += " and " + std::to_string(text.size() - at) + " bytes more";
+    return quoted;
+}
+
+std::string quote_name(const std::string& name) {
+    const std::string quoted = quote(name, name.size());
+    return quoted.size() == name.size() + 2 ? name : quoted;
+}
+
+std::string json_escape(std::string_view text) {
+    std::string escaped_text;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t length = utf8_length(text, at);
+        const std::string_view character = text.substr(at, length == 0 ? 1 : length);
+        const auto first = static_cast<unsigned char>(character[0]);
+        if (length == 0) {
+            escaped_text += escaped("\\udc%02x", first);
+        } else if (character == "\"" || character == "\\") {
+            escaped_text += '\\';
+            escaped_text += character;
+        } else if (first < 0x20 || first == 0x7F) {
+            escaped_text += escaped("\\u%04x", first);
+        } else {
+            escaped_text += character;
+        }
+        at += character.size();
+    }
+    return escaped_text;
+}
+
+std::string html_escape(std::string_view text) {
+    std::string escaped_text;
+    for (const char character : text) {
+        switch (character) {
+            case '&': escaped_text += "&amp;"; break;
+            case '<': escaped_text += "&lt;"; break;
+            case '>': escaped_text += "&gt;"; break;
+            case '"': escaped_text += "&quot;"; break;
+            case '\'': escaped_text += "&#39;"; break;
+            default: escaped_text += character;
+        }
+    }
+    return escaped_text;
+}
+
+}  // namespace vesk::tool

@@ -1,0 +1,55 @@
+// What a verb writes: to standard output, or to a file that is written aside and renamed once it is whole.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+#include <string>
+#include <string_view>
+
+namespace vesk::tool {
+
+// Buffered; a write that fails is a Failure: "standard output: why". close() must be called at the end; without it a
+// file that was written aside is taken away again.
+class Output {
+public:
+    Output();                                  // standard output
+    explicit Output(const std::string& name);  // a file
+    ~Output();
+    Output(const Output&) = delete;
+    Output& operator=(const Output&) = delete;
+
+    void write(std::string_view text);
+    void close();
+    bool is_terminal() const { return terminal_; }
+
+    // A vesk_text_write; the context is an Output. Not 0 if a write failed, which rethrow() then throws.
+    static std::int32_t write_to(const char* text, std::size_t length, void* output);
+    void rethrow() const {
+        if (failure_) std::rethrow_exception(failure_);
+    }
+
+private:
+    void flush();
+
+    std::string name_;
+    std::string aside_;  // of a file
+    int file_;
+    bool terminal_;
+    std::string held_;
+    std::exception_ptr failure_;
+};
+
+// A string of a message for a terminal, a page or a line: control characters and bytes that are not UTF-8 as escapes,
+// quoted, cut after `most` bytes.
+std::string quote(std::string_view text, std::size_t most = 64);
+
+// A file's name as it is, or quoted if a terminal might take it for something else.
+std::string quote_name(const std::string& name);
+
+// Inside a JSON string, without its quotes; bytes that are not UTF-8 as \udc80 to \udcff.
+std::string json_escape(std::string_view text);
+
+std::string html_escape(std::string_view text);
+
+}  // namespace vesk::tool

@@ -1,0 +1,39 @@
+// What the command line asks for.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tools/vesk/input.hpp"
+
+namespace vesk::tool {
+
+struct Request {
+    std::string type;
+    std::vector<std::string> files;  // "-" is standard input
+    Form form = Form::raw;           // of input, and of what `encode` writes
+    bool json = false;
+    bool text = false;
+    bool table = false;
+    bool frames = false;
+    bool differences = false;
+    std::string html;
+    std::string path;
+    std::string socket;
+    double interval = 2;
+    std::vector<std::string> kinds;
+};
+
+// Each verb returns an exit status, and throws Failure if it can do nothing.
+int show_types(const Request& request);
+int show_type(const Request& request);
+int decode_files(const Request& request);
+int encode_file(const Request& request);
+int check_files(const Request& request);
+int map_file(const Request& request);
+int guess_type(const Request& request);
+int peek_file(const Request& request);
+int diff_files(const Request& request);
+
+}  // namespace vesk::tool

@@ -1,0 +1,41 @@
+// The byte map of an encoded message: every byte belongs to exactly one span.
+#pragma once
+
+#include <vesk/vesk_toolkit.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+namespace vesk::tool {
+
+enum class Role { tag, length, value, unknown, beyond };
+
+const char* name_of(Role role);
+
+struct Span {
+    std::uint64_t from;
+    std::uint64_t to;  // exclusive
+    Role role;
+    std::uint32_t depth;  // messages around it
+    std::string path;     // of the field; of unknown and beyond the message that they stand in
+    std::string text;     // what it means; characters of a message's strings are escaped
+};
+
+// What a walk over an input found.
+struct Walk {
+    std::uint64_t fields = 0;  // known ones, nested ones included
+    std::uint64_t unknown_bytes = 0;
+};
+
+// Calls `take` for each span, by offset; none is empty. `report` is the pre-flight's, of the same input: where it names
+// an error, the refused tag is a tag, and what follows it is beyond.
+Walk for_each_span(const vesk_type* type, const std::uint8_t* input, std::uint64_t length, const vesk_report& report,
+                   const std::function<void(const Span&)>& take);
+
+// The pre-flight, and its verdict and cost in words.
+vesk_report check(const vesk_type* type, const std::uint8_t* input, std::uint64_t length);
+std::string verdict(const vesk_report& report);
+std::string cost(const vesk_report& report);
+
+}  // namespace vesk::tool

@@ -1,0 +1,96 @@
+#include "tools/vesk/types.hpp"
+
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "tools/vesk/failure.hpp"
+
+namespace vesk::tool {
+namespace {
+
+// Characters that have to be put in, taken out or changed to make one name of the other.
+std::size_t distance(const std::string& one, const std::string& other) {
+    std::vector<std::size_t> row(other.size() + 1);
+    for (std::size_t i = 0; i < row.size(); ++i) row[i] = i;
+    for (std::size_t i = 1; i <= one.size(); ++i) {
+        std::size_t diagonal = row[0];
+        row[0] = i;
+        for (std::size_t j = 1; j <= other.size(); ++j) {
+            const std::size_t changed = diagonal + (one[i - 1] != other[j - 1]);
+            diagonal = row[j];
+            row[j] = std::min({row[j] + 1, row[j - 1] + 1, changed});
+        }
+    }
+    return row.back();
+}
+
+void* from_heap(std::uint64_t size, void*) { return std::malloc(size); }
+void to_heap(void* block, void*) { std::free(block); }
+
+template <class Function>
+void find(const std::string& name, Function* function) {
+    *function = reinterpret_cast<Function>(dlsym(RTLD_DEFAULT, name.c_str()));
+    if (*function == nullptr) throw Failure("the library has no " + name);
+}
+
+}  // namespace
+
+std::vector<const vesk_type*> all_types() {
+    std::vector<const vesk_type*> types;
+    for (const vesk_type* type = vesk_all_types(nullptr); type != nullptr; type = vesk_type_next(type)) {
+        types.push_back(type);
+    }
+    return types;
+}
+
+const vesk_type* find_type(const std::string& name) {
+    const vesk_type* const found = vesk_type_named(name.c_str());
+    if (found != nullptr) return found;
+    std::string nearest;
+    std::size_t least = SIZE_MAX;
+    for (const vesk_type* type : all_types()) {
+        const std::size_t so_far = distance(name, vesk_type_name(type));
+        if (so_far < least) nearest = vesk_type_name(type);
+        least = std::min(least, so_far);
+    }
+    throw Failure("no type is called \"" + name + "\"; the nearest is " + nearest + " (vesk types names them all)");
+}
+
+const vesk_type* describe(const vesk_type* type) {
+    return (type->flags & VESK_TYPE_ELSEWHERE) != 0 ? vesk_type_named(vesk_type_name(type)) : type;
+}
+
+const char* kind_name(std::uint16_t kind) {
+    switch (kind) {
+        case VESK_KIND_UINT32: return "uint32";
+        case VESK_KIND_UINT64: return "uint64";
+        case VESK_KIND_BOOL: return "bool";
+        case VESK_KIND_STRING: return "string";
+        case VESK_KIND_BYTES: return "bytes";
+        case VESK_KIND_MESSAGE: return "message";
+        case VESK_KIND_LIST: return "list";
+        default: return "unknown kind";
+    }
+}
+
+Functions functions_of(const vesk_type* type) {
+    const std::string prefix = std::string("vesk_") + vesk_type_name(type);
+    Functions functions{};
+    find(prefix + "_decode_ext", &functions.decode);
+    find(prefix + "_free_ext", &functions.free);
+    return functions;
+}
+
+Message::Message(const vesk_type* type) : type_(type), storage_(type->structure_size / 8 + 1) {
+    vesk_arena_of_blocks(&arena_, from_heap, to_heap, nullptr);
+}
+
+Message::~Message() { vesk_arena_close(&arena_); }
+
+std::int32_t Message::decode(const void* bytes, std::uint64_t length) {
+    return functions_of(type_).decode(get(), bytes, length, vesk_arena_alloc, &arena_, 0);
+}
+
+}  // namespace vesk::tool

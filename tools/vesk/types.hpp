@@ -1,0 +1,51 @@
+// Message types by name, and what the tool knows of them beyond the toolkit's table.
+#pragma once
+
+#include <vesk/vesk_toolkit.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace vesk::tool {
+
+// The 95 types, in the order of the headers.
+std::vector<const vesk_type*> all_types();
+
+// Throws Failure, with the name that is nearest: "no type is called pem_dat; the nearest is pem_data".
+const vesk_type* find_type(const std::string& name);
+
+// A nested type's own description: another library's, if it has one, else null.
+const vesk_type* describe(const vesk_type* type);
+
+const char* kind_name(std::uint16_t kind);
+
+// The functions of a type in the library.
+struct Functions {
+    std::int32_t (*decode)(void* message, const void* buffer, std::uint64_t length, vesk_alloc alloc, void* context,
+                           std::uint32_t flags);
+    void (*free)(void* message, vesk_release release, void* context, std::uint32_t flags);
+};
+Functions functions_of(const vesk_type* type);
+
+// A structure and its blocks, which are given back at the end.
+class Message {
+public:
+    explicit Message(const vesk_type* type);
+    ~Message();
+    Message(const Message&) = delete;
+    Message& operator=(const Message&) = delete;
+
+    const vesk_type* type() const { return type_; }
+    void* get() { return storage_.data(); }
+    static void* alloc(std::uint64_t size, void* arena) { return vesk_arena_alloc(size, arena); }
+    vesk_arena* arena() { return &arena_; }
+    std::int32_t decode(const void* bytes, std::uint64_t length);
+
+private:
+    const vesk_type* type_;
+    std::vector<std::uint64_t> storage_;
+    vesk_arena arena_;
+};
+
+}  // namespace vesk::tool
