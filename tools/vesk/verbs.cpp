@@ -192,7 +192,6 @@ int decode_files(const Request& request) {
         } else {
             const auto print = request.text ? vesk_text_print_encoded : vesk_json_print_encoded;
             code = print(subject.type, subject.data, subject.length, Output::write_to, &output, &report, &options);
-            if (code == VESK_OK && !request.text) output.write("\n");
         }
         output.rethrow();
         if (code == VESK_OK) return status_ok;

@@ -1,0 +1,296 @@
+"""The command vesk as a user sees it: what it prints, where, and its exit status.
+
+    vesk_test.py PROGRAM CASE
+"""
+
+import base64
+import json
+import os
+import pathlib
+import resource
+import signal
+import stat
+import subprocess
+import sys
+import tempfile
+import unittest
+
+PROGRAM = sys.argv[1]
+PEM = bytes.fromhex("0a10120c7073753c2f7363726970743e200718c025")  # entity_common {f2 f4} f3
+JSON = '{"entity_common": {"f2": "psu</script>", "f4": 7}, "f3": 4800}'
+BAD = bytes.fromhex("1801" "2201" "00")  # f3, then f4 with another wire type
+CHECK_MEMBERS = ["file", "code", "at", "path", "bytes", "blocks", "largest", "lost_bytes", "lost_blocks", "unknown_bytes"]
+
+
+class Case(unittest.TestCase):
+    def setUp(self):
+        scratch = tempfile.TemporaryDirectory()
+        self.addCleanup(scratch.cleanup)
+        self.folder = pathlib.Path(scratch.name)
+
+    def file(self, content, name="input"):
+        path = self.folder / name
+        path.write_bytes(content)
+        return str(path)
+
+    def run_vesk(self, *arguments, stdin=b"", **more):
+        return subprocess.run([PROGRAM, *arguments], input=stdin, capture_output=True, timeout=60, check=False, **more)
+
+    def vesk(self, *arguments, stdin=b"", status=0):
+        done = self.run_vesk(*arguments, stdin=stdin)
+        self.assertEqual(done.returncode, status, done.stderr.decode() + done.stdout.decode()[:2000])
+        if status == 0:
+            self.assertEqual(done.stderr, b"")
+        return done.stdout.decode()
+
+    def fails(self, *arguments, stdin=b"", status=1, says=""):
+        done = self.run_vesk(*arguments, stdin=stdin)
+        self.assertEqual(done.returncode, status, done.stdout.decode()[:2000])
+        line = done.stderr.decode()
+        self.assertEqual(line.count("\n"), 1, line)
+        self.assertTrue(line.startswith("vesk: "), line)
+        self.assertIn(says, line)
+        return line
+
+
+class Types(Case):
+    def test_all_are_named(self):
+        types = json.loads(self.vesk("types", "--json"))
+        self.assertEqual(len(types), 95)
+        self.assertEqual(set(types[0]), {"name", "unit", "fields", "size"})
+        self.assertIn("pem_data", self.vesk("types"))
+
+    def test_show_has_the_fields_in_declaration_order(self):
+        shown = json.loads(self.vesk("show", "pem_data", "--json"))
+        self.assertEqual([field["name"] for field in shown["fields"]], ["entity_common", "fru_common", "f3", "f4"])
+        self.assertEqual([field["presence_bit"] for field in shown["fields"]], [0, 1, 2, 3])
+        self.assertIn("resp_inv_data", shown["nested_by"])
+        self.assertIn("entity_common_data", self.vesk("show", "pem_data"))
+
+    def test_mistyped_name_is_answered_with_the_nearest(self):
+        self.fails("show", "pem_dta", says="the nearest is pem_data")
+
+
+class Check(Case):
+    def test_json_has_exactly_its_members(self):
+        path = self.file(PEM)
+        answer = json.loads(self.vesk("check", "--json", "pem_data", path))
+        self.assertEqual(list(answer), CHECK_MEMBERS)
+        self.assertEqual((answer["file"], answer["code"], answer["at"], answer["path"]), (path, 0, None, ""))
+        self.assertEqual((answer["bytes"], answer["blocks"], answer["largest"]), (13, 1, 13))
+
+    def test_error_is_named_by_place_and_path_and_ends_with_1(self):
+        answer = json.loads(self.vesk("check", "--json", "pem_data", stdin=BAD, status=1))
+        self.assertEqual((answer["file"], answer["code"], answer["at"], answer["path"]), ("-", -3, 2, "f4"))
+        self.assertIn("VESK_WRONG_WIRE_TYPE at byte 2, f4", self.vesk("check", "pem_data", stdin=BAD, status=1))
+
+    def test_all_of_several_files_are_tried(self):
+        files = [self.file(PEM, "a"), self.file(BAD, "b"), str(self.folder / "away"), self.file(PEM, "c")]
+        done = self.run_vesk("check", "--json", "pem_data", *files)
+        self.assertEqual(done.returncode, 1)
+        answers = [json.loads(line) for line in done.stdout.decode().splitlines()]
+        self.assertEqual([answer["code"] for answer in answers], [0, -3, 0])
+        self.assertIn("away: No such file", done.stderr.decode())
+
+    def test_hexadecimal_and_base64_are_read(self):
+        for form, text in (("--hex", PEM.hex(" ") + "\n"), ("--base64", base64.encodebytes(PEM).decode())):
+            self.assertEqual(json.loads(self.vesk("check", "--json", form, "pem_data", stdin=text.encode()))["code"], 0)
+
+
+class Decode(Case):
+    def test_json_is_indented_and_ends_with_a_line(self):
+        printed = self.vesk("decode", "pem_data", stdin=PEM)
+        self.assertEqual(json.loads(printed), json.loads(JSON))
+        self.assertTrue(printed.endswith("}\n") and "\n  " in printed)
+
+    def test_text_format_and_table(self):
+        self.assertIn("f3: 4800", self.vesk("decode", "--text", "pem_data", stdin=PEM))
+        table = self.vesk("decode", "--table", "pem_data", stdin=PEM)
+        self.assertRegex(table, r"entity_common\.f4 +7\n +f3 +4800")
+
+    def test_lists_are_tables(self):
+        answer = self.run_vesk("encode", "resp_inv_data", stdin=b'{"pem_list":[{"f3":1},{"f4":22}]}').stdout
+        self.assertRegex(self.vesk("decode", "--table", "resp_inv_data", stdin=answer),
+                         r"pem_list \(2\)\n +# +f3 +f4\n +0 +1\n +1 +22\n")
+
+    def test_input_that_fails_is_one_line_and_1(self):
+        self.fails("decode", "pem_data", stdin=BAD, says="VESK_WRONG_WIRE_TYPE at byte 2, f4")
+
+    def test_control_characters_never_reach_the_terminal(self):
+        evil = self.run_vesk("encode", "led_data", stdin=b'{"f5":"\\u001b[31m\\u0007\\u009b"}').stdout
+        for arguments in (["decode"], ["decode", "--text"], ["decode", "--table"], ["map"], ["map", "--json"]):
+            printed = self.run_vesk(arguments[0], *arguments[1:], "led_data", stdin=evil).stdout
+            self.assertFalse(set(printed) & (set(range(32)) - {10}), (arguments, printed))
+
+
+class Encode(Case):
+    def test_decode_and_encode_give_the_same_bytes(self):
+        done = self.run_vesk("encode", "pem_data", stdin=JSON.encode())
+        self.assertEqual((done.returncode, done.stdout), (0, PEM))
+        self.assertEqual(self.run_vesk("encode", "pem_data", stdin=self.run_vesk("decode", "pem_data", stdin=PEM).stdout)
+                         .stdout, PEM)
+        text = self.run_vesk("decode", "--text", "pem_data", stdin=PEM).stdout
+        self.assertEqual(self.run_vesk("encode", "--text", "pem_data", stdin=text).stdout, PEM)
+
+    def test_output_is_hexadecimal_or_base64_if_asked_for(self):
+        self.assertEqual(self.vesk("encode", "--hex", "pem_data", stdin=JSON.encode()), PEM.hex() + "\n")
+        self.assertEqual(self.vesk("encode", "--base64", "pem_data", stdin=JSON.encode()),
+                         base64.b64encode(PEM).decode() + "\n")
+        for size in range(7):
+            document = json.dumps({"f20": base64.b64encode(bytes(range(size))).decode()}).encode()
+            raw = self.run_vesk("encode", "eeprom_data", stdin=document).stdout
+            self.assertEqual(base64.b64decode(self.vesk("encode", "--base64", "eeprom_data", stdin=document)), raw)
+
+    def test_error_has_line_and_column(self):
+        self.fails("encode", "pem_data", stdin=b'{\n  "f3": "x"}', says=":2:")
+        self.fails("encode", "pem_data", stdin=b'{"f9": 1}', says="f9")
+
+
+class Map(Case):
+    def spans(self, data, type_name="pem_data"):
+        spans = json.loads(self.vesk("map", "--json", type_name, stdin=data))
+        for span in spans:
+            self.assertEqual(list(span), ["from", "to", "role", "path", "text"])
+        self.assertEqual([span["from"] for span in spans], [0] * bool(spans) + [span["to"] for span in spans[:-1]])
+        self.assertEqual(spans[-1]["to"] if spans else 0, len(data))
+        return spans
+
+    def test_good_message(self):
+        roles = [(span["role"], span["path"]) for span in self.spans(PEM)]
+        common = "entity_common"
+        self.assertEqual(roles, [("tag", common), ("length", common), ("tag", common + ".f2"), ("length", common + ".f2"),
+                                 ("value", common + ".f2"), ("tag", common + ".f4"), ("value", common + ".f4"),
+                                 ("tag", "f3"), ("value", "f3")])
+        self.assertEqual([span["text"] for span in self.spans(PEM)][-2:], ["field 3 f3, number", "4800"])
+
+    def test_refused_tag_and_what_follows_it(self):
+        self.assertEqual([(span["role"], span["from"], span["to"]) for span in self.spans(BAD)],
+                         [("tag", 0, 1), ("value", 1, 2), ("tag", 2, 3), ("beyond", 3, 5)])
+
+    def test_no_input_is_an_empty_array(self):
+        self.assertEqual(self.spans(b""), [])
+
+    def test_unknown_fields_and_list_elements(self):
+        data = bytes.fromhex("f80307" "5a00" "5a021801")
+        self.assertEqual([(span["role"], span["path"]) for span in self.spans(data, "resp_inv_data")],
+                         [("unknown", ""), ("tag", "pem_list[0]"), ("length", "pem_list[0]"), ("tag", "pem_list[1]"),
+                          ("length", "pem_list[1]"), ("tag", "pem_list[1].f3"), ("value", "pem_list[1].f3")])
+
+    def test_terminal_has_nesting_verdict_and_cost(self):
+        printed = self.vesk("map", "pem_data", stdin=PEM)
+        self.assertIn("  field 2 f2, string", printed)
+        self.assertIn("21 bytes of pem_data: decodes", printed)
+        self.assertIn("13 bytes in 1 blocks", printed)
+        self.assertIn("VESK_WRONG_WIRE_TYPE at byte 2, f4", self.vesk("map", "pem_data", stdin=BAD))
+
+
+class Page(Case):
+    def test_page_is_whole_and_nothing_in_a_string_is_markup(self):
+        target = self.folder / "page.html"
+        self.vesk("map", "--html", str(target), "pem_data", stdin=PEM)
+        page = target.read_text(encoding="utf-8")
+        self.assertIn("default-src 'none'", page)
+        self.assertEqual(page.count("</script>"), 2)
+        self.assertNotIn("psu</script>", page)
+        self.assertNotIn("@DATA@", page)
+        self.assertEqual([path.name for path in self.folder.iterdir()], ["page.html"])
+
+    def test_file_that_cannot_be_written_is_one_line(self):
+        self.fails("map", "--html", str(self.folder / "no" / "page.html"), "pem_data", stdin=PEM, says="No such file")
+
+
+class Guess(Case):
+    def test_right_type_is_among_the_first(self):
+        sensor = self.run_vesk("encode", "sensor_data", stdin=json.dumps(
+            {"entity_common": {"f2": "temperature", "f4": 3}, **{f"f{i}": i for i in range(3, 12)}, "f13": "celsius",
+             "f15": True, "f17": 4, "f18": 5}).encode()).stdout
+        guesses = json.loads(self.vesk("guess", "--json", stdin=sensor))
+        self.assertEqual(guesses[0]["type"], "sensor_data")
+        self.assertTrue(all({"type", "reason"} <= set(guess) for guess in guesses))
+
+    def test_nothing_that_fits_is_an_empty_array(self):
+        self.assertEqual(json.loads(self.vesk("guess", "--json", stdin=b"\x07\x07")), [])
+
+
+class Peek(Case):
+    def test_values(self):
+        self.assertEqual(self.vesk("peek", "pem_data", "f3", stdin=PEM), "4800\n")
+        self.assertEqual(self.vesk("peek", "pem_data", "entity_common.f2", stdin=PEM), '"psu</script>"\n')
+        self.assertEqual(json.loads(self.vesk("peek", "pem_data", "entity_common", stdin=PEM)), json.loads(JSON)["entity_common"])
+
+    def test_what_is_not_there_is_one_line(self):
+        self.fails("peek", "pem_data", "f4", stdin=PEM, says="no such field")
+        self.fails("peek", "pem_data", "f99", stdin=PEM, says="no such path")
+        self.fails("peek", "pem_data", "f3", stdin=BAD, says="VESK_WRONG_WIRE_TYPE")
+
+
+class Diff(Case):
+    def test_same_messages_are_silent(self):
+        self.assertEqual(self.vesk("diff", "pem_data", self.file(PEM, "a"), self.file(PEM, "b")), "")
+
+    def test_differences_are_named_by_their_paths_and_end_with_1(self):
+        other = self.run_vesk("encode", "pem_data", stdin=b'{"entity_common":{"f2":"psu"},"f3":4801,"f4":1}').stdout
+        printed = self.vesk("diff", "pem_data", self.file(PEM, "a"), self.file(other, "b"), status=1)
+        self.assertEqual(printed.splitlines(), ['entity_common.f2: "psu</script>" | "psu"', "entity_common.f4: 7 | absent",
+                                                "f3: 4800 | 4801", "f4: absent | 1"])
+
+
+class Frames(Case):
+    @staticmethod
+    def frame(kind, body):
+        return b"VSK1" + kind.to_bytes(4, "big") + len(body).to_bytes(4, "big") + body
+
+    def test_each_frame_gets_an_answer_of_its_kinds_type(self):
+        stream = self.frame(1, b"") + self.frame(4, bytes.fromhex("5a00")) + self.frame(4, b"\x80")
+        printed = self.run_vesk("check", "--json", "--frames", self.file(stream))
+        answers = [json.loads(line) for line in printed.stdout.decode().splitlines()]
+        self.assertEqual([answer["code"] for answer in answers], [0, 0, -1])
+        self.assertEqual(printed.returncode, 1)
+
+    def test_what_is_no_frame_is_one_line(self):
+        self.fails("check", "--frames", stdin=b"VSK2" + bytes(8), says="does not begin with VSK1")
+        self.fails("check", "--frames", stdin=self.frame(4, b"abc")[:-1], says="cut short")
+
+
+class Errors(Case):
+    def test_help_has_an_example(self):
+        self.assertIn("Example:", self.vesk("--help"))
+        for verb in ("types", "show", "check", "decode", "encode", "map", "guess", "peek", "diff"):
+            self.assertIn("Example:", self.vesk(verb, "--help"))
+
+    def test_options_that_make_no_sense_are_2(self):
+        for arguments in (["no_such_verb"], ["check", "--hex", "--base64", "pem_data"], ["types", "--no-such-option"], [],
+                          ["check"], ["diff", "pem_data", "a"]):
+            self.fails(*arguments, status=2)
+
+    def test_inputs_that_cannot_be_read_are_one_line_each(self):
+        self.fails("check", "pem_data", str(self.folder), says="is a directory")
+        self.fails("check", "pem_data", str(self.folder / "away"), says="No such file")
+        self.fails("check", "--hex", "pem_data", stdin=b"0x", says="no hexadecimal digit at character 2")
+        self.fails("check", "--hex", "pem_data", stdin=b"0a1", says="an odd number")
+        self.fails("check", "--base64", "pem_data", stdin=b"!", says="no base64 at character 1")
+
+    def test_empty_file_is_an_empty_message(self):
+        self.assertEqual(json.loads(self.vesk("check", "--json", "pem_data", self.file(b"")))["code"], 0)
+
+    @unittest.skipIf(os.geteuid() == 0, "the superuser may read any file")
+    def test_no_permission_is_one_line(self):
+        path = self.file(PEM)
+        os.chmod(path, 0)
+        self.fails("check", "pem_data", path, says="Permission denied")
+
+    def test_full_disk_is_one_line(self):
+        with open("/dev/full", "wb") as full:
+            done = subprocess.run([PROGRAM, "decode", "pem_data"], input=PEM, stdout=full, stderr=subprocess.PIPE, check=False)
+        self.assertEqual((done.returncode, done.stderr.decode()), (1, "vesk: standard output: No space left on device\n"))
+
+    def test_broken_pipe_is_one_line(self):
+        reader, writer = os.pipe()
+        os.close(reader)
+        done = subprocess.run([PROGRAM, "types"], stdout=writer, stderr=subprocess.PIPE, check=False)
+        os.close(writer)
+        self.assertEqual((done.returncode, done.stderr.decode()), (1, "vesk: standard output: Broken pipe\n"))
+
+
+if __name__ == "__main__":
+    unittest.main(argv=[sys.argv[0], *sys.argv[2:]])
