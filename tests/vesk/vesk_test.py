@@ -117,10 +117,25 @@ class Decode(Case):
         self.fails("decode", "pem_data", stdin=BAD, says="VESK_WRONG_WIRE_TYPE at byte 2, f4")
 
     def test_control_characters_never_reach_the_terminal(self):
-        evil = self.run_vesk("encode", "led_data", stdin=b'{"f5":"\\u001b[31m\\u0007\\u009b"}').stdout
+        evil = self.run_vesk("encode", "led_data", stdin=b'{"f5":"\\u001b[31m\\u0007\\u009b\\u007f\\u00a0\\u00c2"}').stdout
         for arguments in (["decode"], ["decode", "--text"], ["decode", "--table"], ["map"], ["map", "--json"]):
-            printed = self.run_vesk(arguments[0], *arguments[1:], "led_data", stdin=evil).stdout
-            self.assertFalse(set(printed) & (set(range(32)) - {10}), (arguments, printed))
+            printed = self.vesk(*arguments, "led_data", stdin=evil)
+            controls = set(range(32)) - {10} | set(range(0x7F, 0xA0))
+            self.assertFalse(set(map(ord, printed)) & controls, (arguments, printed))
+        self.assertEqual(self.run_vesk("encode", "led_data", stdin=self.vesk("decode", "led_data", stdin=evil).encode()).stdout,
+                         evil)
+
+    def test_bytes_that_are_not_utf8_are_escaped_in_every_form(self):
+        data = bytes.fromhex("2a02ff41")
+        self.assertEqual(self.vesk("decode", "led_data", stdin=data), '{\n  "f5": "\\udcffA"\n}\n')
+        self.assertEqual(self.vesk("decode", "--text", "led_data", stdin=data), 'f5: "\\377A"\n')
+        self.assertEqual(self.vesk("decode", "--table", "led_data", stdin=data), "  f5  \\xffA\n")
+
+    def test_string_with_a_nul_is_printed_and_cannot_be_encoded_again(self):
+        data = bytes.fromhex("2a03410042")
+        for form in ([], ["--text"]):
+            printed = self.vesk("decode", *form, "led_data", stdin=data)
+            self.fails("encode", *form, "led_data", stdin=printed.encode(), says="f5: ")
 
 
 class Encode(Case):
@@ -246,6 +261,13 @@ class Frames(Case):
         answers = [json.loads(line) for line in printed.stdout.decode().splitlines()]
         self.assertEqual([answer["code"] for answer in answers], [0, 0, -1])
         self.assertEqual(printed.returncode, 1)
+        self.assertEqual(len(self.vesk("decode", "--frames", stdin=self.frame(1, b"") + self.frame(4, b"")).split("}")), 3)
+
+    def test_frames_before_one_that_is_cut_short_are_answered(self):
+        done = self.run_vesk("check", "--frames", stdin=self.frame(1, b"") + self.frame(6, b"no") + self.frame(4, b"") + b"VS")
+        self.assertEqual((done.returncode, done.stdout.decode().count("decodes")), (1, 2))
+        self.assertEqual(done.stderr.decode().splitlines(),
+                         ["vesk: -#1: frames of kind 6 hold no message", "vesk: -: frame 3 at byte 38: its header is cut short"])
 
     def test_what_is_no_frame_is_one_line(self):
         self.fails("check", "--frames", stdin=b"VSK2" + bytes(8), says="does not begin with VSK1")

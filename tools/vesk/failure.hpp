@@ -18,4 +18,10 @@ private:
     Status status_;
 };
 
+// Of what is written: there is no sense in going on with the next input.
+class OutputFailure : public Failure {
+public:
+    using Failure::Failure;
+};
+
 }  // namespace vesk::tool

@@ -1,23 +1,29 @@
 #include "tools/vesk/input.hpp"
 
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstring>
+#include <new>
 
 #include "tools/vesk/failure.hpp"
+#include "tools/vesk/output.hpp"
 
 namespace vesk::tool {
 namespace {
 
+[[noreturn]] void fail(const std::string& name, int why) {
+    throw Failure(quote_name(name) + ": " + std::strerror(why));
+}
+
 class File {
 public:
-    File(const std::string& name) : number_(name == "-" ? STDIN_FILENO : open(name.c_str(), O_RDONLY | O_CLOEXEC)) {
-        if (number_ < 0) throw Failure(name + ": " + std::strerror(errno));
+    explicit File(const std::string& name) : number_(name == "-" ? STDIN_FILENO : open(name.c_str(), O_RDONLY | O_CLOEXEC)) {
+        if (number_ < 0) fail(name, errno);
     }
     ~File() {
         if (number_ != STDIN_FILENO) close(number_);
@@ -49,7 +55,7 @@ int sextet_of(char character) {
 bool is_blank(char character) { return std::isspace(static_cast<unsigned char>(character)) != 0; }
 
 [[noreturn]] void fail_at(const std::string& name, std::size_t at, const std::string& what) {
-    throw Failure(name + ": " + what + " at character " + std::to_string(at + 1));
+    throw Failure(quote_name(name) + ": " + what + " at character " + std::to_string(at + 1));
 }
 
 constexpr std::uint64_t header_length = 12;
@@ -60,54 +66,53 @@ std::uint32_t read_number(const std::uint8_t* at) {
 }
 
 const char* const types_of_frames[] = {
-    "", "req_inv_data", "req_inv_data_by_type", "req_inv_data_by_eid", "resp_inv_data", "resp_inv_data_by_eid"};
+    nullptr, "req_inv_data", "req_inv_data_by_type", "req_inv_data_by_eid", "resp_inv_data", "resp_inv_data_by_eid"};
 
 }  // namespace
 
-std::vector<std::uint8_t> from_hex(std::string_view text, const std::string& name) {
-    std::vector<std::uint8_t> bytes;
-    bytes.reserve(text.size() / 2);
-    int high = -1;
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        if (is_blank(text[at])) continue;
-        const int digit = digit_of(text[at]);
+std::size_t read_hex(std::uint8_t* text, std::size_t length, const std::string& name) {
+    std::size_t digits = 0;
+    unsigned high = 0;
+    for (std::size_t at = 0; at < length; ++at) {
+        const char character = static_cast<char>(text[at]);
+        if (is_blank(character)) continue;
+        const int digit = digit_of(character);
         if (digit < 0) fail_at(name, at, "no hexadecimal digit");
-        if (high < 0) {
-            high = digit;
+        if (digits++ % 2 == 0) {
+            high = static_cast<unsigned>(digit) << 4;
         } else {
-            bytes.push_back(static_cast<std::uint8_t>(high << 4 | digit));
-            high = -1;
+            text[digits / 2 - 1] = static_cast<std::uint8_t>(high | static_cast<unsigned>(digit));
         }
     }
-    if (high >= 0) throw Failure(name + ": an odd number of hexadecimal digits");
-    return bytes;
+    if (digits % 2 != 0) throw Failure(quote_name(name) + ": an odd number of hexadecimal digits");
+    return digits / 2;
 }
 
-std::vector<std::uint8_t> from_base64(std::string_view text, const std::string& name) {
-    std::vector<std::uint8_t> bytes;
-    bytes.reserve(text.size() / 4 * 3);
+std::size_t read_base64(std::uint8_t* text, std::size_t length, const std::string& name) {
     std::uint32_t bits = 0;
     unsigned held = 0;
     std::size_t sextets = 0;
+    std::size_t size = 0;
     bool padded = false;
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        if (is_blank(text[at])) continue;
-        if (text[at] == '=') {
+    for (std::size_t at = 0; at < length; ++at) {
+        const char character = static_cast<char>(text[at]);
+        if (is_blank(character)) continue;
+        if (character == '=') {
             padded = true;
             continue;
         }
-        const int sextet = sextet_of(text[at]);
+        const int sextet = sextet_of(character);
         if (sextet < 0 || padded) fail_at(name, at, "no base64");
         bits = bits << 6 | static_cast<std::uint32_t>(sextet);
         held += 6;
         ++sextets;
         if (held >= 8) {
             held -= 8;
-            bytes.push_back(static_cast<std::uint8_t>(bits >> held));
+            text[size++] = static_cast<std::uint8_t>(bits >> held);
         }
     }
-    if (sextets % 4 == 1) throw Failure(name + ": base64 that is cut short");
-    return bytes;
+    if (sextets % 4 == 1) throw Failure(quote_name(name) + ": base64 that is cut short");
+    return size;
 }
 
 std::string in_form(std::string_view bytes, Form form) {
@@ -136,80 +141,53 @@ std::string in_form(std::string_view bytes, Form form) {
 Input::Input(const std::string& name, Form form) : name_(name) {
     const File file(name);
     struct stat status {};
-    if (fstat(file.number(), &status) != 0) throw Failure(name + ": " + std::strerror(errno));
-    if (S_ISDIR(status.st_mode)) throw Failure(name + ": is a directory");
-    // What is mapped and shrinks meanwhile would end the program, so a file of some pages is read.
-    constexpr off_t worth_mapping = 1 << 24;
-    if (S_ISREG(status.st_mode) && status.st_size >= worth_mapping && form == Form::raw) {
-        map(file.number(), static_cast<std::uint64_t>(status.st_size));
-    } else {
-        read_all(file.number());
-    }
-    if (form != Form::raw) decode(form);
+    if (fstat(file.number(), &status) != 0) fail(name, errno);
+    if (S_ISDIR(status.st_mode)) throw Failure(quote_name(name) + ": is a directory");
+    // Files of the kernel's say that they have 0 bytes.
+    const bool has_size = S_ISREG(status.st_mode) && status.st_size > 0;
+    read_all(file.number(), has_size ? static_cast<std::uint64_t>(status.st_size) : UINT64_MAX);
+    if (form == Form::hex) size_ = read_hex(bytes_.get(), size_, name_);
+    if (form == Form::base64) size_ = read_base64(bytes_.get(), size_, name_);
 }
 
-Input::Input(Input&& other) noexcept
-    : name_(std::move(other.name_)),
-      bytes_(std::move(other.bytes_)),
-      mapped_(other.mapped_),
-      mapped_size_(other.mapped_size_),
-      data_(other.data_),
-      size_(other.size_) {
-    other.mapped_ = nullptr;
+// A large block is moved without being copied, so there are never two of them.
+void Input::grow(std::uint64_t capacity) {
+    auto* const block = static_cast<std::uint8_t*>(std::realloc(bytes_.get(), capacity));
+    if (block == nullptr) throw std::bad_alloc();
+    static_cast<void>(bytes_.release());
+    bytes_.reset(block);
+    capacity_ = capacity;
 }
 
-Input::~Input() {
-    if (mapped_ != nullptr) munmap(mapped_, mapped_size_);
-}
-
-void Input::map(int file, std::uint64_t size) {
-    void* const at = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, file, 0);
-    if (at == MAP_FAILED) return read_all(file);
-    mapped_ = at;
-    mapped_size_ = size;
-    data_ = static_cast<const std::uint8_t*>(at);
-    size_ = size;
-}
-
-void Input::read_all(int file) {
-    std::uint8_t block[65536];
-    while (true) {
-        const ssize_t got = read(file, block, sizeof block);
+void Input::read_all(int file, std::uint64_t most) {
+    constexpr std::uint64_t step = 1 << 20;
+    while (size_ < most) {
+        if (size_ == capacity_) grow(std::min(most, capacity_ + step));
+        const ssize_t got = read(file, bytes_.get() + size_, capacity_ - size_);
         if (got == 0) break;
         if (got < 0 && errno == EINTR) continue;
-        if (got < 0) throw Failure(name_ + ": " + std::strerror(errno));
-        bytes_.insert(bytes_.end(), block, block + got);
+        if (got < 0) fail(name_, errno);
+        size_ += static_cast<std::uint64_t>(got);
     }
-    data_ = bytes_.data();
-    size_ = bytes_.size();
 }
 
-void Input::decode(Form form) {
-    const std::string_view text(reinterpret_cast<const char*>(data_), size_);
-    bytes_ = form == Form::hex ? from_hex(text, name_) : from_base64(text, name_);
-    data_ = bytes_.data();
-    size_ = bytes_.size();
-}
-
-std::vector<Frame> read_frames(const Input& input) {
-    std::vector<Frame> frames;
-    std::uint64_t at = 0;
-    while (at < input.size()) {
-        const std::uint8_t* const header = input.data() + at;
-        const std::string place =
-            input.name() + ": frame " + std::to_string(frames.size()) + " at byte " + std::to_string(at);
-        if (input.size() - at < header_length) throw Failure(place + ": its header is cut short");
-        if (std::memcmp(header, magic, sizeof magic) != 0) throw Failure(place + ": does not begin with VSK1");
-        const std::uint32_t kind = read_number(header + 4);
-        const std::uint32_t length = read_number(header + 8);
-        if (input.size() - at - header_length < length) {
-            throw Failure(place + ": its body of " + std::to_string(length) + " bytes is cut short");
-        }
-        const bool known = kind < std::size(types_of_frames);
-        frames.push_back({kind, known ? types_of_frames[kind] : "", header + header_length, length});
-        at += header_length + length;
-    }
-    return frames;
+bool FrameReader::next(Frame* frame) {
+    if (at_ == input_.size()) return false;
+    const std::uint8_t* const header = input_.data() + at_;
+    const std::uint64_t left = input_.size() - at_;
+    const auto fail = [&](const std::string& what) {
+        throw Failure(quote_name(input_.name()) + ": frame " + std::to_string(count_) + " at byte " +
+                      std::to_string(at_) + ": " + what);
+    };
+    if (left < header_length) fail("its header is cut short");
+    if (std::memcmp(header, magic, sizeof magic) != 0) fail("does not begin with VSK1");
+    const std::uint32_t kind = read_number(header + 4);
+    const std::uint32_t length = read_number(header + 8);
+    if (left - header_length < length) fail("its body of " + std::to_string(length) + " bytes is cut short");
+    *frame = {kind, kind < std::size(types_of_frames) ? types_of_frames[kind] : nullptr, header + header_length, length};
+    at_ += header_length + length;
+    ++count_;
+    return true;
 }
 
 }  // namespace vesk::tool

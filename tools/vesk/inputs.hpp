@@ -5,6 +5,7 @@
 #include <iostream>
 
 #include "tools/vesk/failure.hpp"
+#include "tools/vesk/output.hpp"
 #include "tools/vesk/request.hpp"
 #include "tools/vesk/types.hpp"
 
@@ -17,33 +18,42 @@ struct Subject {
     std::uint64_t length;
 };
 
-// Calls work(Subject), which returns a status, for each file of a request, or each frame in them. A file that cannot be
-// read is one line on standard error, and the others are tried. Returns the worst status.
+// What `work` returns; a Failure of its own is a line on standard error and a status.
+template <class Work>
+int status_of(Work work) {
+    try {
+        return work();
+    } catch (const OutputFailure&) {
+        throw;
+    } catch (const Failure& failure) {
+        std::cerr << "vesk: " << failure.what() << "\n";
+        return failure.status();
+    }
+}
+
+// Calls work(Subject), which returns a status, for each file of a request, or each frame in them. What cannot be read or
+// fails is one line on standard error, and the others are tried. Returns the worst status.
 template <class Work>
 int for_each_subject(const Request& request, Work work) {
     const vesk_type* const type = request.frames ? nullptr : find_type(request.type);
     int worst = status_ok;
+    const auto attempt = [&](auto part) { worst = std::max(worst, status_of(part)); };
     for (const std::string& file : request.files) {
-        try {
+        attempt([&] {
             const Input input(file, request.form);
-            if (!request.frames) {
-                worst = std::max<int>(worst, work(Subject{type, file, input.data(), input.size()}));
-                continue;
+            if (!request.frames) return int{work(Subject{type, file, input.data(), input.size()})};
+            FrameReader reader(input);
+            for (Frame frame{}; reader.next(&frame);) {
+                attempt([&] {
+                    if (frame.type == nullptr) {
+                        throw Failure(quote_name(reader.name()) + ": frames of kind " + std::to_string(frame.kind) +
+                                      " hold no message");
+                    }
+                    return int{work(Subject{find_type(frame.type), reader.name(), frame.body, frame.length})};
+                });
             }
-            std::size_t number = 0;
-            for (const Frame& frame : read_frames(input)) {
-                const std::string name = file + "#" + std::to_string(number++);
-                if (frame.type.empty()) {
-                    std::cerr << "vesk: " << name << ": no message: frames of kind " << frame.kind << " hold none\n";
-                    worst = std::max<int>(worst, status_failed);
-                    continue;
-                }
-                worst = std::max<int>(worst, work(Subject{find_type(frame.type), name, frame.body, frame.length}));
-            }
-        } catch (const Failure& failure) {
-            std::cerr << "vesk: " << failure.what() << "\n";
-            worst = std::max<int>(worst, failure.status());
-        }
+            return int{status_ok};
+        });
     }
     return worst;
 }

@@ -63,7 +63,7 @@ Output::Output(const std::string& name) : name_(name), aside_(name + ".XXXXXX"),
     file_ = mkostemp(aside_.data(), O_CLOEXEC);
     if (file_ < 0) {
         aside_.clear();
-        throw Failure(name + ": " + std::strerror(errno));
+        throw OutputFailure(name + ": " + std::strerror(errno));
     }
     fchmod(
         file_, 0666 & ~[] {
@@ -106,7 +106,7 @@ void Output::flush() {
         if (written < 0) {
             const int why = errno;
             held_.clear();
-            throw Failure(name_ + ": " + std::strerror(why));
+            throw OutputFailure(name_ + ": " + std::strerror(why));
         }
         at += static_cast<std::size_t>(written);
     }
@@ -117,7 +117,7 @@ void Output::close() {
     flush();
     if (aside_.empty()) return;
     if (fsync(file_) != 0 || rename(aside_.c_str(), name_.c_str()) != 0) {
-        throw Failure(name_ + ": " + std::strerror(errno));
+        throw OutputFailure(name_ + ": " + std::strerror(errno));
     }
     written_aside = nullptr;
     ::close(file_);

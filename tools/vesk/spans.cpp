@@ -10,147 +10,239 @@ namespace {
 
 constexpr std::uint64_t never = UINT64_MAX;
 
+// What a general protobuf parser reads no further than.
+constexpr std::uint64_t longest_tag = 5;
+constexpr std::uint64_t longest_number = 10;
+constexpr std::uint64_t most_bytes_of_a_length = 5;
+constexpr std::uint64_t longest_length = 0x7FFFFFFF - 16;
+
+constexpr std::uint32_t varint_type = 0;
+constexpr std::uint32_t fixed64_type = 1;
+constexpr std::uint32_t length_type = 2;
+constexpr std::uint32_t group_type = 3;
+constexpr std::uint32_t fixed32_type = 5;
+
+std::uint32_t wire_type_of(std::uint64_t tag) { return tag & 7; }
+std::uint32_t number_of(std::uint64_t tag) { return static_cast<std::uint32_t>(tag) >> 3; }
+
 // A varint of any length, of which the low 64 bits count; `to` is `never` if it runs past the end.
 struct Varint {
+    std::uint64_t from;
     std::uint64_t to;
     std::uint64_t value;
+
+    std::uint64_t size() const { return to - from; }
+    // Of the content that a length announces: the low 32 bits count.
+    std::uint64_t length() const { return static_cast<std::uint32_t>(value); }
+    bool reaches_past(std::uint64_t end) const { return to == never || length() > end - to; }
 };
 
-class SpanWalker {
+std::string in_words(const vesk_field* field) {
+    static const char* const words[] = {"", "number", "number", "flag", "string", "bytes", "message", "list"};
+    return "field " + std::to_string(vesk_field_number(field)) + " " + vesk_field_name(field) + ", " +
+           words[field->kind <= VESK_KIND_LIST ? field->kind : 0];
+}
+
+// What a walk tells; either may be null.
+struct Listener {
+    const std::function<void(const Span&)>* span;
+    const std::function<void(const Difference&)>* difference;
+};
+
+class Walker {
 public:
-    SpanWalker(const std::uint8_t* input, std::uint64_t length, const vesk_report& report,
-               const std::function<void(const Span&)>& take)
+    Walker(const std::uint8_t* input, std::uint64_t length, const vesk_report& report, Listener listener)
         : input_(input),
           length_(length),
           stop_(report.code == VESK_OK ? never : report.at),
           refused_(report.path),
-          take_(take) {}
+          listener_(listener) {}
 
-    Walk walk(const vesk_type* type) {
-        walk_message(type, 0, length_, "", 0);
+    void walk(const vesk_type* type) {
+        walk_message(type, length_, "", 0);
         if (at_ < length_) {
             give(length_, Role::beyond, 0, "",
                  std::to_string(length_ - at_) + " bytes after the place where decoding ended");
         }
-        return walk_;
     }
 
 private:
     // Everything before `to` that no span has yet becomes one.
     void give(std::uint64_t to, Role role, std::uint32_t depth, const std::string& path, std::string text) {
         if (to <= at_) return;
-        take_({at_, to, role, depth, path, std::move(text)});
+        if (listener_.span != nullptr) (*listener_.span)({at_, to, role, depth, path, std::move(text)});
         at_ = to;
     }
 
+    void differ(std::uint64_t at, const std::string& path, Row row) {
+        if (listener_.difference != nullptr) (*listener_.difference)({at, path, &text_of(row)});
+    }
+
     Varint read(std::uint64_t at, std::uint64_t end) const {
+        const std::uint64_t from = at;
         std::uint64_t value = 0;
         for (unsigned shift = 0; at < end; shift += 7) {
             const std::uint8_t byte = input_[at++];
             if (shift < 64) value |= std::uint64_t{byte & 0x7Fu} << shift;
-            if (byte < 0x80) return {at, value};
+            if (byte < 0x80) return {from, at, value};
         }
-        return {never, 0};
+        return {from, never, 0};
     }
 
     static std::string within(const std::string& path, const char* name) {
         return path.empty() ? name : path + "." + name;
     }
 
+    // ---- What another parser does with a tag, a length or a number that is read here ----
+
+    void compare_tag(const Varint& tag, const std::string& path) {
+        if (tag.size() > longest_tag) differ(tag.from, path, Row::tag_of_more_than_5_bytes_is_read);
+    }
+
+    void compare_length(const Varint& tag, const Varint& length, const std::string& path) {
+        if (length.size() > most_bytes_of_a_length) {
+            differ(tag.from, path, Row::length_of_more_than_5_bytes_is_read);
+        } else if (length.value > UINT32_MAX) {
+            differ(tag.from, path, Row::length_above_2_gib_keeps_its_low_32_bits);
+        } else if (length.value > longest_length) {
+            differ(tag.from, path, Row::field_of_2_gib_is_read);
+        }
+    }
+
+    void compare_number(const Varint& tag, const Varint& number, const std::string& path) {
+        if (number.size() > longest_number) differ(tag.from, path, Row::number_of_more_than_10_bytes_is_read);
+    }
+
+    // A tag that is refused here. A longer one, or of another wire type, is refused there, too.
+    void compare_refused(const Varint& tag, const vesk_field* field, bool again) {
+        const std::uint32_t wire_type = wire_type_of(tag.value);
+        if (tag.size() > longest_tag || number_of(tag.value) == 0) return;
+        if (wire_type == group_type) return differ(tag.from, refused_, Row::group_is_refused);
+        const bool is_skipped = wire_type <= length_type || wire_type == fixed32_type;
+        if (field == nullptr || !is_skipped) return;
+        if (field->tag != static_cast<std::uint32_t>(tag.value)) {
+            differ(tag.from, refused_, Row::known_field_of_other_wire_type_is_refused);
+        } else if (again && field->kind == VESK_KIND_LIST) {
+            differ(tag.from, refused_, Row::list_in_two_runs_is_refused);
+        } else if (again && field->kind == VESK_KIND_STRING) {
+            differ(tag.from, refused_, Row::string_twice_is_refused);
+        } else if (again && field->kind == VESK_KIND_BYTES) {
+            differ(tag.from, refused_, Row::bytes_twice_is_refused);
+        }
+    }
+
+    // ---- The walk ----
+
     // The tag that decoding stopped at: cut short, of an unknown field or of a known one.
-    void walk_refused(const vesk_type* type, std::uint64_t end, std::uint32_t depth) {
-        const Varint tag = read(at_, end);
+    void walk_refused(const vesk_type* type, std::uint64_t occurred, std::uint64_t end, std::uint32_t depth) {
         stopped_ = true;
+        const Varint tag = read(at_, end);
         if (tag.to == never) return give(end, Role::tag, depth, refused_, "a tag that is cut short: refused");
-        const std::uint32_t number = static_cast<std::uint32_t>(tag.value) >> 3;
-        const vesk_field* const field = vesk_type_field_numbered(type, number);
-        const std::string wire = "wire type " + std::to_string(tag.value & 7);
-        const std::string what = field == nullptr ? "unknown field " + std::to_string(number) : describe_tag(field);
-        give(tag.to, Role::tag, depth, refused_, what + ", " + wire + ": refused");
+        const vesk_field* const field = vesk_type_field_numbered(type, number_of(tag.value));
+        compare_refused(tag, field, field != nullptr && (occurred >> field->presence_bit & 1) != 0);
+        const std::string what =
+            field == nullptr ? "unknown field " + std::to_string(number_of(tag.value)) : in_words(field);
+        give(tag.to, Role::tag, depth, refused_,
+             what + ", wire type " + std::to_string(wire_type_of(tag.value)) + ": refused");
     }
 
-    static std::string describe_tag(const vesk_field* field) {
-        static const char* const words[] = {"", "number", "number", "flag", "string", "bytes", "message", "list"};
-        return "field " + std::to_string(vesk_field_number(field)) + " " + vesk_field_name(field) + ", " +
-               words[field->kind <= VESK_KIND_LIST ? field->kind : 0];
-    }
-
-    // False where decoding stopped, or what is there makes no sense, which is left to the caller.
-    bool walk_message(const vesk_type* type, std::uint64_t begin, std::uint64_t end, const std::string& path,
-                      std::uint32_t depth) {
-        at_ = begin;
+    // From at_ on. False where decoding stopped, or what is there makes no sense, which is left to the caller.
+    bool walk_message(const vesk_type* type, std::uint64_t end, const std::string& path, std::uint32_t depth) {
+        std::uint64_t occurred = 0;  // a bit for each field
         while (at_ < end) {
             if (at_ == stop_) {
-                walk_refused(type, end, depth);
+                walk_refused(type, occurred, end, depth);
                 return false;
             }
             const Varint tag = read(at_, end);
             if (tag.to == never) return false;
-            const std::uint32_t value = static_cast<std::uint32_t>(tag.value);
-            const vesk_field* const field = vesk_type_field_numbered(type, value >> 3);
+            const vesk_field* const field = vesk_type_field_numbered(type, number_of(tag.value));
             if (field == nullptr) {
-                if (!walk_unknown(value, tag.to, end, path, depth)) return false;
-            } else if (field->tag != value || !walk_field(field, tag.to, end, path, depth)) {
-                return false;
+                if (!walk_unknown(tag, end, path, depth)) return false;
+                continue;
             }
+            const bool again = (occurred >> field->presence_bit & 1) != 0;
+            occurred |= std::uint64_t{1} << field->presence_bit;
+            if (field->tag != static_cast<std::uint32_t>(tag.value)) return false;
+            if (!walk_field(field, again, tag, end, within(path, vesk_field_name(field)), depth)) return false;
         }
         return true;
     }
 
-    bool walk_unknown(std::uint32_t tag, std::uint64_t content, std::uint64_t end, const std::string& path,
-                      std::uint32_t depth) {
+    bool walk_unknown(const Varint& tag, std::uint64_t end, const std::string& path, std::uint32_t depth) {
+        const Varint number = read(tag.to, end);  // or a length
         std::uint64_t to = never;
-        switch (tag & 7) {
-            case 0: to = read(content, end).to; break;
-            case 1: to = std::min(end, content + 8); break;
-            case 5: to = std::min(end, content + 4); break;
-            case 2: {
-                // The low 32 bits of a length count. One that is cut short or too long ends the message.
-                const Varint length = read(content, end);
-                const std::uint64_t size = static_cast<std::uint32_t>(length.value);
-                to = length.to == never ? never : size < end - length.to ? length.to + size : end;
+        bool cut_short = false;
+        switch (wire_type_of(tag.value)) {
+            case varint_type:
+                to = number.to;
+                if (to != never) compare_number(tag, number, path);
+                break;
+            case length_type:
+                if (number.to == never) break;
+                cut_short = number.reaches_past(end);
+                to = cut_short ? end : number.to + number.length();
+                compare_length(tag, number, path);
+                break;
+            case fixed64_type:
+            case fixed32_type: {
+                const std::uint64_t size = wire_type_of(tag.value) == fixed64_type ? 8 : 4;
+                cut_short = size > end - tag.to;
+                to = cut_short ? end : tag.to + size;
                 break;
             }
             default: break;
         }
         if (to == never) return false;
-        walk_.unknown_bytes += to - at_;
+        compare_tag(tag, path);
+        const bool has_number = number_of(tag.value) != 0;
+        differ(tag.from, path, has_number ? Row::unknown_field_is_dropped : Row::field_number_0_is_unknown_field);
+        if (cut_short) differ(tag.from, path, Row::unknown_field_cut_short_is_accepted);
         give(to, Role::unknown, depth, path,
-             "unknown field " + std::to_string(tag >> 3) + ", wire type " + std::to_string(tag & 7));
+             "unknown field " + std::to_string(number_of(tag.value)) + ", wire type " +
+                 std::to_string(wire_type_of(tag.value)) + (cut_short ? ", cut short" : ""));
         return true;
     }
 
-    bool walk_field(const vesk_field* field, std::uint64_t content, std::uint64_t end, const std::string& path,
+    bool walk_field(const vesk_field* field, bool again, const Varint& tag, std::uint64_t end, const std::string& path,
                     std::uint32_t depth) {
-        const std::string own = within(path, vesk_field_name(field));
-        if (field->kind == VESK_KIND_LIST) return walk_list(field, content, end, own, depth);
-        ++walk_.fields;
-        if (field->kind <= VESK_KIND_BOOL) return walk_scalar(field, content, end, own, depth);
-        give(content, Role::tag, depth, own, describe_tag(field));
-        const Varint length = read(content, end);
-        const std::uint64_t size = static_cast<std::uint32_t>(length.value);
-        if (length.to == never || size > end - length.to) return false;
-        return walk_content(field, length.to, length.to + size, own, depth);
+        if (field->kind == VESK_KIND_LIST) return !again && walk_list(field, tag, end, path, depth);
+        if (field->kind <= VESK_KIND_BOOL) return walk_scalar(field, tag, end, path, depth);
+        const bool is_message = field->kind == VESK_KIND_MESSAGE;
+        const Varint length = read(tag.to, end);
+        if ((again && !is_message) || length.reaches_past(end)) return false;
+        if (again) differ(tag.from, path, Row::nested_message_twice_is_replaced);
+        return walk_content(field, tag, length, path, depth);
     }
 
-    bool walk_scalar(const vesk_field* field, std::uint64_t content, std::uint64_t end, const std::string& path,
+    bool walk_scalar(const vesk_field* field, const Varint& tag, std::uint64_t end, const std::string& path,
                      std::uint32_t depth) {
-        const Varint read_value = read(content, end);
-        if (read_value.to == never) return false;
-        give(content, Role::tag, depth, path, describe_tag(field));
-        const std::uint32_t low = static_cast<std::uint32_t>(read_value.value);
-        std::string text = std::to_string(field->kind == VESK_KIND_UINT64 ? read_value.value : low);
+        const Varint number = read(tag.to, end);
+        if (number.to == never) return false;
+        const auto low = static_cast<std::uint32_t>(number.value);
+        compare_tag(tag, path);
+        compare_number(tag, number, path);
+        if (field->kind == VESK_KIND_BOOL && low == 0 && number.value != 0) {
+            differ(tag.from, path, Row::flag_is_read_from_32_bits);
+        }
+        std::string text = std::to_string(field->kind == VESK_KIND_UINT64 ? number.value : low);
         if (field->kind == VESK_KIND_BOOL) text = low != 0 ? "true" : "false";
-        give(read_value.to, Role::value, depth, path, text);
+        give(tag.to, Role::tag, depth, path, in_words(field));
+        give(number.to, Role::value, depth, path, text);
         return true;
     }
 
-    // What stands after a length: of a string, bytes field, nested message or element.
-    bool walk_content(const vesk_field* field, std::uint64_t begin, std::uint64_t end, const std::string& path,
+    // A string, bytes field, nested message or element that is all there.
+    bool walk_content(const vesk_field* field, const Varint& tag, const Varint& length, const std::string& path,
                       std::uint32_t depth) {
-        give(begin, Role::length, depth, path, "length " + std::to_string(end - begin) + " of " + path);
-        const std::string_view bytes(reinterpret_cast<const char*>(input_ + begin), end - begin);
+        const std::uint64_t end = length.to + length.length();
+        compare_tag(tag, path);
+        compare_length(tag, length, path);
+        give(tag.to, Role::tag, depth, path, in_words(field));
+        give(length.to, Role::length, depth, path, "length " + std::to_string(length.length()) + " of " + path);
+        const std::string_view bytes(reinterpret_cast<const char*>(input_ + length.to), length.length());
         if (field->kind == VESK_KIND_STRING) {
+            if (bytes.find('\0') != std::string_view::npos) differ(tag.from, path, Row::string_ends_at_embedded_nul);
             give(end, Role::value, depth, path, quote(bytes));
             return true;
         }
@@ -163,7 +255,7 @@ private:
             give(end, Role::value, depth, path, "an identifier that its library does not describe");
             return true;
         }
-        const bool whole = walk_message(nested, begin, end, path, depth + 1);
+        const bool whole = walk_message(nested, end, path, depth + 1);
         if (stopped_) return false;
         // A list is counted to its end before its elements are read, so a later element may have ended the decoding
         // first.
@@ -172,27 +264,23 @@ private:
     }
 
     // Only field numbers are compared: an element of another wire type is read as a length, too.
-    bool walk_list(const vesk_field* field, std::uint64_t content, std::uint64_t end, const std::string& path,
+    bool walk_list(const vesk_field* field, Varint tag, std::uint64_t end, const std::string& path,
                    std::uint32_t depth) {
         for (std::uint64_t element = 0;; ++element) {
             const std::string own = path + "[" + std::to_string(element) + "]";
-            ++walk_.fields;
-            const Varint length = read(content, end);
-            const std::uint64_t size = static_cast<std::uint32_t>(length.value);
-            if (length.to == never || size > end - length.to) return false;
-            give(content, Role::tag, depth, own, describe_tag(field));
-            if (!walk_content(field, length.to, length.to + size, own, depth)) return false;
-            if (at_ == end) return true;
-            const Varint tag = read(at_, end);
-            const bool goes_on =
-                tag.to != never && static_cast<std::uint32_t>(tag.value) >> 3 == vesk_field_number(field);
-            if (!goes_on) return true;
-            if (at_ == stop_) {
-                give(tag.to, Role::tag, depth, refused_, describe_tag(field) + ": refused");
+            if (wire_type_of(tag.value) != length_type) {
+                differ(tag.from, own, Row::list_element_of_other_wire_type_is_read_as_element);
+            }
+            const Varint length = read(tag.to, end);
+            if (tag.from == stop_) {
                 stopped_ = true;
+                give(tag.to, Role::tag, depth, refused_, in_words(field) + ": refused");
                 return false;
             }
-            content = tag.to;
+            if (length.reaches_past(end) || !walk_content(field, tag, length, own, depth)) return false;
+            if (at_ == end) return true;
+            tag = read(at_, end);
+            if (tag.to == never || number_of(tag.value) != vesk_field_number(field)) return true;
         }
     }
 
@@ -200,10 +288,9 @@ private:
     std::uint64_t length_;
     std::uint64_t stop_;
     std::string refused_;  // the path of what decoding stopped at
-    const std::function<void(const Span&)>& take_;
+    Listener listener_;
     std::uint64_t at_ = 0;
     bool stopped_ = false;
-    Walk walk_;
 };
 
 }  // namespace
@@ -219,9 +306,14 @@ const char* name_of(Role role) {
     return "";
 }
 
-Walk for_each_span(const vesk_type* type, const std::uint8_t* input, std::uint64_t length, const vesk_report& report,
+void for_each_span(const vesk_type* type, const std::uint8_t* input, std::uint64_t length, const vesk_report& report,
                    const std::function<void(const Span&)>& take) {
-    return SpanWalker(input, length, report, take).walk(type);
+    Walker(input, length, report, {&take, nullptr}).walk(type);
+}
+
+void for_each_difference(const vesk_type* type, const std::uint8_t* input, std::uint64_t length,
+                         const vesk_report& report, const std::function<void(const Difference&)>& take) {
+    Walker(input, length, report, {nullptr, &take}).walk(type);
 }
 
 vesk_report check(const vesk_type* type, const std::uint8_t* input, std::uint64_t length) {

@@ -7,6 +7,8 @@
 #include <functional>
 #include <string>
 
+#include "tools/vesk/differences.hpp"
+
 namespace vesk::tool {
 
 enum class Role { tag, length, value, unknown, beyond };
@@ -22,16 +24,21 @@ struct Span {
     std::string text;     // what it means; characters of a message's strings are escaped
 };
 
-// What a walk over an input found.
-struct Walk {
-    std::uint64_t fields = 0;  // known ones, nested ones included
-    std::uint64_t unknown_bytes = 0;
-};
-
 // Calls `take` for each span, by offset; none is empty. `report` is the pre-flight's, of the same input: where it names
 // an error, the refused tag is a tag, and what follows it is beyond.
-Walk for_each_span(const vesk_type* type, const std::uint8_t* input, std::uint64_t length, const vesk_report& report,
+void for_each_span(const vesk_type* type, const std::uint8_t* input, std::uint64_t length, const vesk_report& report,
                    const std::function<void(const Span&)>& take);
+
+// A place that a general protobuf parser would read in another way.
+struct Difference {
+    std::uint64_t at;  // offset of the field's tag
+    std::string path;  // of the field; of an unknown one the message that it stands in
+    const RowText* row;
+};
+
+// Calls `take` for each of them that decoding meets, by offset; `report` as above.
+void for_each_difference(const vesk_type* type, const std::uint8_t* input, std::uint64_t length,
+                         const vesk_report& report, const std::function<void(const Difference&)>& take);
 
 // The pre-flight, and its verdict and cost in words.
 vesk_report check(const vesk_type* type, const std::uint8_t* input, std::uint64_t length);

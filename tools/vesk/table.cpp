@@ -1,35 +1,75 @@
 #include "tools/vesk/table.hpp"
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
+#include <cstring>
 #include <utility>
 #include <vector>
 
+#include "tools/vesk/failure.hpp"
 #include "tools/vesk/output.hpp"
+#include "tools/vesk/spans.hpp"
+#include "tools/vesk/types.hpp"
+#include "tools/vesk/values.hpp"
 
 namespace vesk::tool {
 namespace {
 
-using Json = nlohmann::ordered_json;
-using Row = std::vector<std::pair<std::string, std::string>>;
+constexpr std::size_t most_of_a_string = 4096;
 
-std::string scalar(const Json& value) {
-    if (!value.is_string()) return value.dump();
-    const std::string quoted = quote(value.get<std::string>(), 1 << 12);
-    return quoted.substr(1, quoted.size() - 2);
+// A list in a structure.
+struct List {
+    std::string path;
+    const vesk_type* type;
+    const std::uint8_t* elements;
+    std::uint32_t count;
+};
+
+// The fields of a message by their paths, nested ones included; its lists are kept for later.
+struct Record {
+    std::vector<std::pair<std::string, std::string>> values;
+    std::vector<List> lists;
+};
+
+template <class Member>
+Member load(const std::uint8_t* structure, std::uint32_t offset) {
+    Member member;
+    std::memcpy(&member, structure + offset, sizeof member);
+    return member;
 }
 
-// The scalars of a message by their paths; its lists, under theirs, are kept for later.
-void flatten(const Json& message, const std::string& prefix, Row& row,
-             std::vector<std::pair<std::string, const Json*>>& lists) {
-    for (const auto& [name, value] : message.items()) {
-        const std::string path = prefix.empty() ? name : prefix + "." + name;
-        if (value.is_object()) {
-            flatten(value, path, row, lists);
-        } else if (value.is_array()) {
-            lists.emplace_back(path, &value);
+std::string value_of(const vesk_field* field, const std::uint8_t* structure) {
+    switch (field->kind) {
+        case VESK_KIND_UINT32: return std::to_string(load<std::uint32_t>(structure, field->offset));
+        case VESK_KIND_UINT64: return std::to_string(load<std::uint64_t>(structure, field->offset));
+        case VESK_KIND_BOOL: return load<std::uint8_t>(structure, field->offset) != 0 ? "true" : "false";
+        case VESK_KIND_STRING: {
+            const std::string quoted = quote(load<const char*>(structure, field->offset), most_of_a_string);
+            return quoted.substr(1, quoted.size() - 2);
+        }
+        default: {
+            const auto length = load<std::uint64_t>(structure, field->size_offset);
+            return bytes_in_words({load<const char*>(structure, field->offset), length});
+        }
+    }
+}
+
+// Of a decoded message: what is present has its bit.
+void flatten(const vesk_type* type, const std::uint8_t* structure, const std::string& prefix, Record& row) {
+    for (std::uint32_t place = 0; place < type->field_count; ++place) {
+        const vesk_field* const field = vesk_type_field(type, place);
+        const std::uint8_t bits = structure[type->presence_offset + field->presence_bit / 8];
+        if ((bits >> field->presence_bit % 8 & 1) == 0) continue;
+        const std::string path = prefix + vesk_field_name(field);
+        const vesk_type* const nested = field->nested_at != 0 ? describe(vesk_field_nested(field)) : nullptr;
+        if (field->kind == VESK_KIND_LIST) {
+            row.lists.push_back({path, nested, load<const std::uint8_t*>(structure, field->offset),
+                                 load<std::uint32_t>(structure, field->size_offset)});
+        } else if (field->kind != VESK_KIND_MESSAGE) {
+            row.values.emplace_back(path, value_of(field, structure));
+        } else if (nested != nullptr) {
+            flatten(nested, structure + field->offset, path + ".", row);
         } else {
-            row.emplace_back(path, scalar(value));
+            row.values.emplace_back(path, "an identifier that its library does not describe");
         }
     }
 }
@@ -59,20 +99,18 @@ std::string print_rows(const std::vector<std::vector<std::string>>& rows) {
     return text;
 }
 
-std::string print_message(const Json& message, const std::string& title);
-
-std::string print_list(const Json& list, const std::string& title) {
+std::string print_list(const List& list) {
     std::vector<std::string> columns{"#"};
-    std::vector<Row> rows;
+    std::vector<Record> rows(list.type != nullptr ? list.count : 0);
     std::string nested;
-    for (std::size_t element = 0; element < list.size(); ++element) {
-        std::vector<std::pair<std::string, const Json*>> lists;
-        rows.emplace_back();
-        flatten(list[element], "", rows.back(), lists);
-        for (const auto& [path, inner] : lists) {
-            nested += print_list(*inner, title + "[" + std::to_string(element) + "]." + path);
+    for (std::size_t element = 0; element < rows.size(); ++element) {
+        Record& row = rows[element];
+        flatten(list.type, list.elements + element * list.type->structure_size, "", row);
+        for (List& inner : row.lists) {
+            inner.path = list.path + "[" + std::to_string(element) + "]." + inner.path;
+            nested += print_list(inner);
         }
-        for (const auto& [path, value] : rows.back()) {
+        for (const auto& [path, value] : row.values) {
             if (std::find(columns.begin(), columns.end(), path) == columns.end()) columns.push_back(path);
         }
     }
@@ -80,30 +118,31 @@ std::string print_list(const Json& list, const std::string& title) {
     for (std::size_t element = 0; element < rows.size(); ++element) {
         table.emplace_back(columns.size());
         table.back()[0] = std::to_string(element);
-        for (const auto& [path, value] : rows[element]) {
-            table.back()[static_cast<std::size_t>(std::find(columns.begin(), columns.end(), path) - columns.begin())] =
-                value;
+        for (const auto& [path, value] : rows[element].values) {
+            const auto column = std::find(columns.begin(), columns.end(), path) - columns.begin();
+            table.back()[static_cast<std::size_t>(column)] = value;
         }
     }
-    return "\n" + title + " (" + std::to_string(list.size()) + ")\n" + print_rows(table) + nested;
-}
-
-std::string print_message(const Json& message, const std::string& title) {
-    Row row;
-    std::vector<std::pair<std::string, const Json*>> lists;
-    flatten(message, title, row, lists);
-    std::string text;
-    if (!row.empty()) {
-        std::vector<std::vector<std::string>> rows;
-        for (const auto& [path, value] : row) rows.push_back({path, value});
-        text += print_rows(rows);
-    }
-    for (const auto& [path, list] : lists) text += print_list(*list, path);
-    return text;
+    return "\n" + list.path + " (" + std::to_string(list.count) + ")\n" + print_rows(table) + nested;
 }
 
 }  // namespace
 
-std::string print_table(const std::string& json) { return print_message(Json::parse(json), ""); }
+std::string print_table(const vesk_type* type, const std::string& name, const void* bytes, std::uint64_t length) {
+    Message message(type);
+    if (message.decode(bytes, length) != VESK_OK) {
+        throw Failure(quote_name(name) + ": " + verdict(check(type, static_cast<const std::uint8_t*>(bytes), length)));
+    }
+    Record row;
+    flatten(type, static_cast<const std::uint8_t*>(message.get()), "", row);
+    std::string text;
+    if (!row.values.empty()) {
+        std::vector<std::vector<std::string>> rows;
+        for (const auto& [path, value] : row.values) rows.push_back({path, value});
+        text += print_rows(rows);
+    }
+    for (const List& list : row.lists) text += print_list(list);
+    return text;
+}
 
 }  // namespace vesk::tool

@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "tools/vesk/failure.hpp"
+#include "tools/vesk/output.hpp"
 
 namespace vesk::tool {
 namespace {
@@ -55,7 +56,7 @@ const vesk_type* find_type(const std::string& name) {
         if (so_far < least) nearest = vesk_type_name(type);
         least = std::min(least, so_far);
     }
-    throw Failure("no type is called \"" + name + "\"; the nearest is " + nearest + " (vesk types names them all)");
+    throw Failure("no type is called " + quote(name) + "; the nearest is " + nearest + " (vesk types names them all)");
 }
 
 const vesk_type* describe(const vesk_type* type) {

@@ -1,0 +1,34 @@
+#include "tools/vesk/values.hpp"
+
+#include "tools/vesk/input.hpp"
+#include "tools/vesk/output.hpp"
+
+namespace vesk::tool {
+namespace {
+
+constexpr std::size_t most_of_a_string = 4096;
+constexpr std::size_t most_of_bytes = 32;
+
+}  // namespace
+
+std::string bytes_in_words(std::string_view bytes) {
+    std::string hex = in_form(bytes.substr(0, most_of_bytes), Form::hex);
+    hex.pop_back();
+    return std::to_string(bytes.size()) + " bytes" + (hex.empty() ? "" : ": " + hex) +
+           (bytes.size() > most_of_bytes ? "..." : "");
+}
+
+std::string value_in_words(const vesk_value& value, bool of_message) {
+    const std::string_view bytes(static_cast<const char*>(value.data), value.data != nullptr ? value.length : 0);
+    switch (value.kind) {
+        case VESK_KIND_UINT32:
+        case VESK_KIND_UINT64: return std::to_string(value.number);
+        case VESK_KIND_BOOL: return of_message ? std::to_string(value.number) : value.number != 0 ? "true" : "false";
+        case VESK_KIND_STRING: return quote(bytes, most_of_a_string);
+        case VESK_KIND_BYTES: return bytes_in_words(bytes);
+        case VESK_KIND_LIST: return "a list of " + std::to_string(value.count);
+        default: return of_message ? "a message" : "a message of " + std::to_string(value.length) + " bytes";
+    }
+}
+
+}  // namespace vesk::tool
