@@ -1,138 +1,184 @@
-// Which of the types these bytes can be.
+#include "tools/vesk/guess.hpp"
+
 #include <algorithm>
-#include <iostream>
+#include <bit>
 #include <nlohmann/json.hpp>
-#include <tuple>
 
 #include "tools/vesk/failure.hpp"
-#include "tools/vesk/inputs.hpp"
+#include "tools/vesk/input.hpp"
 #include "tools/vesk/output.hpp"
 #include "tools/vesk/request.hpp"
 #include "tools/vesk/spans.hpp"
+#include "tools/vesk/types.hpp"
 
 namespace vesk::tool {
 namespace {
 
-// How well a type fits: the smaller, the better, the first that differs deciding.
+// What a type leaves to be said once it is known, in eighths of a bit: the fewer, the more the type explains. A tag
+// that is next in the declaration costs next to nothing, a flag a bit, what a sender of ours would never write a lot.
+namespace cost {
+constexpr std::uint64_t bit = 8;
+constexpr std::uint64_t byte = 8 * bit;
+constexpr std::uint64_t field_of_a_type = bit;  // whether it is there
+constexpr std::uint64_t element = 2 * bit;      // that a list goes on
+constexpr std::uint64_t byte_of_text = 7 * bit;
+constexpr std::uint64_t unknown_byte = 2 * byte;
+constexpr std::uint64_t unlikely = 24 * bit;
+}  // namespace cost
+
+// How a type reads the bytes.
 struct Fit {
     const vesk_type* type;
-    std::uint64_t unknown_bytes;
-    std::uint64_t disorder;  // fields out of the order of their declaration, which an encoder of ours never makes
-    std::uint64_t odd;  // values that a field of its kind seldom has: a flag of two bytes, a string with control bytes
-    std::uint64_t unused;  // fields of the type that do not occur
-    std::uint64_t fields;
-
-    auto rank() const { return std::tuple(unknown_bytes, disorder, odd, unused); }
+    std::uint64_t unknown_bytes = 0;
+    std::uint64_t fields = 0;
+    std::uint64_t disorder = 0;  // fields out of the order of their declaration, which an encoder of ours never makes
+    std::uint64_t odd = 0;       // values that a field of its kind seldom has: a flag of 2, a string with control bytes
+    std::uint64_t unused = 0;    // fields of the type that do not occur
+    std::uint64_t left = 0;      // to be said, see cost
 };
 
-struct Reader {
-    const std::uint8_t* input;
-    Fit& fit;
+struct Varint {
+    std::uint64_t to;
+    std::uint64_t value;
+};
 
-    // Top down, with the fields' places; nested messages are asked for the same.
-    void read(const vesk_type* type, std::uint64_t at, std::uint64_t end, bool outermost) {
-        std::uint32_t last = 0;
-        std::uint64_t seen = 0;
-        while (at < end) {
-            std::uint64_t tag;
-            at = varint(at, end, &tag);
-            const vesk_field* const field = vesk_type_field_numbered(type, static_cast<std::uint32_t>(tag) >> 3);
-            if (field == nullptr || field->tag != static_cast<std::uint32_t>(tag)) {
-                at = skip(at, end, tag & 7);
-                continue;
-            }
-            ++fit.fields;
-            const std::uint32_t place = field->presence_bit + 1u;
-            if (place < last || (place == last && field->kind != VESK_KIND_LIST)) ++fit.disorder;
-            last = place;
-            seen |= std::uint64_t{1} << field->presence_bit;
-            at = read_field(field, at, end);
-        }
-        if (outermost) {
-            fit.unused = type->field_count - static_cast<std::uint64_t>(__builtin_popcountll(seen));
-        }
+// Reads bytes that are known to decode.
+class Reader {
+public:
+    Reader(const std::uint8_t* input, Fit& fit) : input_(input), fit_(fit) {}
+
+    void read_outermost(std::uint64_t length) {
+        fit_.unused = fit_.type->field_count - read(fit_.type, 0, length);
+        fit_.left += fit_.unknown_bytes * cost::unknown_byte;
     }
 
-    std::uint64_t read_field(const vesk_field* field, std::uint64_t at, std::uint64_t end) {
-        std::uint64_t value;
-        const std::uint64_t begin = at;
-        at = varint(at, end, &value);
-        if (field->kind <= VESK_KIND_BOOL) {
-            const std::uint64_t size = at - begin;
-            if (field->kind == VESK_KIND_BOOL && (size > 1 || value > 1)) ++fit.odd;
-            if (field->kind == VESK_KIND_UINT32 && size > 5) ++fit.odd;
-            return at;
+private:
+    // Returns how many of the type's fields occur.
+    std::uint64_t read(const vesk_type* type, std::uint64_t at, std::uint64_t end) {
+        fit_.left += type->field_count * cost::field_of_a_type;
+        std::uint64_t occurred = 0;
+        const vesk_field* last = nullptr;
+        while (at < end) {
+            const Varint tag = varint(at, end);
+            const vesk_field* const field = vesk_type_field_numbered(type, static_cast<std::uint32_t>(tag.value) >> 3);
+            if (field == nullptr) {
+                at = skip(tag.to, end, tag.value & 7);
+                fit_.left += cost::unlikely;
+                continue;
+            }
+            ++fit_.fields;
+            occurred |= std::uint64_t{1} << field->presence_bit;
+            if (field == last && field->kind == VESK_KIND_LIST) {
+                fit_.left += cost::element;
+            } else if (last != nullptr && field->presence_bit <= last->presence_bit) {
+                ++fit_.disorder;
+                fit_.left += cost::unlikely;
+            }
+            last = field;
+            at = field->kind <= VESK_KIND_BOOL ? read_scalar(field, tag.to, end) : read_content(field, tag.to, end);
         }
-        const std::uint64_t to = at + std::min<std::uint64_t>(static_cast<std::uint32_t>(value), end - at);
-        if (field->kind == VESK_KIND_STRING) {
-            fit.odd += is_odd_text({reinterpret_cast<const char*>(input) + at, static_cast<std::size_t>(to - at)});
-        } else if (field->kind != VESK_KIND_BYTES) {
-            const vesk_type* const nested = describe(vesk_field_nested(field));
-            if (nested != nullptr) read(nested, at, to, false);
+        return static_cast<std::uint64_t>(std::popcount(occurred));
+    }
+
+    std::uint64_t read_scalar(const vesk_field* field, std::uint64_t at, std::uint64_t end) {
+        const Varint number = varint(at, end);
+        const bool is_odd = (field->kind == VESK_KIND_BOOL && number.value > 1) ||
+                            (field->kind == VESK_KIND_UINT32 && number.value > UINT32_MAX);
+        if (is_odd) note_odd();
+        const bool is_flag = field->kind == VESK_KIND_BOOL && !is_odd;
+        fit_.left += is_flag ? cost::bit : (number.to - at) * cost::byte;
+        return number.to;
+    }
+
+    std::uint64_t read_content(const vesk_field* field, std::uint64_t at, std::uint64_t end) {
+        const Varint length = varint(at, end);
+        const std::uint64_t to = length.to + static_cast<std::uint32_t>(length.value);
+        const std::string_view bytes(reinterpret_cast<const char*>(input_) + length.to, to - length.to);
+        if (field->kind == VESK_KIND_BYTES) {
+            fit_.left += (to - at) * cost::byte;
+        } else if (field->kind == VESK_KIND_STRING) {
+            fit_.left += (length.to - at) * cost::byte;
+            read_text(bytes);
+        } else if (const vesk_type* const nested = describe(vesk_field_nested(field))) {
+            read(nested, length.to, to);
         }
         return to;
     }
 
-    static bool is_odd_text(std::string_view text) {
-        return std::any_of(text.begin(), text.end(), [](char character) {
-            return static_cast<unsigned char>(character) < 0x20 || character == 0x7F;
-        });
+    void read_text(std::string_view text) {
+        const bool is_odd = quote(text, text.size()).size() != text.size() + 2;
+        fit_.left += text.size() * (is_odd ? cost::byte : cost::byte_of_text);
+        if (is_odd) ++fit_.odd;
+        if (text.find('\0') != std::string_view::npos) fit_.left += cost::unlikely;
     }
 
-    std::uint64_t varint(std::uint64_t at, std::uint64_t end, std::uint64_t* value) const {
-        *value = 0;
+    void note_odd() {
+        ++fit_.odd;
+        fit_.left += cost::unlikely;
+    }
+
+    Varint varint(std::uint64_t at, std::uint64_t end) const {
+        std::uint64_t value = 0;
         for (unsigned shift = 0; at < end; shift += 7) {
-            const std::uint8_t byte = input[at++];
-            if (shift < 64) *value |= std::uint64_t{byte & 0x7Fu} << shift;
+            const std::uint8_t byte = input_[at++];
+            if (shift < 64) value |= std::uint64_t{byte & 0x7Fu} << shift;
             if (byte < 0x80) break;
         }
-        return at;
+        return {at, value};
     }
 
     std::uint64_t skip(std::uint64_t at, std::uint64_t end, std::uint64_t wire_type) const {
-        std::uint64_t value;
+        const Varint number = varint(at, end);
         switch (wire_type) {
-            case 0: return varint(at, end, &value);
-            case 1: return std::min(end, at + 8);
-            case 5: return std::min(end, at + 4);
+            case 0: return number.to;
+            case 1: return at + std::min<std::uint64_t>(8, end - at);
+            case 5: return at + std::min<std::uint64_t>(4, end - at);
             default:
-                at = varint(at, end, &value);
-                return at + std::min<std::uint64_t>(static_cast<std::uint32_t>(value), end - at);
+                return number.to + std::min<std::uint64_t>(static_cast<std::uint32_t>(number.value), end - number.to);
         }
     }
+
+    const std::uint8_t* input_;
+    Fit& fit_;
 };
 
-std::string reason(const Fit& fit) {
+std::string reason_of(const Fit& fit) {
     std::string text = std::to_string(fit.fields) + " fields";
     text += fit.unknown_bytes == 0 ? ", none unknown" : ", " + std::to_string(fit.unknown_bytes) + " bytes unknown";
     text += fit.disorder == 0 ? ", in declaration order" : ", " + std::to_string(fit.disorder) + " out of order";
     if (fit.odd != 0) text += ", " + std::to_string(fit.odd) + " odd values";
     if (fit.unused != 0) text += ", " + std::to_string(fit.unused) + " fields of the type not used";
-    return text;
+    return text + ", " + std::to_string((fit.left + cost::byte - 1) / cost::byte) + " bytes not explained by the type";
 }
 
 }  // namespace
 
-int guess_type(const Request& request) {
-    const Input input(request.files.front(), request.form);
+std::vector<Guess> guess(const std::uint8_t* input, std::uint64_t length) {
     std::vector<Fit> fits;
     for (const vesk_type* type : all_types()) {
-        const vesk_report report = check(type, input.data(), input.size());
-        if (report.code != VESK_OK) continue;
-        Fit fit{type, report.unknown_bytes, 0, 0, 0, 0};
-        Reader{input.data(), fit}.read(type, 0, input.size(), true);
-        if (report.unknown_bytes < input.size() || input.size() == 0) fits.push_back(fit);
+        const vesk_report report = check(type, input, length);
+        if (report.code != VESK_OK || (report.unknown_bytes == length && length != 0)) continue;
+        Fit fit{type, report.unknown_bytes};
+        Reader(input, fit).read_outermost(length);
+        fits.push_back(fit);
     }
-    std::stable_sort(fits.begin(), fits.end(),
-                     [](const Fit& one, const Fit& other) { return one.rank() < other.rank(); });
+    std::stable_sort(fits.begin(), fits.end(), [](const Fit& one, const Fit& other) { return one.left < other.left; });
+    std::vector<Guess> guesses;
+    for (const Fit& fit : fits) guesses.push_back({fit.type, reason_of(fit)});
+    return guesses;
+}
+
+int guess_type(const Request& request) {
+    const Input input(request.files.front(), request.form);
+    const std::vector<Guess> guesses = guess(input.data(), input.size());
     Output output;
     if (request.json) {
         nlohmann::ordered_json all = nlohmann::ordered_json::array();
-        for (const Fit& fit : fits) all.push_back({{"type", vesk_type_name(fit.type)}, {"reason", reason(fit)}});
+        for (const Guess& one : guesses) all.push_back({{"type", vesk_type_name(one.type)}, {"reason", one.reason}});
         output.write(all.dump(2) + "\n");
     } else {
-        for (const Fit& fit : fits) output.write(std::string(vesk_type_name(fit.type)) + ": " + reason(fit) + "\n");
-        if (fits.empty()) output.write("none of the types reads these bytes\n");
+        for (const Guess& one : guesses) output.write(std::string(vesk_type_name(one.type)) + ": " + one.reason + "\n");
+        if (guesses.empty()) output.write("none of the types reads these bytes\n");
     }
     output.close();
     return status_ok;
