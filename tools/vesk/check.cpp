@@ -48,7 +48,8 @@ void print_words(const Request& request, const Subject& subject, const vesk_repo
     for_each_difference(subject.type, subject.data, subject.length, report, [&](const Difference& difference) {
         output.write("  byte " + std::to_string(difference.at) +
                      (difference.path.empty() ? "" : ", " + difference.path) + ": " + difference.row->what +
-                     "\n    protobuf: " + difference.row->protobuf + "\n    here:     " + difference.row->library + "\n");
+                     "\n    protobuf: " + difference.row->protobuf + "\n    here:     " + difference.row->library +
+                     "\n");
     });
 }
 

@@ -1,7 +1,7 @@
 // From bytes to a document, and back.
 #include "tools/vesk/documents.hpp"
-#include "tools/vesk/inputs.hpp"
 #include "tools/vesk/failure.hpp"
+#include "tools/vesk/inputs.hpp"
 #include "tools/vesk/output.hpp"
 #include "tools/vesk/request.hpp"
 #include "tools/vesk/table.hpp"
@@ -20,7 +20,9 @@ int decode_files(const Request& request) {
         if (request.table) {
             output.write(print_table(subject.type, subject.name, subject.data, subject.length));
         } else {
-            print_document(subject.type, subject.name, subject.data, subject.length, format_of(request), output);
+            print_document(subject.type, subject.name, subject.data, subject.length, format_of(request),
+                           Output::write_to, &output);
+            output.rethrow();
         }
         return status_ok;
     });

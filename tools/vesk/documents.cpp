@@ -1,10 +1,9 @@
 #include "tools/vesk/documents.hpp"
 
-#include <vesk/vesk_text.h>
-
 #include <cstdio>
 
 #include "tools/vesk/failure.hpp"
+#include "tools/vesk/output.hpp"
 #include "tools/vesk/spans.hpp"
 #include "tools/vesk/types.hpp"
 
@@ -21,14 +20,14 @@ vesk_text_options lossless() {
 // JSON may have the control characters U+007F to U+009F as they are; a terminal takes them for commands.
 class WithoutControls {
 public:
-    explicit WithoutControls(Output& output) : output_(output) {}
+    WithoutControls(vesk_text_write write, void* context) : write_(write), context_(context) {}
 
     // A vesk_text_write; a character may be cut in two.
     static std::int32_t write_to(const char* text, std::size_t length, void* context) {
         WithoutControls& self = *static_cast<WithoutControls*>(context);
         self.plain_.clear();
         for (const char character : std::string_view(text, length)) self.put(character);
-        return Output::write_to(self.plain_.data(), self.plain_.size(), &self.output_);
+        return self.plain_.empty() ? 0 : self.write_(self.plain_.data(), self.plain_.size(), self.context_);
     }
 
 private:
@@ -55,7 +54,8 @@ private:
         plain_ += text;
     }
 
-    Output& output_;
+    vesk_text_write write_;
+    void* context_;
     bool held_ = false;
     std::string plain_;
 };
@@ -72,17 +72,16 @@ std::string reason_of(const vesk_text_report& report) {
 }  // namespace
 
 void print_document(const vesk_type* type, const std::string& name, const void* bytes, std::uint64_t length,
-                    Format format, Output& output) {
+                    Format format, vesk_text_write write, void* context) {
     const vesk_text_options options = lossless();
     vesk_text_report report;
     report.size = sizeof report;
-    WithoutControls safe(output);
+    WithoutControls safe(write, context);
     const std::int32_t code =
         format == Format::json
             ? vesk_json_print_encoded(type, bytes, length, WithoutControls::write_to, &safe, &report, &options)
-            : vesk_text_print_encoded(type, bytes, length, Output::write_to, &output, &report, &options);
-    output.rethrow();
-    if (code == VESK_OK) return;
+            : vesk_text_print_encoded(type, bytes, length, write, context, &report, &options);
+    if (code == VESK_OK || code == VESK_STOPPED) return;
     const vesk_report why = check(type, static_cast<const std::uint8_t*>(bytes), length);
     throw Failure(quote_name(name) + ": " + (why.code != VESK_OK ? verdict(why) : reason_of(report)));
 }
@@ -93,8 +92,8 @@ std::string encode_document(const vesk_type* type, const std::string& name, std:
     vesk_text_report report;
     report.size = sizeof report;
     const auto parse = format == Format::json ? vesk_json_parse : vesk_text_parse;
-    std::int32_t code = parse(type, message.get(), text.data(), text.size(), vesk_arena_alloc, message.arena(), &report,
-                              &options);
+    std::int32_t code =
+        parse(type, message.get(), text.data(), text.size(), vesk_arena_alloc, message.arena(), &report, &options);
     if (code != VESK_OK) throw Failure(quote_name(name) + place_of(report) + ": " + reason_of(report));
     void* bytes;
     std::uint64_t length;

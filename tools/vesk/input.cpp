@@ -22,7 +22,8 @@ namespace {
 
 class File {
 public:
-    explicit File(const std::string& name) : number_(name == "-" ? STDIN_FILENO : open(name.c_str(), O_RDONLY | O_CLOEXEC)) {
+    explicit File(const std::string& name)
+        : number_(name == "-" ? STDIN_FILENO : open(name.c_str(), O_RDONLY | O_CLOEXEC)) {
         if (number_ < 0) fail(name, errno);
     }
     ~File() {
@@ -184,7 +185,8 @@ bool FrameReader::next(Frame* frame) {
     const std::uint32_t kind = read_number(header + 4);
     const std::uint32_t length = read_number(header + 8);
     if (left - header_length < length) fail("its body of " + std::to_string(length) + " bytes is cut short");
-    *frame = {kind, kind < std::size(types_of_frames) ? types_of_frames[kind] : nullptr, header + header_length, length};
+    *frame = {kind, kind < std::size(types_of_frames) ? types_of_frames[kind] : nullptr, header + header_length,
+              length};
     at_ += header_length + length;
     ++count_;
     return true;

@@ -31,8 +31,8 @@ int status_of(Work work) {
     }
 }
 
-// Calls work(Subject), which returns a status, for each file of a request, or each frame in them. What cannot be read or
-// fails is one line on standard error, and the others are tried. Returns the worst status.
+// Calls work(Subject), which returns a status, for each file of a request, or each frame in them. What cannot be read
+// or fails is one line on standard error, and the others are tried. Returns the worst status.
 template <class Work>
 int for_each_subject(const Request& request, Work work) {
     const vesk_type* const type = request.frames ? nullptr : find_type(request.type);

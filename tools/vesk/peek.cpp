@@ -23,7 +23,8 @@ int peek_file(const Request& request) {
     }
     Output output;
     if (value.kind == VESK_KIND_MESSAGE && value.type != nullptr) {
-        print_document(value.type, input.name(), value.data, value.length, Format::json, output);
+        print_document(value.type, input.name(), value.data, value.length, Format::json, Output::write_to, &output);
+        output.rethrow();
     } else {
         output.write(value_in_words(value, false) + "\n");
     }
