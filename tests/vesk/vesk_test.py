@@ -195,7 +195,7 @@ class Map(Case):
         printed = self.vesk("map", "pem_data", stdin=PEM)
         self.assertIn("  field 2 f2, string", printed)
         self.assertIn("21 bytes of pem_data: decodes", printed)
-        self.assertIn("13 bytes in 1 blocks", printed)
+        self.assertIn("13 bytes in 1 block,", printed)
         self.assertIn("VESK_WRONG_WIRE_TYPE at byte 2, f4", self.vesk("map", "pem_data", stdin=BAD))
 
 

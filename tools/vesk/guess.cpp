@@ -143,12 +143,12 @@ private:
 };
 
 std::string reason_of(const Fit& fit) {
-    std::string text = std::to_string(fit.fields) + " fields";
-    text += fit.unknown_bytes == 0 ? ", none unknown" : ", " + std::to_string(fit.unknown_bytes) + " bytes unknown";
+    std::string text = counted(fit.fields, "field");
+    text += fit.unknown_bytes == 0 ? ", none unknown" : ", " + counted(fit.unknown_bytes, "byte") + " unknown";
     text += fit.disorder == 0 ? ", in declaration order" : ", " + std::to_string(fit.disorder) + " out of order";
-    if (fit.odd != 0) text += ", " + std::to_string(fit.odd) + " odd values";
-    if (fit.unused != 0) text += ", " + std::to_string(fit.unused) + " fields of the type not used";
-    return text + ", " + std::to_string((fit.left + cost::byte - 1) / cost::byte) + " bytes not explained by the type";
+    if (fit.odd != 0) text += ", " + counted(fit.odd, "odd value");
+    if (fit.unused != 0) text += ", " + counted(fit.unused, "field") + " of the type not used";
+    return text + ", " + counted((fit.left + cost::byte - 1) / cost::byte, "byte") + " not explained by the type";
 }
 
 }  // namespace

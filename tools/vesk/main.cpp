@@ -39,9 +39,12 @@ struct Verbs {
         CLI::Option* const hex = sub->add_flag_function("--hex", set(Form::hex), of + " is hexadecimal");
         sub->add_flag_function("--base64", set(Form::base64), of + " is base64")->excludes(hex);
     }
-    void add_json(CLI::App* sub, const std::string& what) { sub->add_flag("--json", request.json, what); }
-    void add_frames(CLI::App* sub) {
-        sub->add_flag("--frames", request.frames, "input is a stream of the exchange's frames; TYPE is left out");
+    CLI::Option* add_json(CLI::App* sub, const std::string& what) {
+        return sub->add_flag("--json", request.json, what);
+    }
+    CLI::Option* add_frames(CLI::App* sub) {
+        return sub->add_flag("--frames", request.frames,
+                             "input is a stream of the exchange's frames; TYPE is left out");
     }
 };
 
@@ -81,14 +84,16 @@ int run(int argc, char** argv) {
     verbs.add_form(sub, "input");
     verbs.add_json(sub, "one object a line");
     verbs.add_frames(sub);
+    sub->add_flag("--differences", request.differences,
+                  "also names each place that another protobuf parser would read in another way");
 
     sub = verbs.add("decode", "Prints a message as JSON", "vesk decode pem_data pem.bin", decode_files);
     verbs.add_type(sub)->required(false);
     verbs.add_files(sub, 1 << 20);
     verbs.add_form(sub, "input");
     verbs.add_frames(sub);
-    sub->add_flag("--text", request.text, "in the text format");
-    sub->add_flag("--table", request.table, "as aligned columns, lists as tables");
+    CLI::Option* const text = sub->add_flag("--text", request.text, "in the text format");
+    sub->add_flag("--table", request.table, "as aligned columns, lists as tables")->excludes(text);
 
     sub = verbs.add("encode", "Makes bytes of JSON, to standard output",
                     "echo '{\"f3\":4800}' | vesk encode pem_data --hex", encode_file);
@@ -101,9 +106,11 @@ int run(int argc, char** argv) {
     verbs.add_type(sub)->required(false);
     verbs.add_files(sub, 1);
     verbs.add_form(sub, "input");
-    verbs.add_json(sub, "as JSON: an array of spans");
-    verbs.add_frames(sub);
-    sub->add_option("--html", request.html, "writes a page for a browser to this file");
+    CLI::Option* const json = verbs.add_json(sub, "as JSON: an array of spans");
+    CLI::Option* const frames = verbs.add_frames(sub);
+    sub->add_option("--html", request.html, "writes a page for a browser to this file")
+        ->excludes(json)
+        ->excludes(frames);
 
     sub = verbs.add("guess", "Says which types the bytes can be", "vesk guess unknown.bin", guess_type);
     verbs.add_files(sub, 1);

@@ -35,23 +35,25 @@ void print_span(Output& output, const std::uint8_t* input, const Span& span) {
     std::snprintf(offset, sizeof offset, "%8llu  ", static_cast<unsigned long long>(span.from));
     std::string line = offset;
     std::string hex = hex_of(input, span);
-    hex.resize(std::max<std::size_t>(hex.size(), 3 * bytes_in_a_line + 2), ' ');
+    hex.resize(std::max<std::size_t>(hex.size(), 3 * bytes_in_a_line + 4), ' ');
     line += hex + std::string(2 * std::size_t{span.depth}, ' ') + span.text;
     if (span.role == Role::tag && !span.path.empty()) line += "  (" + span.path + ")";
     output.write(line + "\n");
 }
 
+// Names and indices need no escape in a path.
 void print_json(Output& output, const Span& span, bool first) {
-    output.write(first ? "" : ",\n");
-    output.write("{\"from\":" + std::to_string(span.from) + ",\"to\":" + std::to_string(span.to) + ",\"role\":\"" +
-                 name_of(span.role) + "\",\"path\":\"" + json_escape(span.path) + "\",\"text\":\"" +
-                 json_escape(span.text) + "\"}");
+    std::string line = first ? "{\"from\":" : ",\n{\"from\":";
+    line.append(std::to_string(span.from)).append(",\"to\":").append(std::to_string(span.to));
+    line.append(",\"role\":\"").append(name_of(span.role)).append("\",\"path\":\"").append(span.path);
+    line.append("\",\"text\":\"").append(json_escape(span.text)).append("\"}");
+    output.write(line);
 }
 
 void map_to_terminal(const Subject& subject, const vesk_report& report, Output& output) {
     for_each_span(subject.type, subject.data, subject.length, report,
                   [&](const Span& span) { print_span(output, subject.data, span); });
-    output.write("\n" + quote_name(subject.name) + ": " + std::to_string(subject.length) + " bytes of " +
+    output.write("\n" + quote_name(subject.name) + ": " + counted(subject.length, "byte") + " of " +
                  vesk_type_name(subject.type) + ": " + verdict(report) + "\nDecoding asks for " + cost(report) + ".\n");
 }
 

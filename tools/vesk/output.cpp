@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -124,6 +125,10 @@ void Output::close() {
     aside_.clear();
 }
 
+std::string counted(std::uint64_t count, const std::string& what) {
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
 std::string quote(std::string_view text, std::size_t most) {
     std::string quoted = "\"";
     std::size_t at = 0;
@@ -143,7 +148,7 @@ std::string quote(std::string_view text, std::size_t most) {
         at += character.size();
     }
     quoted += '"';
-    if (at < text.size()) quoted += " and " + std::to_string(text.size() - at) + " bytes more";
+    if (at < text.size()) quoted += " and " + counted(text.size() - at, "byte") + " more";
     return quoted;
 }
 
@@ -153,6 +158,10 @@ std::string quote_name(const std::string& name) {
 }
 
 std::string json_escape(std::string_view text) {
+    const auto is_plain = [](char character) {
+        return character >= 0x20 && character < 0x7F && character != '"' && character != '\\';
+    };
+    if (std::all_of(text.begin(), text.end(), is_plain)) return std::string(text);
     std::string escaped_text;
     for (std::size_t at = 0; at < text.size();) {
         const std::size_t length = utf8_length(text, at);

@@ -40,6 +40,9 @@ private:
     std::exception_ptr failure_;
 };
 
+// "1 byte", "2 bytes".
+std::string counted(std::uint64_t count, const std::string& what);
+
 // A string of a message for a terminal, a page or a line: control characters and bytes that are not UTF-8 as escapes,
 // quoted, cut after `most` bytes.
 std::string quote(std::string_view text, std::size_t most = 64);

@@ -62,7 +62,7 @@ public:
         walk_message(type, length_, "", 0);
         if (at_ < length_) {
             give(length_, Role::beyond, 0, "",
-                 std::to_string(length_ - at_) + " bytes after the place where decoding ended");
+                 counted(length_ - at_, "byte") + " after the place where decoding ended");
         }
     }
 
@@ -137,13 +137,36 @@ private:
     void walk_refused(const vesk_type* type, std::uint64_t occurred, std::uint64_t end, std::uint32_t depth) {
         stopped_ = true;
         const Varint tag = read(at_, end);
-        if (tag.to == never) return give(end, Role::tag, depth, refused_, "a tag that is cut short: refused");
+        if (tag.to == never) return give(end, Role::tag, depth, refused_, "a tag: refused, it is cut short");
         const vesk_field* const field = vesk_type_field_numbered(type, number_of(tag.value));
-        compare_refused(tag, field, field != nullptr && (occurred >> field->presence_bit & 1) != 0);
+        const bool again = field != nullptr && (occurred >> field->presence_bit & 1) != 0;
+        compare_refused(tag, field, again);
         const std::string what =
             field == nullptr ? "unknown field " + std::to_string(number_of(tag.value)) : in_words(field);
-        give(tag.to, Role::tag, depth, refused_,
-             what + ", wire type " + std::to_string(wire_type_of(tag.value)) + ": refused");
+        give(tag.to, Role::tag, depth, refused_, what + ": refused, " + why_refused(tag, field, again, end));
+    }
+
+    // The order is the decoder's: the first that does not hold.
+    std::string why_refused(const Varint& tag, const vesk_field* field, bool again, std::uint64_t end) const {
+        const std::uint32_t wire_type = wire_type_of(tag.value);
+        if (field != nullptr && field->tag != static_cast<std::uint32_t>(tag.value)) {
+            return "since it has wire type " + std::to_string(wire_type);
+        }
+        if (field != nullptr && field->kind == VESK_KIND_LIST && again) return "since the list began before";
+        if (field != nullptr && field->kind > VESK_KIND_BOOL && field->kind != VESK_KIND_MESSAGE && again) {
+            return "since it occurs a second time";
+        }
+        if (wire_type != varint_type && wire_type != length_type) {
+            return "since wire type " + std::to_string(wire_type) + " cannot be skipped";
+        }
+        const Varint number = read(tag.to, end);
+        if (number.to == never) return wire_type == varint_type ? "its number is cut short" : "its length is cut short";
+        return why_too_long(number, end);
+    }
+
+    static std::string why_too_long(const Varint& length, std::uint64_t end) {
+        return "its length of " + std::to_string(length.length()) + " reaches " +
+               counted(length.length() - (end - length.to), "byte") + " past the end";
     }
 
     // From at_ on. False where decoding stopped, or what is there makes no sense, which is left to the caller.
@@ -247,7 +270,7 @@ private:
             return true;
         }
         if (field->kind == VESK_KIND_BYTES) {
-            give(end, Role::value, depth, path, std::to_string(bytes.size()) + " bytes");
+            give(end, Role::value, depth, path, counted(bytes.size(), "byte"));
             return true;
         }
         const vesk_type* const nested = describe(vesk_field_nested(field));
@@ -274,7 +297,9 @@ private:
             const Varint length = read(tag.to, end);
             if (tag.from == stop_) {
                 stopped_ = true;
-                give(tag.to, Role::tag, depth, refused_, in_words(field) + ": refused");
+                give(tag.to, Role::tag, depth, refused_,
+                     in_words(field) + ": refused, " +
+                         (length.to == never ? "its length is cut short" : why_too_long(length, end)));
                 return false;
             }
             if (length.reaches_past(end) || !walk_content(field, tag, length, own, depth)) return false;
@@ -331,13 +356,13 @@ std::string verdict(const vesk_report& report) {
 }
 
 std::string cost(const vesk_report& report) {
-    std::string text = std::to_string(report.cost.bytes) + " bytes in " + std::to_string(report.cost.blocks) +
-                       " blocks, the largest of " + std::to_string(report.cost.largest);
+    std::string text = counted(report.cost.bytes, "byte") + " in " + counted(report.cost.blocks, "block") +
+                       ", the largest of " + std::to_string(report.cost.largest);
     if (report.lost_blocks != 0) {
-        text += "; " + std::to_string(report.lost_bytes) + " bytes in " + std::to_string(report.lost_blocks) +
-                " blocks lost to repeated messages";
+        text += "; " + counted(report.lost_bytes, "byte") + " in " + counted(report.lost_blocks, "block") +
+                " lost to repeated messages";
     }
-    if (report.unknown_bytes != 0) text += "; " + std::to_string(report.unknown_bytes) + " bytes of unknown fields";
+    if (report.unknown_bytes != 0) text += "; " + counted(report.unknown_bytes, "byte") + " of unknown fields";
     return text;
 }
 

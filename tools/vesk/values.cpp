@@ -14,7 +14,7 @@ constexpr std::size_t most_of_bytes = 32;
 std::string bytes_in_words(std::string_view bytes) {
     std::string hex = in_form(bytes.substr(0, most_of_bytes), Form::hex);
     hex.pop_back();
-    return std::to_string(bytes.size()) + " bytes" + (hex.empty() ? "" : ": " + hex) +
+    return counted(bytes.size(), "byte") + (hex.empty() ? "" : ": " + hex) +
            (bytes.size() > most_of_bytes ? "..." : "");
 }
 
@@ -27,7 +27,7 @@ std::string value_in_words(const vesk_value& value, bool of_message) {
         case VESK_KIND_STRING: return quote(bytes, most_of_a_string);
         case VESK_KIND_BYTES: return bytes_in_words(bytes);
         case VESK_KIND_LIST: return "a list of " + std::to_string(value.count);
-        default: return of_message ? "a message" : "a message of " + std::to_string(value.length) + " bytes";
+        default: return of_message ? "a message" : "a message of " + counted(value.length, "byte");
     }
 }
 
