@@ -92,6 +92,21 @@ class Check(Case):
         self.assertEqual([answer["code"] for answer in answers], [0, -3, 0])
         self.assertIn("away: No such file", done.stderr.decode())
 
+    def test_differences_are_one_more_member_and_lines_after_the_verdict(self):
+        data = bytes.fromhex("1801" "e00305" "2201" "00")  # an unknown field before the wrong wire type
+        answer = json.loads(self.vesk("check", "--json", "--differences", "pem_data", stdin=data, status=1))
+        self.assertEqual(list(answer), [*CHECK_MEMBERS, "differences"])
+        self.assertEqual(answer["differences"],
+                         [{"at": 2, "path": "", "row": "A field whose number the type does not have"},
+                          {"at": 5, "path": "f4", "row": "A known field with a wire type that is not its own"}])
+        self.assertEqual(json.loads(self.vesk("check", "--json", "--differences", "pem_data", stdin=PEM))["differences"], [])
+        self.assertEqual(list(json.loads(self.vesk("check", "--json", "pem_data", stdin=PEM))), CHECK_MEMBERS)
+        lines = self.vesk("check", "--differences", "pem_data", stdin=data, status=1).splitlines()
+        self.assertEqual(lines[1:4], ["  byte 2: A field whose number the type does not have",
+                                      "    protobuf: keeps it, and writes it again after the known ones",
+                                      "    here:     drops it"])
+        self.assertEqual(len(lines), 7)
+
     def test_hexadecimal_and_base64_are_read(self):
         for form, text in (("--hex", PEM.hex(" ") + "\n"), ("--base64", base64.encodebytes(PEM).decode())):
             self.assertEqual(json.loads(self.vesk("check", "--json", form, "pem_data", stdin=text.encode()))["code"], 0)
@@ -282,7 +297,8 @@ class Errors(Case):
 
     def test_options_that_make_no_sense_are_2(self):
         for arguments in (["no_such_verb"], ["check", "--hex", "--base64", "pem_data"], ["types", "--no-such-option"], [],
-                          ["check"], ["diff", "pem_data", "a"]):
+                          ["check"], ["diff", "pem_data", "a"], ["decode", "--text", "--table", "pem_data"],
+                          ["map", "--json", "--html", "page", "pem_data"], ["map", "--frames", "--html", "page"]):
             self.fails(*arguments, status=2)
 
     def test_inputs_that_cannot_be_read_are_one_line_each(self):

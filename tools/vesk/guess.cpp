@@ -74,6 +74,7 @@ private:
                 ++fit_.disorder;
                 fit_.left += cost::unlikely;
             }
+            if (field->tag != static_cast<std::uint32_t>(tag.value)) note_odd();  // an element that is read all the same
             last = field;
             at = field->kind <= VESK_KIND_BOOL ? read_scalar(field, tag.to, end) : read_content(field, tag.to, end);
         }
