@@ -63,7 +63,7 @@ Bytes long_message(const TypeInfo& type, std::uint64_t seed, Amount amount, Stri
 }
 
 void expect_good_guesses(Amount amount, Strings strings) {
-    constexpr std::uint64_t rounds = 20;
+    constexpr std::uint64_t rounds = 10;
     std::uint64_t types = 0;
     std::uint64_t tried = 0;
     std::uint64_t first = 0;

@@ -22,6 +22,7 @@ constexpr std::uint64_t byte = 8 * bit;
 constexpr std::uint64_t field_of_a_type = bit;  // whether it is there
 constexpr std::uint64_t element = 2 * bit;      // that a list goes on
 constexpr std::uint64_t byte_of_text = 7 * bit;
+constexpr std::uint64_t odd_text = 2 * bit;  // rather bytes, if nothing else tells
 constexpr std::uint64_t unknown_byte = 2 * byte;
 constexpr std::uint64_t unlikely = 24 * bit;
 }  // namespace cost
@@ -74,7 +75,8 @@ private:
                 ++fit_.disorder;
                 fit_.left += cost::unlikely;
             }
-            if (field->tag != static_cast<std::uint32_t>(tag.value)) note_odd();  // an element that is read all the same
+            if (field->tag != static_cast<std::uint32_t>(tag.value))
+                note_odd();  // an element that is read all the same
             last = field;
             at = field->kind <= VESK_KIND_BOOL ? read_scalar(field, tag.to, end) : read_content(field, tag.to, end);
         }
@@ -109,7 +111,10 @@ private:
     void read_text(std::string_view text) {
         const bool is_odd = quote(text, text.size()).size() != text.size() + 2;
         fit_.left += text.size() * (is_odd ? cost::byte : cost::byte_of_text);
-        if (is_odd) ++fit_.odd;
+        if (is_odd) {
+            ++fit_.odd;
+            fit_.left += cost::odd_text;
+        }
         if (text.find('\0') != std::string_view::npos) fit_.left += cost::unlikely;
     }
 
@@ -165,6 +170,7 @@ std::vector<Guess> guess(const std::uint8_t* input, std::uint64_t length) {
     }
     std::stable_sort(fits.begin(), fits.end(), [](const Fit& one, const Fit& other) { return one.left < other.left; });
     std::vector<Guess> guesses;
+    guesses.reserve(fits.size());
     for (const Fit& fit : fits) guesses.push_back({fit.type, reason_of(fit)});
     return guesses;
 }

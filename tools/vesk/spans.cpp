@@ -74,7 +74,7 @@ private:
         at_ = to;
     }
 
-    void differ(std::uint64_t at, const std::string& path, Row row) {
+    void differ(std::uint64_t at, const std::string& path, Row row) const {
         if (listener_.difference != nullptr) (*listener_.difference)({at, path, &text_of(row)});
     }
 
@@ -95,11 +95,11 @@ private:
 
     // ---- What another parser does with a tag, a length or a number that is read here ----
 
-    void compare_tag(const Varint& tag, const std::string& path) {
+    void compare_tag(const Varint& tag, const std::string& path) const {
         if (tag.size() > longest_tag) differ(tag.from, path, Row::tag_of_more_than_5_bytes_is_read);
     }
 
-    void compare_length(const Varint& tag, const Varint& length, const std::string& path) {
+    void compare_length(const Varint& tag, const Varint& length, const std::string& path) const {
         if (length.size() > most_bytes_of_a_length) {
             differ(tag.from, path, Row::length_of_more_than_5_bytes_is_read);
         } else if (length.value > UINT32_MAX) {
@@ -109,12 +109,12 @@ private:
         }
     }
 
-    void compare_number(const Varint& tag, const Varint& number, const std::string& path) {
+    void compare_number(const Varint& tag, const Varint& number, const std::string& path) const {
         if (number.size() > longest_number) differ(tag.from, path, Row::number_of_more_than_10_bytes_is_read);
     }
 
     // A tag that is refused here. A longer one, or of another wire type, is refused there, too.
-    void compare_refused(const Varint& tag, const vesk_field* field, bool again) {
+    void compare_refused(const Varint& tag, const vesk_field* field, bool again) const {
         const std::uint32_t wire_type = wire_type_of(tag.value);
         if (tag.size() > longest_tag || number_of(tag.value) == 0) return;
         if (wire_type == group_type) return differ(tag.from, refused_, Row::group_is_refused);
