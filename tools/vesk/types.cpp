@@ -1,7 +1,5 @@
 #include "tools/vesk/types.hpp"
 
-#include <dlfcn.h>
-
 #include <algorithm>
 #include <cstdlib>
 
@@ -29,12 +27,6 @@ std::size_t distance(const std::string& one, const std::string& other) {
 
 void* from_heap(std::uint64_t size, void*) { return std::malloc(size); }
 void to_heap(void* block, void*) { std::free(block); }
-
-template <class Function>
-void find(const std::string& name, Function* function) {
-    *function = reinterpret_cast<Function>(dlsym(RTLD_DEFAULT, name.c_str()));
-    if (*function == nullptr) throw Failure("the library has no " + name);
-}
 
 }  // namespace
 
@@ -74,14 +66,6 @@ const char* kind_name(std::uint16_t kind) {
         case VESK_KIND_LIST: return "list";
         default: return "unknown kind";
     }
-}
-
-Functions functions_of(const vesk_type* type) {
-    const std::string prefix = std::string("vesk_") + vesk_type_name(type);
-    Functions functions{};
-    find(prefix + "_decode_ext", &functions.decode);
-    find(prefix + "_free_ext", &functions.free);
-    return functions;
 }
 
 Message::Message(const vesk_type* type) : type_(type), storage_(type->structure_size / 8 + 1) {

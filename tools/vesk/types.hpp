@@ -20,10 +20,13 @@ const vesk_type* describe(const vesk_type* type);
 
 const char* kind_name(std::uint16_t kind);
 
-// The functions of a type in the library.
+// The functions of a type in the library, which take a message of any type.
 struct Functions {
+    std::uint64_t (*encode)(const void* message, void* buffer, std::uint64_t length, vesk_segment* segments,
+                            std::uint32_t* segment_count, std::uint32_t flags);
     std::int32_t (*decode)(void* message, const void* buffer, std::uint64_t length, vesk_alloc alloc, void* context,
                            std::uint32_t flags);
+    std::int32_t (*duplicate)(void* destination, const void* source, vesk_alloc alloc, void* context);
     void (*free)(void* message, vesk_release release, void* context, std::uint32_t flags);
 };
 Functions functions_of(const vesk_type* type);
