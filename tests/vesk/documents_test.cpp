@@ -18,7 +18,7 @@ using tool::Format;
 
 class Documents : public ::testing::TestWithParam<Format> {
 protected:
-    const std::string nul = GetParam() == Format::json ? "\\u0000" : "\\000";
+    static std::string nul() { return GetParam() == Format::json ? "\\u0000" : "\\000"; }
 
     static std::string print(const TypeInfo& type, const Bytes& input) {
         std::string document;
@@ -39,7 +39,7 @@ protected:
     }
 
     // False if the input does not decode.
-    bool expect_same_bytes(const TypeInfo& type, const Bytes& input) {
+    static bool expect_same_bytes(const TypeInfo& type, const Bytes& input) {
         tool::Message decoded(vesk_type_named(type.name.c_str()));  // what nested messages lose is its arena's
         if (decoded.decode(input.data(), input.size()) != VESK_OK) {
             EXPECT_THROW(print(type, input), tool::Failure);
@@ -50,7 +50,7 @@ protected:
             EXPECT_EQ(encode(type, document), encoded(type, decoded.get())) << document;
         } catch (const tool::Failure& failure) {
             EXPECT_NE(std::string(failure.what()).find("NUL"), std::string::npos) << failure.what();
-            EXPECT_NE(document.find(nul), std::string::npos) << document;
+            EXPECT_NE(document.find(nul()), std::string::npos) << document;
         }
         return true;
     }
@@ -104,7 +104,7 @@ TEST_P(Documents, of_strings_with_control_characters_keep_the_bytes_and_have_non
 TEST_P(Documents, of_strings_with_a_nul_are_printed_whole_and_refused_by_encode) {
     const TypeInfo& type = *find_type("led_data");
     const std::string document = print(type, text_field(5, std::string_view("a\0b", 3)));
-    EXPECT_NE(document.find("a" + nul + "b"), std::string::npos);
+    EXPECT_NE(document.find("a" + nul() + "b"), std::string::npos);
     try {
         encode(type, document);
         FAIL() << "not refused";

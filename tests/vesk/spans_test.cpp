@@ -89,8 +89,9 @@ TEST(map, of_a_message_cut_at_every_byte_covers_each_byte_once) {
 }
 
 TEST(map, of_bytes_at_random_covers_each_byte_once) {
-    std::mt19937_64 random(4);
+    std::uint64_t seed = 0;
     for (const TypeInfo* type : all_types()) {
+        std::mt19937_64 random(++seed);
         for (int round = 0; round < 100; ++round) {
             Bytes input(random() % 40);
             for (std::uint8_t& byte : input) byte = static_cast<std::uint8_t>(random() >> random() % 60);

@@ -54,7 +54,7 @@ void settle(Request& request) {
         request.files.insert(request.files.begin(), request.type);
         request.type.clear();
     }
-    if (request.files.empty()) request.files.push_back("-");
+    if (request.files.empty()) request.files.emplace_back("-");
 }
 
 int run(int argc, char** argv) {

@@ -44,9 +44,9 @@ void print_span(Output& output, const std::uint8_t* input, const Span& span) {
 // Names and indices need no escape in a path.
 void print_json(Output& output, const Span& span, bool first) {
     std::string line = first ? "{\"from\":" : ",\n{\"from\":";
-    line.append(std::to_string(span.from)).append(",\"to\":").append(std::to_string(span.to));
-    line.append(",\"role\":\"").append(name_of(span.role)).append("\",\"path\":\"").append(span.path);
-    line.append("\",\"text\":\"").append(json_escape(span.text)).append("\"}");
+    line.append(std::to_string(span.from)).append(R"(,"to":)").append(std::to_string(span.to));
+    line.append(R"(,"role":")").append(name_of(span.role)).append(R"(","path":")").append(span.path);
+    line.append(R"(","text":")").append(json_escape(span.text)).append(R"("})");
     output.write(line);
 }
 

@@ -24,7 +24,7 @@ public:
     bool is_terminal() const { return terminal_; }
 
     // A vesk_text_write; the context is an Output. Not 0 if a write failed, which rethrow() then throws.
-    static std::int32_t write_to(const char* text, std::size_t length, void* output);
+    static std::int32_t write_to(const char* text, std::size_t length, void* context);
     void rethrow() const {
         if (failure_) std::rethrow_exception(failure_);
     }

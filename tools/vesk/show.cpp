@@ -35,7 +35,7 @@ std::vector<std::string> types_that_nest(const vesk_type* type) {
         for (std::uint32_t place = 0; place < other->field_count; ++place) {
             const vesk_type* const nested = vesk_field_nested(vesk_type_field(other, place));
             if (nested == nullptr || std::string(vesk_type_name(nested)) != vesk_type_name(type)) continue;
-            names.push_back(vesk_type_name(other));
+            names.emplace_back(vesk_type_name(other));
             break;
         }
     }
@@ -82,7 +82,7 @@ int show_type(const Request& request) {
         fields.push_back(json_of_field(field));
         if (const vesk_type* nested = vesk_field_nested(field)) {
             if (std::find(nests.begin(), nests.end(), vesk_type_name(nested)) == nests.end()) {
-                nests.push_back(vesk_type_name(nested));
+                nests.emplace_back(vesk_type_name(nested));
             }
         }
     }

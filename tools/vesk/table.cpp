@@ -100,8 +100,10 @@ std::string print_rows(const std::vector<std::vector<std::string>>& rows) {
 }
 
 std::string print_list(const List& list) {
+    const std::string title = "\n" + list.path + " (" + std::to_string(list.count) + ")\n";
+    if (list.type == nullptr) return title;
     std::vector<std::string> columns{"#"};
-    std::vector<Record> rows(list.type != nullptr ? list.count : 0);
+    std::vector<Record> rows(list.count);
     std::string nested;
     for (std::size_t element = 0; element < rows.size(); ++element) {
         Record& row = rows[element];
@@ -123,7 +125,7 @@ std::string print_list(const List& list) {
             table.back()[static_cast<std::size_t>(column)] = value;
         }
     }
-    return "\n" + list.path + " (" + std::to_string(list.count) + ")\n" + print_rows(table) + nested;
+    return title + print_rows(table) + nested;
 }
 
 }  // namespace
