@@ -30,6 +30,7 @@ struct options {
     const char* socket_path;
     const char* json;
     const char* eid_text;  /* null: not by EID */
+    const char* keep;      /* null: the answer's bytes are not kept */
     enum entity_kind type; /* KIND_ANY: not by type */
     double time_limit;     /* seconds */
     uint64_t memory_limit; /* bytes */
@@ -236,6 +237,14 @@ static bool show(const struct reply* reply, const struct options* options) {
 
 /* ---- One run ---- */
 
+/* Writes the answer's message, without its header, to a file. */
+static bool keep(const struct reply* reply, const char* path) {
+    FILE* file = fopen(path, "wb");
+    bool good = file != NULL && fwrite(reply->body, 1, reply->length, file) == reply->length;
+    if (file != NULL && fclose(file) != 0) good = false;
+    return good || complain("cannot keep the answer in %s: %s", path, strerror(errno));
+}
+
 static bool ask(const char* socket_path, const struct options* options) {
     struct connection connection = {.socket = -1};
     struct reply reply = {0};
@@ -244,6 +253,7 @@ static bool ask(const char* socket_path, const struct options* options) {
     close(connection.socket);
     if (!answered) return false;
     bool good = show(&reply, options);
+    if (good && options->keep != NULL) good = keep(&reply, options->keep);
     free(reply.body);
     return good;
 }
@@ -266,6 +276,7 @@ static void print_help(void) {
         "  --type KIND            only the entities of this kind\n"
         "  --eid EID              everything about one entity, such as 1/1/3/processor1/sensor2\n"
         "                         (rack/shelf/slot/kind+index, then the parts on the way to it)\n"
+        "  --keep FILE            writes the bytes of the answer's message to this file, too\n"
         "  --time-limit SECONDS   for request and answer together; 5 if not given\n"
         "  --memory-limit BYTES   that the decoded answer may take; 8388608 if not given\n"
         "  --help                 this text\n\n"
@@ -309,6 +320,7 @@ static bool read_option(int letter, struct options* options) {
         case 'j': options->json = optarg; return true;
         case 't': return read_type(optarg, &options->type);
         case 'e': return read_eid(optarg, &options->eid_text);
+        case 'k': options->keep = optarg; return true;
         case 'l': return read_seconds(optarg, &options->time_limit);
         case 'm': return read_bytes(optarg, &options->memory_limit);
         default: return false; /* getopt_long has said what is wrong */
@@ -332,6 +344,7 @@ int main(int count, char** arguments) {
         {"json", required_argument, NULL, 'j'},
         {"type", required_argument, NULL, 't'},
         {"eid", required_argument, NULL, 'e'},
+        {"keep", required_argument, NULL, 'k'},
         {"time-limit", required_argument, NULL, 'l'},
         {"memory-limit", required_argument, NULL, 'm'},
         {"help", no_argument, NULL, 'h'},

@@ -282,6 +282,22 @@ class Answers(ExchangeTest):
                              "the chassis has no entity with the EID 1/1/7/port3/sensor9$")
         self.assert_serves()
 
+    def test_client_keeps_the_bytes_of_its_answer(self):
+        self.start()
+        kept = os.path.join(self.directory, "answer.bin")
+        shown = self.assert_good(self.client("--type", "fan", "--keep", kept))
+        with connect(self.path) as connection:
+            connection.sendall(frame(REQ_INV_DATA_BY_TYPE, SEQUENCE + number_field(3, 5)))
+            body = receive_frame(connection)[1]
+        with open(kept, "rb") as file:
+            self.assertEqual(file.read(), body)
+        self.assertEqual(len(shown_eids(shown)), sum(kind_of(entity) == "fan" for entity in entities_of()))
+        self.assertEqual(self.client("--keep", "/dev/full").returncode, 1)
+        nowhere = os.path.join(self.directory, "away", "answer.bin")
+        result = self.client("--keep", nowhere)
+        self.assertEqual((result.returncode, result.stderr),
+                         (1, "inventory_client: cannot keep the answer in %s: No such file or directory\n" % nowhere))
+
     def test_client_gets_another_chassis_and_shows_that(self):
         path = self.file('{"entities": [{"eid": "2/1/0/chassis1", "name": "Grüner Schrank"}]}')
         output = self.assert_good(self.run_program(CLIENT, "--json", path))
