@@ -1,6 +1,7 @@
 #include "tools/vesk/page.hpp"
 
-#include <map>
+#include <unordered_map>
+#include <vector>
 
 #include "tools/vesk/input.hpp"
 #include "tools/vesk/page_text.hpp"
@@ -24,25 +25,71 @@ std::string script_json(std::string_view text) {
     return escaped;
 }
 
+// Strings that occur again and again, by number.
+class Strings {
+public:
+    std::size_t number_of(const std::string& text) {
+        const auto [place, is_new] = numbers_.emplace(text, numbers_.size());
+        if (is_new) json_ += (json_.empty() ? "\"" : ",\"") + script_json(text) + "\"";
+        return place->second;
+    }
+    const std::string& json() const { return json_; }
+
+private:
+    std::unordered_map<std::string, std::size_t> numbers_;
+    std::string json_;
+};
+
+// Paths by number, each as the path that it goes on from and what it adds: a long list's take a few bytes each. Path 0
+// is the message itself.
+class Paths {
+public:
+    explicit Paths(Strings& strings) : strings_(strings), json_("0,0") { numbers_[""] = 0; }
+
+    std::size_t number_of(const std::string& path) {
+        if (const auto place = numbers_.find(path); place != numbers_.end()) return place->second;
+        const std::size_t cut = path.find_last_of(".[");
+        const std::size_t base = cut == std::string::npos ? 0 : number_of(path.substr(0, cut));
+        const std::size_t number = numbers_.size();
+        numbers_.emplace(path, number);
+        json_ += "," + std::to_string(base) + "," +
+                 std::to_string(strings_.number_of(cut == std::string::npos ? path : path.substr(cut)));
+        return number;
+    }
+    const std::string& json() const { return json_; }
+
+private:
+    Strings& strings_;
+    std::unordered_map<std::string, std::size_t> numbers_;
+    std::string json_;
+};
+
+// What a span means, without the path if it ends with it: the page has that already.
+std::string text_of(const Span& span) {
+    const std::string of_path = " of " + span.path;
+    return span.role == Role::length && span.text.ends_with(of_path)
+               ? span.text.substr(0, span.text.size() - of_path.size())
+               : span.text;
+}
+
 void write_data(const vesk_type* type, const std::uint8_t* input, std::uint64_t length, const vesk_report& report,
                 Output& output) {
     std::string bytes = in_form({reinterpret_cast<const char*>(input), length}, Form::base64);
     bytes.pop_back();
     output.write("{\"at\":" + (report.code == VESK_OK ? std::string("-1") : std::to_string(report.at)) +
                  ",\"bytes\":\"" + bytes + "\",\"spans\":[");
-    // A path is said once.
-    std::map<std::string, std::size_t> places;
-    std::string paths;
+    Strings strings;
+    Paths paths(strings);
     bool first = true;
     for_each_span(type, input, length, report, [&](const Span& span) {
-        const auto [place, is_new] = places.emplace(span.path, places.size());
-        if (is_new) paths += (paths.empty() ? "\"" : ",\"") + script_json(span.path) + "\"";
-        output.write((first ? "[" : ",[") + std::to_string(span.from) + "," +
-                     std::to_string(static_cast<int>(span.role)) + "," + std::to_string(span.depth) + "," +
-                     std::to_string(place->second) + ",\"" + script_json(span.text) + "\"]");
-        first = false;
+        const std::size_t numbers[] = {span.to - span.from, static_cast<std::size_t>(span.role), span.depth,
+                                       paths.number_of(span.path), strings.number_of(text_of(span))};
+        for (const std::size_t number : numbers) {
+            output.write((first ? "" : ",") + std::to_string(number));
+            first = false;
+        }
     });
-    output.write("],\"paths\":[" + paths + "]}");
+    output.write("],\"paths\":[" + paths.json() + "],\"strings\":[" + strings.json() + "]}");
 }
 
 }  // namespace
@@ -50,26 +97,31 @@ void write_data(const vesk_type* type, const std::uint8_t* input, std::uint64_t 
 void write_page(const vesk_type* type, const std::string& name, const std::uint8_t* input, std::uint64_t length,
                 Output& output) {
     const vesk_report report = check(type, input, length);
+    const bool good = report.code == VESK_OK;
+    // The page's text has words between @ where something belongs; any other @ is its own.
     std::string_view rest = page_text;
-    while (true) {
-        const std::size_t begin = rest.find('@');
-        const std::size_t end = rest.find('@', begin + 1);
-        if (end == std::string_view::npos) break;
-        const std::string_view word = rest.substr(begin + 1, end - begin - 1);
-        output.write(rest.substr(0, begin));
+    for (std::size_t at = rest.find('@'); at != std::string_view::npos; at = rest.find('@')) {
+        const std::string_view word = rest.substr(at + 1, rest.find('@', at + 1) - at - 1);
+        output.write(rest.substr(0, at));
+        rest.remove_prefix(at + 1);
         if (word == "TITLE") {
             output.write(
                 html_escape(quote_name(name) + ": " + std::to_string(length) + " bytes of " + vesk_type_name(type)));
+        } else if (word == "STATE") {
+            output.write(good ? "good" : "bad");
+        } else if (word == "BADGE") {
+            output.write(good ? "decodes" : "does not decode");
         } else if (word == "VERDICT") {
-            output.write(html_escape(verdict(report) + "; decoding asks for " + cost(report)));
+            output.write(good ? "" : html_escape(verdict(report)));
+        } else if (word == "COST") {
+            output.write(html_escape(cost(report)));
         } else if (word == "DATA") {
             write_data(type, input, length, report, output);
-        } else {  // a character of the page's own
-            output.write(rest.substr(begin, 1));
-            rest.remove_prefix(begin + 1);
+        } else {
+            output.write("@");
             continue;
         }
-        rest.remove_prefix(end + 1);
+        rest.remove_prefix(word.size() + 1);
     }
     output.write(rest);
 }
