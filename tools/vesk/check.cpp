@@ -43,7 +43,9 @@ void print_json(const Request& request, const Subject& subject, const vesk_repor
 }
 
 void print_words(const Request& request, const Subject& subject, const vesk_report& report, Output& output) {
-    output.write(quote_name(subject.name) + ": " + verdict(report) + "; asks for " + cost(report) + "\n");
+    output.write(quote_name(subject.name) + ": " +
+                 output.in(report.code == VESK_OK ? Ink::good : Ink::bad, verdict(report)) + "; asks for " +
+                 cost(report) + "\n");
     if (!request.differences) return;
     for_each_difference(subject.type, subject.data, subject.length, report, [&](const Difference& difference) {
         output.write("  byte " + std::to_string(difference.at) +

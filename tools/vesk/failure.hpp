@@ -1,6 +1,8 @@
 // What ends a verb before its work is done: one line for standard error, and the exit status.
 #pragma once
 
+#include <cerrno>
+#include <cstring>
 #include <stdexcept>
 #include <string>
 
@@ -23,5 +25,22 @@ class OutputFailure : public Failure {
 public:
     using Failure::Failure;
 };
+
+// What the system says of an error, and what to do about it.
+inline std::string because(int error) {
+    const std::string why = std::strerror(error);
+    switch (error) {
+        case ENOENT: return why + "; look for a slip in the name";
+        case EACCES:
+        case EPERM: return why + "; ask its owner for the right to it";
+        case EISDIR: return "is a directory; name a file in it";
+        case ENOSPC:
+        case EDQUOT:
+        case EFBIG: return why + "; make room, or write elsewhere";
+        case EROFS: return why + "; write elsewhere";
+        case EPIPE: return why + "; what should read it has ended";
+        default: return why;
+    }
+}
 
 }  // namespace vesk::tool

@@ -7,6 +7,7 @@
 #include "tools/vesk/failure.hpp"
 #include "tools/vesk/input.hpp"
 #include "tools/vesk/output.hpp"
+#include "tools/vesk/progress.hpp"
 #include "tools/vesk/request.hpp"
 #include "tools/vesk/spans.hpp"
 #include "tools/vesk/types.hpp"
@@ -176,6 +177,7 @@ std::vector<Guess> guess(const std::uint8_t* input, std::uint64_t length) {
 }
 
 int guess_type(const Request& request) {
+    const Progress progress(0);
     const Input input(request.files.front(), request.form);
     const std::vector<Guess> guesses = guess(input.data(), input.size());
     Output output;

@@ -16,9 +16,7 @@
 namespace vesk::tool {
 namespace {
 
-[[noreturn]] void fail(const std::string& name, int why) {
-    throw Failure(quote_name(name) + ": " + std::strerror(why));
-}
+[[noreturn]] void fail(const std::string& name, int why) { throw Failure(quote_name(name) + ": " + because(why)); }
 
 class File {
 public:
@@ -143,10 +141,16 @@ Input::Input(const std::string& name, Form form) : name_(name) {
     const File file(name);
     struct stat status {};
     if (fstat(file.number(), &status) != 0) fail(name, errno);
-    if (S_ISDIR(status.st_mode)) throw Failure(quote_name(name) + ": is a directory");
+    if (S_ISDIR(status.st_mode)) fail(name, EISDIR);
     // Files of the kernel's say that they have 0 bytes.
     const bool has_size = S_ISREG(status.st_mode) && status.st_size > 0;
     read_all(file.number(), has_size ? static_cast<std::uint64_t>(status.st_size) : UINT64_MAX);
+    struct stat after {};
+    if (fstat(file.number(), &after) != 0) fail(name, errno);
+    if (has_size && after.st_size != status.st_size) {
+        throw Failure(quote_name(name) + ": had " + std::to_string(status.st_size) + " bytes at first and has " +
+                      std::to_string(after.st_size) + " now; try again once nothing writes to it");
+    }
     if (form == Form::hex) size_ = read_hex(bytes_.get(), size_, name_);
     if (form == Form::base64) size_ = read_base64(bytes_.get(), size_, name_);
 }

@@ -11,8 +11,8 @@ namespace vesk::tool {
 
 enum class Form { raw, hex, base64 };
 
-// A file or standard input. Of a regular file what it had when it was opened, so that one that grows comes to an end.
-// Takes as much memory as its file has bytes, and no more on the way there.
+// A file or standard input. Of a regular file what it had when it was opened, so that one that grows comes to an end;
+// one that has another size then is refused. Takes as much memory as its file has bytes, and no more on the way there.
 class Input {
 public:
     // `name` is "-" for standard input. Throws Failure: "NAME: why".

@@ -66,7 +66,7 @@ int run(int argc, char** argv) {
     app.name("vesk");
     app.footer(
         "Example:\n  vesk check resp_inv_data answer.bin\n\nEnds with 0, or 1 where an input fails or cannot be read, "
-        "or 2 where options make no sense.");
+        "or 2 where options make no sense. On a terminal there are colours, unless NO_COLOR is set.");
     app.require_subcommand(1);
     Request request;
     Verb chosen = nullptr;
@@ -159,7 +159,9 @@ int run(int argc, char** argv) {
 }  // namespace vesk::tool
 
 int main(int argc, char** argv) {
-    std::signal(SIGPIPE, SIG_IGN);  // a broken pipe is an error like any other
+    // A broken pipe and a file that may not grow are errors like any other.
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
     try {
         return vesk::tool::run(argc, argv);
     } catch (const vesk::tool::Failure& failure) {

@@ -1,6 +1,5 @@
 // The byte map, on a terminal, as JSON and as a page.
 #include <cstdio>
-#include <iostream>
 
 #include "tools/vesk/failure.hpp"
 #include "tools/vesk/inputs.hpp"
@@ -30,13 +29,20 @@ std::string hex_of(const std::uint8_t* input, const Span& span) {
     return hex;
 }
 
-void print_span(Output& output, const std::uint8_t* input, const Span& span) {
+// The roles' colours are in the order of the roles.
+static_assert(static_cast<int>(Ink::beyond) == static_cast<int>(Role::beyond));
+Ink ink_of(const Span& span, const vesk_report& report) {
+    const bool refused = report.code != VESK_OK && span.from == report.at;
+    return refused ? Ink::bad : static_cast<Ink>(span.role);
+}
+
+void print_span(Output& output, const std::uint8_t* input, const Span& span, Ink ink) {
     char offset[32];
     std::snprintf(offset, sizeof offset, "%8llu  ", static_cast<unsigned long long>(span.from));
     std::string line = offset;
     std::string hex = hex_of(input, span);
     hex.resize(std::max<std::size_t>(hex.size(), 3 * bytes_in_a_line + 4), ' ');
-    line += hex + std::string(2 * std::size_t{span.depth}, ' ') + span.text;
+    line += output.in(ink, hex) + std::string(2 * std::size_t{span.depth}, ' ') + span.text;
     if (span.role == Role::tag && !span.path.empty()) line += "  (" + span.path + ")";
     output.write(line + "\n");
 }
@@ -51,16 +57,21 @@ void print_json(Output& output, const Span& span, bool first) {
 }
 
 void map_to_terminal(const Subject& subject, const vesk_report& report, Output& output) {
-    for_each_span(subject.type, subject.data, subject.length, report,
-                  [&](const Span& span) { print_span(output, subject.data, span); });
+    for_each_span(subject.type, subject.data, subject.length, report, [&](const Span& span) {
+        subject.at(span.from);
+        print_span(output, subject.data, span, ink_of(span, report));
+    });
     output.write("\n" + quote_name(subject.name) + ": " + counted(subject.length, "byte") + " of " +
-                 vesk_type_name(subject.type) + ": " + verdict(report) + "\nDecoding asks for " + cost(report) + ".\n");
+                 vesk_type_name(subject.type) + ": " +
+                 output.in(report.code == VESK_OK ? Ink::good : Ink::bad, verdict(report)) + "\nDecoding asks for " +
+                 cost(report) + ".\n");
 }
 
 void map_to_json(const Subject& subject, const vesk_report& report, Output& output) {
     output.write("[");
     bool first = true;
     for_each_span(subject.type, subject.data, subject.length, report, [&](const Span& span) {
+        subject.at(span.from);
         print_json(output, span, first);
         first = false;
     });

@@ -9,9 +9,10 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
+#include <cstdlib>
 
 #include "tools/vesk/failure.hpp"
+#include "tools/vesk/progress.hpp"
 
 namespace vesk::tool {
 namespace {
@@ -21,10 +22,20 @@ constexpr std::size_t most_held = 1 << 16;
 // The file that is written aside now, for a signal to take away.
 std::atomic<const char*> written_aside{nullptr};
 
-void take_away(int signal) {
+void end_by(int signal) {
     if (const char* const name = written_aside.load()) unlink(name);
+    erase_progress_in_handler();
     std::signal(signal, SIG_DFL);
     std::raise(signal);
+}
+
+constexpr int ending_signals[] = {SIGINT, SIGTERM, SIGHUP};
+
+bool wants_colour(int file) {
+    const char* const unwanted = std::getenv("NO_COLOR");
+    const char* const terminal = std::getenv("TERM");
+    return isatty(file) != 0 && (unwanted == nullptr || *unwanted == '\0') &&
+           (terminal == nullptr || std::string_view(terminal) != "dumb");
 }
 
 // Bytes of the UTF-8 character at `at`; 0 if there is none.
@@ -58,29 +69,57 @@ bool is_control(std::string_view character) {
 
 }  // namespace
 
-Output::Output() : name_("standard output"), file_(STDOUT_FILENO), terminal_(isatty(STDOUT_FILENO) != 0) {}
+Output::Output()
+    : name_("standard output"), file_(STDOUT_FILENO), terminal_(isatty(file_) != 0), coloured_(wants_colour(file_)) {}
 
-Output::Output(const std::string& name) : name_(name), aside_(name + ".XXXXXX"), terminal_(false) {
-    file_ = mkostemp(aside_.data(), O_CLOEXEC);
-    if (file_ < 0) {
-        aside_.clear();
-        throw OutputFailure(name + ": " + std::strerror(errno));
+Output::Output(const std::string& name)
+    : name_(quote_name(name)), target_(name), file_(-1), terminal_(false), coloured_(false) {
+    struct stat status {};
+    if (stat(name.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
+        file_ = open(name.c_str(), O_WRONLY | O_CLOEXEC);
+    } else {
+        open_aside();
     }
-    fchmod(
-        file_, 0666 & ~[] {
-            const mode_t mask = umask(0);
-            umask(mask);
-            return mask;
-        }());
-    written_aside = aside_.c_str();
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) std::signal(signal, take_away);
+    if (file_ < 0) throw OutputFailure(name_ + ": " + because(errno));
+}
+
+// The signals wait until there is a name to take away.
+void Output::open_aside() {
+    if (char* const real = realpath(target_.c_str(), nullptr)) {
+        target_ = real;
+        std::free(real);
+    }
+    aside_ = target_ + ".XXXXXX";
+    sigset_t ending;
+    sigset_t before;
+    sigemptyset(&ending);
+    for (const int signal : ending_signals) sigaddset(&ending, signal);
+    pthread_sigmask(SIG_BLOCK, &ending, &before);
+    file_ = mkostemp(aside_.data(), O_CLOEXEC);
+    const int why = errno;
+    if (file_ >= 0) {
+        const mode_t mask = umask(0);
+        umask(mask);
+        fchmod(file_, 0666 & ~mask);
+        written_aside = aside_.c_str();
+        for (const int signal : ending_signals) std::signal(signal, end_by);
+    } else {
+        aside_.clear();
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    errno = why;
 }
 
 Output::~Output() {
+    if (file_ != STDOUT_FILENO && file_ >= 0) ::close(file_);
     if (aside_.empty()) return;
-    written_aside = nullptr;
-    ::close(file_);
     unlink(aside_.c_str());
+    written_aside = nullptr;
+}
+
+std::string Output::in(Ink ink, const std::string& text) const {
+    static constexpr const char* colours[] = {"34", "35", "32", "33", "2", "32", "1;31"};
+    return coloured_ ? "\033[" + std::string(colours[static_cast<std::size_t>(ink)]) + "m" + text + "\033[0m" : text;
 }
 
 void Output::write(std::string_view text) {
@@ -100,6 +139,7 @@ std::int32_t Output::write_to(const char* text, std::size_t length, void* contex
 }
 
 void Output::flush() {
+    if (terminal_) Progress::end();
     std::size_t at = 0;
     while (at < held_.size()) {
         const ssize_t written = ::write(file_, held_.data() + at, held_.size() - at);
@@ -107,7 +147,7 @@ void Output::flush() {
         if (written < 0) {
             const int why = errno;
             held_.clear();
-            throw OutputFailure(name_ + ": " + std::strerror(why));
+            throw OutputFailure(name_ + ": " + because(why));
         }
         at += static_cast<std::size_t>(written);
     }
@@ -117,11 +157,9 @@ void Output::flush() {
 void Output::close() {
     flush();
     if (aside_.empty()) return;
-    if (fsync(file_) != 0 || rename(aside_.c_str(), name_.c_str()) != 0) {
-        throw OutputFailure(name_ + ": " + std::strerror(errno));
-    }
+    if (fsync(file_) != 0 || rename(aside_.c_str(), target_.c_str()) != 0)
+        throw OutputFailure(name_ + ": " + because(errno));
     written_aside = nullptr;
-    ::close(file_);
     aside_.clear();
 }
 

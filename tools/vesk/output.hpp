@@ -9,12 +9,15 @@
 
 namespace vesk::tool {
 
+// What a stretch of text is, where a terminal shows it in a colour.
+enum class Ink { tag, length, value, unknown, beyond, good, bad };
+
 // Buffered; a write that fails is a Failure: "standard output: why". close() must be called at the end; without it a
 // file that was written aside is taken away again.
 class Output {
 public:
     Output();                                  // standard output
-    explicit Output(const std::string& name);  // a file
+    explicit Output(const std::string& name);  // a file; what is no regular file is written to straight away
     ~Output();
     Output(const Output&) = delete;
     Output& operator=(const Output&) = delete;
@@ -22,6 +25,9 @@ public:
     void write(std::string_view text);
     void close();
     bool is_terminal() const { return terminal_; }
+
+    // In a colour on a terminal, unless NO_COLOR is set; else as it is.
+    std::string in(Ink ink, const std::string& text) const;
 
     // A vesk_text_write; the context is an Output. Not 0 if a write failed, which rethrow() then throws.
     static std::int32_t write_to(const char* text, std::size_t length, void* context);
@@ -31,11 +37,14 @@ public:
 
 private:
     void flush();
+    void open_aside();
 
     std::string name_;
-    std::string aside_;  // of a file
+    std::string target_;  // the file, at the end of any links
+    std::string aside_;   // written until it is whole; empty if there is none
     int file_;
     bool terminal_;
+    bool coloured_;
     std::string held_;
     std::exception_ptr failure_;
 };

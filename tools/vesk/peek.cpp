@@ -48,9 +48,10 @@ int diff_files(const Request& request) {
     const std::int32_t code = vesk_diff(
         type, left.get(), right.get(),
         [](const char* path, const vesk_value* one, const vesk_value* other, void* context) {
-            const std::string line = std::string(path) + ": " +
-                                     (one != nullptr ? value_in_words(*one, true) : "absent") + " | " +
-                                     (other != nullptr ? value_in_words(*other, true) : "absent") + "\n";
+            const Output& to = *static_cast<Output*>(context);
+            const std::string line =
+                std::string(path) + ": " + to.in(Ink::bad, one != nullptr ? value_in_words(*one, true) : "absent") +
+                " | " + to.in(Ink::good, other != nullptr ? value_in_words(*other, true) : "absent") + "\n";
             return Output::write_to(line.data(), line.size(), context);
         },
         &output, &differences, nullptr);
