@@ -107,7 +107,7 @@ std::string footer(const CLI::App& app) {
 
 std::string bash_completion(const CLI::App& app) {
     std::vector<std::string> types;
-    for (const vesk_type* type : all_types()) types.push_back(vesk_type_name(type));
+    for (const vesk_type* type : all_types()) types.emplace_back(vesk_type_name(type));
     std::vector<std::string> verbs;
     std::string cases;
     for (const CLI::App* verb : verbs_of(app)) {

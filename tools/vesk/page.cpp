@@ -76,8 +76,8 @@ void write_data(const vesk_type* type, const std::uint8_t* input, std::uint64_t 
                 Output& output) {
     std::string bytes = in_form({reinterpret_cast<const char*>(input), length}, Form::base64);
     bytes.pop_back();
-    output.write("{\"at\":" + (report.code == VESK_OK ? std::string("-1") : std::to_string(report.at)) +
-                 ",\"bytes\":\"" + bytes + "\",\"spans\":[");
+    output.write(R"({"at":)" + (report.code == VESK_OK ? std::string("-1") : std::to_string(report.at)) +
+                 R"(,"bytes":")" + bytes + R"(","spans":[)");
     Strings strings;
     Paths paths(strings);
     bool first = true;
@@ -89,7 +89,7 @@ void write_data(const vesk_type* type, const std::uint8_t* input, std::uint64_t 
             first = false;
         }
     });
-    output.write("],\"paths\":[" + paths.json() + "],\"strings\":[" + strings.json() + "]}");
+    output.write(R"(],"paths":[)" + paths.json() + R"(],"strings":[)" + strings.json() + "]}");
 }
 
 }  // namespace
