@@ -1,5 +1,6 @@
 // vesk: the command for whoever has a failing message in front of them.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <csignal>
 #include <functional>
 #include <iostream>
@@ -131,6 +132,12 @@ int run(int argc, char** argv) {
     sub->add_option("FILES", request.files, "the two inputs")->expected(2)->required();
     verbs.add_form(sub, "input");
 
+    sub = verbs.add("watch", "Asks a running exchange service again and again, and shows what has changed",
+                    "vesk watch --socket /run/inventory.socket fan sensor", watch_service);
+    sub->add_option("KIND", request.kinds, "kinds of entity, such as fan; all if left out");
+    sub->add_option("--socket", request.socket, "Unix-domain socket of the service")->required();
+    sub->add_option("--interval", request.interval, "seconds from one question to the next, 2 if left out");
+
     // The build asks for these.
     const std::string_view first = argc == 2 ? argv[1] : "";
     if (first == "--completion" || first == "--manual") {
@@ -149,7 +156,8 @@ int run(int argc, char** argv) {
         return status_usage;
     }
     settle(request);
-    if (request.type.empty() && !request.frames && chosen != show_types && chosen != guess_type) {
+    static const Verb without_type[] = {show_types, guess_type, watch_service};
+    if (request.type.empty() && !request.frames && std::ranges::find(without_type, chosen) == std::end(without_type)) {
         throw Failure("TYPE is missing: a message type, such as pem_data (vesk --help says more)", status_usage);
     }
     return chosen(request);

@@ -35,5 +35,6 @@ int map_file(const Request& request);
 int guess_type(const Request& request);
 int peek_file(const Request& request);
 int diff_files(const Request& request);
+int watch_service(const Request& request);
 
 }  // namespace vesk::tool

@@ -38,17 +38,17 @@ std::vector<const vesk_type*> all_types() {
     return types;
 }
 
+std::string nearest(const std::string& name, const std::vector<std::string>& known) {
+    return *std::ranges::min_element(known, {}, [&](const std::string& other) { return distance(name, other); });
+}
+
 const vesk_type* find_type(const std::string& name) {
     const vesk_type* const found = vesk_type_named(name.c_str());
     if (found != nullptr) return found;
-    std::string nearest;
-    std::size_t least = SIZE_MAX;
-    for (const vesk_type* type : all_types()) {
-        const std::size_t so_far = distance(name, vesk_type_name(type));
-        if (so_far < least) nearest = vesk_type_name(type);
-        least = std::min(least, so_far);
-    }
-    throw Failure("no type is called " + quote(name) + "; the nearest is " + nearest + " (vesk types names them all)");
+    std::vector<std::string> known;
+    for (const vesk_type* type : all_types()) known.emplace_back(vesk_type_name(type));
+    throw Failure("no type is called " + quote(name) + "; the nearest is " + nearest(name, known) +
+                  " (vesk types names them all)");
 }
 
 const vesk_type* describe(const vesk_type* type) {

@@ -12,6 +12,9 @@ namespace vesk::tool {
 // The 95 types, in the order of the headers.
 std::vector<const vesk_type*> all_types();
 
+// Of these names the one that `name` was probably meant to be.
+std::string nearest(const std::string& name, const std::vector<std::string>& known);
+
 // Throws Failure, with the name that is nearest: "no type is called pem_dat; the nearest is pem_data".
 const vesk_type* find_type(const std::string& name);
 
