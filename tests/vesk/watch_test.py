@@ -294,7 +294,7 @@ class BadServices(Case):
 
 class Options(Case):
     def test_help_has_an_example(self):
-        for verb in ("watch",):
+        for verb in ("watch", "record", "replay"):
             done = subprocess.run([PROGRAM, verb, "--help"], capture_output=True, text=True, check=True)
             self.assertIn("Example:\n  vesk " + verb, done.stdout)
 

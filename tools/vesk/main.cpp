@@ -51,6 +51,14 @@ struct Verbs {
     }
 };
 
+// A program's words are taken as they are: the parser would read "[a,b]" as two.
+void take_program(int argc, char** argv, Request& request) {
+    char** const end = argv + argc;
+    char** const mark = std::find(argv, end, std::string_view("--"));
+    if (mark == end) throw Failure("PROGRAM stands after -- (vesk record --help says more)", status_usage);
+    request.program.assign(mark + 1, end);
+}
+
 // With --frames there is no TYPE: what stands in its place is a file.
 void settle(Request& request) {
     if (request.frames && !request.type.empty()) {
@@ -138,6 +146,20 @@ int run(int argc, char** argv) {
     sub->add_option("--socket", request.socket, "Unix-domain socket of the service")->required();
     sub->add_option("--interval", request.interval, "seconds from one question to the next, 2 if left out");
 
+    sub = verbs.add("record", "Runs a program and notes every call that it makes of the library",
+                    "vesk record failure.rec -- inventory_service --socket /run/inventory.socket", record_program);
+    sub->add_option("OUT", request.recording, "the recording")->required();
+    sub->add_option("PROGRAM", request.program, "after --: the program and its arguments")
+        ->expected(1, 1 << 20)
+        ->required();
+    sub->add_option("--limit", request.limit, "bytes that the recording may take, such as 512K or 2G; 64M if left out");
+
+    sub = verbs.add("replay", "Makes the calls of a recording again, and shows where this library answers otherwise",
+                    "vesk replay failure.rec", replay_file);
+    sub->add_option("OUT", request.recording, "the recording")->required();
+    sub->add_option("--extract", request.extract, "writes each input to a file of this folder");
+    verbs.add_json(sub, "one object a line for each call");
+
     // The build asks for these.
     const std::string_view first = argc == 2 ? argv[1] : "";
     if (first == "--completion" || first == "--manual") {
@@ -155,8 +177,9 @@ int run(int argc, char** argv) {
         std::cerr << "vesk: " << error.what() << " (vesk --help says more)\n";
         return status_usage;
     }
+    if (chosen == record_program) take_program(argc, argv, request);
     settle(request);
-    static const Verb without_type[] = {show_types, guess_type, watch_service};
+    static const Verb without_type[] = {show_types, guess_type, watch_service, record_program, replay_file};
     if (request.type.empty() && !request.frames && std::ranges::find(without_type, chosen) == std::end(without_type)) {
         throw Failure("TYPE is missing: a message type, such as pem_data (vesk --help says more)", status_usage);
     }

@@ -23,6 +23,10 @@ struct Request {
     std::string socket;
     double interval = 2;
     std::vector<std::string> kinds;
+    std::string recording;
+    std::vector<std::string> program;  // and its arguments
+    std::string limit = "64M";         // bytes of a recording
+    std::string extract;               // a folder
 };
 
 // Each verb returns an exit status, and throws Failure if it can do nothing.
@@ -36,5 +40,7 @@ int guess_type(const Request& request);
 int peek_file(const Request& request);
 int diff_files(const Request& request);
 int watch_service(const Request& request);
+int record_program(const Request& request);
+int replay_file(const Request& request);
 
 }  // namespace vesk::tool
