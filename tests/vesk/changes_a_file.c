@@ -4,15 +4,16 @@
 #include <string.h>
 #include <unistd.h>
 
-ssize_t read(int file, void* buffer, size_t length) {
+ssize_t read(int fd, void* buf, size_t nbytes) {
     static int is_changed;
     const char* const name = getenv("CHANGED_FILE");
-    if (!is_changed && name != NULL) {
+    const char* const size = getenv("CHANGED_SIZE");
+    if (!is_changed && name != NULL && size != NULL) {
         is_changed = 1;
-        if (truncate(name, atol(getenv("CHANGED_SIZE"))) != 0) abort();
+        if (truncate(name, strtol(size, NULL, 10)) != 0) abort();
     }
     ssize_t (*real)(int, void*, size_t);
     void* const found = dlsym(RTLD_NEXT, "read");
     memcpy(&real, &found, sizeof real);
-    return real(file, buffer, length);
+    return real(fd, buf, nbytes);
 }

@@ -20,6 +20,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 #include <vesk/client_service.h>
 
@@ -77,7 +78,7 @@ static void check(int is_good) {
 static uint64_t write_input(const char* text, uint8_t* bytes) {
     bytes[0] = 0x0a;
     bytes[1] = (uint8_t)strlen(text);
-    memcpy(bytes + 2, text, strlen(text));
+    memcpy(bytes + 2, text, strlen(text) + 1);
     return strlen(text) + 2;
 }
 
@@ -174,7 +175,7 @@ static int leave_a_child(void) {
     if (fork() != 0) return 0;
     for (int i = 0; i < 50; ++i) {
         decode("left behind");
-        usleep(20000);
+        nanosleep(&(struct timespec){.tv_nsec = 20000000}, NULL);
     }
     return 0;
 }
@@ -183,7 +184,9 @@ static int call_plug_in(const char* file) {
     void* plug_in = dlopen(file, RTLD_NOW | RTLD_LOCAL);
     int (*call)(void) = NULL;
     if (plug_in != NULL) *(void**)&call = dlsym(plug_in, "plug_in_call");
-    return call != NULL ? call() : 97;
+    const int result = call != NULL ? call() : 97;
+    if (plug_in != NULL) dlclose(plug_in);
+    return result;
 }
 
 static void end_with_5(int number) { _exit(number == SIGTERM ? 5 : 96); }
@@ -200,19 +203,21 @@ static int is(const char* what, char** words, int count, int wanted) {
     return count == wanted + 2 && strcmp(words[1], what) == 0;
 }
 
+static int number(const char* word) { return (int)strtol(word, NULL, 10); }
+
 int main(int count, char** words) {
     if (is("each", words, count, 0)) return each(), 0;
-    if (is("some", words, count, 1)) return decode_some(atoi(words[2])), 0;
-    if (is("threads", words, count, 2)) return on_threads(atoi(words[2]), atoi(words[3]));
+    if (is("some", words, count, 1)) return decode_some(number(words[2])), 0;
+    if (is("threads", words, count, 2)) return on_threads(number(words[2]), number(words[3]));
     if (is("fork", words, count, 0)) return in_children(words[0]);
     if (is("abort", words, count, 0)) decode("before the end"), abort();
     if (is("abort-within", words, count, 0)) return abort_within();
     if (is("leave", words, count, 0)) return leave_a_child();
     if (is("plug-in", words, count, 1)) return call_plug_in(words[2]);
-    if (is("signal", words, count, 1)) return raise(atoi(words[2]));
+    if (is("signal", words, count, 1)) return raise(number(words[2]));
     if (is("wait", words, count, 0)) return wait_for_a_signal();
     if (is("environment", words, count, 1)) return puts(getenv(words[2])) < 0;
-    if (is("exit", words, count, 1)) return atoi(words[2]);
+    if (is("exit", words, count, 1)) return number(words[2]);
     fprintf(stderr, "recorded_calls: see its source for what it can do\n");
     return 95;
 }

@@ -101,10 +101,11 @@ static void compare_type(void* library, struct work work) {
     work.output = malloc(MOST);
     work.message = calloc(1, 1 << 16);
     work.copy = calloc(1, 1 << 16);
-    next_block = malloc(8 * MOST);
-    work.arena = malloc(8 * MOST);
+    work.arena = malloc((size_t)8 * MOST);
+    next_block = malloc((size_t)8 * MOST);
+    if (!work.output || !work.message || !work.copy || !work.arena || !next_block) exit(3);
     if (own.decode(work.message, work.input, work.length, from_arena, NULL, 0) != VESK_OK) exit(3);
-    memset(work.arena, 1, 8 * MOST);
+    memset(work.arena, 1, (size_t)8 * MOST);
     memset(work.output, 1, MOST);
     print_ratio("encode", encode, &named, &own, &work);
     print_ratio("decode", decode, &named, &own, &work);
@@ -117,6 +118,7 @@ int main(int count, char** words) {
     void* library = dlopen(VESK_INVENTORY_SONAME, RTLD_LAZY | RTLD_NOLOAD);
     FILE* file = count == 2 ? fopen(words[1], "rb") : NULL;
     uint64_t length = file != NULL ? fread(chassis, 1, MOST, file) : 0;
+    if (file != NULL) fclose(file);
     if (library == NULL || length == 0) return 1;
     compare_type(library, (struct work){.type = "led_data", .repeats = 500, .input = led, .length = sizeof led});
     compare_type(library, (struct work){.type = "resp_inv_data", .repeats = 20, .input = chassis, .length = length});

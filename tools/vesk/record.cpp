@@ -83,7 +83,8 @@ public:
     RecordingFile(const RecordingFile&) = delete;
     RecordingFile& operator=(const RecordingFile&) = delete;
 
-    const Header& header() const { return *header_; }
+    // Mapped, or the constructor has thrown.
+    const Header& header() const { return *header_; }  // NOLINT(clang-analyzer-core.uninitialized.UndefReturn)
     void take_away() const { unlink(name_.c_str()); }
 
     // Without the room that was not needed. Nobody may have it mapped any more.
@@ -125,10 +126,10 @@ private:
 
 // The preloaded library, where it stands in a build folder or, by the way from one to the other, installed.
 std::string find_recorder() {
-    char program[PATH_MAX];
-    const ssize_t length = readlink("/proc/self/exe", program, sizeof program);
-    if (length < 0 || length == sizeof program) fail("/proc/self/exe");
-    std::string folder(program, static_cast<std::size_t>(length));
+    char own[PATH_MAX];
+    const ssize_t length = readlink("/proc/self/exe", own, sizeof own);
+    if (length < 0 || length == sizeof own) fail("/proc/self/exe");
+    std::string folder(own, static_cast<std::size_t>(length));
     folder.resize(folder.rfind('/') + 1);
     for (const char* way : {"recorder/libvesk_recorder.so", VESK_RECORDER_FROM_PROGRAM}) {
         char whole[PATH_MAX];
@@ -162,6 +163,7 @@ constexpr int handed_on[] = {SIGINT, SIGQUIT, SIGTERM, SIGHUP};
 void become(const std::string& path, const std::vector<std::string>& words, const std::string& recorder,
             const std::string& out) {
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
     arguments.push_back(nullptr);
     const char* const preloaded = std::getenv("LD_PRELOAD");  // whoever is there first may have to be the first

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <map>
 #include <memory>
+#include <tuple>
 
 #include "examples/inventory_exchange/eid_text.h"
 #include "examples/inventory_exchange/exchange.h"
@@ -159,7 +160,7 @@ struct Entities {
     struct Key {
         std::uint32_t kind;
         std::string eid;
-        auto operator<=>(const Key&) const = default;
+        bool operator<(const Key& other) const { return std::tie(kind, eid) < std::tie(other.kind, other.eid); }
     };
     std::map<Key, const void*> records;
     std::vector<std::unique_ptr<Message>> answers;
