@@ -132,13 +132,28 @@ class Decode(Case):
         self.fails("decode", "pem_data", stdin=BAD, says="VESK_WRONG_WIRE_TYPE at byte 2, f4")
 
     def test_control_characters_never_reach_the_terminal(self):
-        evil = self.run_vesk("encode", "led_data", stdin=b'{"f5":"\\u001b[31m\\u0007\\u009b\\u007f\\u00a0\\u00c2"}').stdout
-        for arguments in (["decode"], ["decode", "--text"], ["decode", "--table"], ["map"], ["map", "--json"]):
-            printed = self.vesk(*arguments, "led_data", stdin=evil)
-            controls = set(range(32)) - {10} | set(range(0x7F, 0xA0))
-            self.assertFalse(set(map(ord, printed)) & controls, (arguments, printed))
+        controls = {*range(32), *range(0x7F, 0xA0)} - {10}
+        # What changes the direction of the text around it, or breaks lines, or is not seen.
+        hidden = {0x61C, *range(0x200B, 0x2010), *range(0x2028, 0x202F), *range(0x2060, 0x2070), 0xFEFF}
+        harmless = "\u00a0\u00c2\u0619\u2010\u202f\u2070\ufeee\ufefe\U0001f6a8"
+        text = harmless.join(map(chr, sorted(controls - {0} | hidden))) + harmless
+        evil = self.run_vesk("encode", "led_data", stdin=json.dumps({"f5": text}).encode()).stdout
+        empty = self.file(b"", "empty")
+        for arguments in (["decode"], ["decode", "--text"], ["decode", "--table"], ["map"], ["map", "--json"], ["peek"]):
+            printed = self.vesk(*arguments, "led_data", *["f5"] * (arguments == ["peek"]), stdin=evil)
+            self.assertFalse(set(map(ord, printed)) & (controls | hidden), (arguments, printed))
+            if "--text" not in arguments:
+                self.assertIn(harmless[-1], printed)
+        printed = self.vesk("diff", "led_data", self.file(evil), empty, status=1)
+        self.assertFalse(set(map(ord, printed)) & (controls | hidden), printed)
+        page = self.folder / "page.html"
+        self.vesk("map", "--html", str(page), "led_data", self.file(evil, "evil\u202e\x1b"))
+        self.assertFalse(set(map(ord, page.read_text(encoding="utf-8"))) & (controls | hidden))
         self.assertEqual(self.run_vesk("encode", "led_data", stdin=self.vesk("decode", "led_data", stdin=evil).encode()).stdout,
                          evil)
+        for form, unknown in ((["--text"], "\u202e\x9b: 1"), ([], '{"\u202e\x9b": 1}')):
+            line = self.fails("encode", *form, "led_data", stdin=unknown.encode())
+            self.assertFalse(set(map(ord, line)) & (controls | hidden), line)
 
     def test_bytes_that_are_not_utf8_are_escaped_in_every_form(self):
         data = bytes.fromhex("2a02ff41")

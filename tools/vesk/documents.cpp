@@ -17,7 +17,7 @@ vesk_text_options lossless() {
     return options;
 }
 
-// JSON may have the control characters U+007F to U+009F as they are; a terminal takes them for commands.
+// JSON may have control characters from U+007F on as they are; a terminal obeys them.
 class WithoutControls {
 public:
     WithoutControls(vesk_text_write write, void* context) : write_(write), context_(context) {}
@@ -26,37 +26,40 @@ public:
     static std::int32_t write_to(const char* text, std::size_t length, void* context) {
         WithoutControls& self = *static_cast<WithoutControls*>(context);
         self.plain_.clear();
-        for (const char character : std::string_view(text, length)) self.put(character);
+        for (const char byte : std::string_view(text, length)) self.put(byte);
         return self.plain_.empty() ? 0 : self.write_(self.plain_.data(), self.plain_.size(), self.context_);
     }
 
 private:
-    static constexpr unsigned char first_of_two = 0xC2;  // of U+0080 to U+00BF
-
+    // Of JSON's text: UTF-8, and line ends between its strings.
     void put(char character) {
         const auto byte = static_cast<unsigned char>(character);
-        if (held_) {
-            held_ = false;
-            if (byte < 0xA0) return escape(byte);
-            plain_ += static_cast<char>(first_of_two);
-        } else if (byte == first_of_two) {
-            held_ = true;
+        if (byte < 0x7F) {
+            plain_ += character;
             return;
-        } else if (byte == 0x7F) {
-            return escape(byte);
         }
-        plain_ += character;
+        if (held_.empty()) size_ = byte < 0x80 ? 1 : byte < 0xE0 ? 2 : byte < 0xF0 ? 3 : 4;
+        held_ += character;
+        if (held_.size() < size_) return;
+        plain_ += is_control(held_) ? escape(held_) : held_;
+        held_.clear();
     }
 
-    void escape(unsigned code_point) {
+    // Of a character of up to three bytes: none of four is a control character.
+    static std::string escape(std::string_view character) {
+        constexpr unsigned of_first[] = {0, 0x7F, 0x1F, 0x0F};
+        unsigned code_point = static_cast<unsigned char>(character[0]) & of_first[character.size()];
+        for (const char byte : character.substr(1))
+            code_point = code_point << 6 | (static_cast<unsigned char>(byte) & 0x3F);
         char text[8];
-        std::snprintf(text, sizeof text, "\\u%04x", code_point);
-        plain_ += text;
+        std::snprintf(text, sizeof text, "\\u%04x", code_point & 0xFFFF);
+        return text;
     }
 
     vesk_text_write write_;
     void* context_;
-    bool held_ = false;
+    std::string held_;  // the beginning of a character
+    std::size_t size_ = 0;
     std::string plain_;
 };
 
@@ -66,7 +69,7 @@ std::string place_of(const vesk_text_report& report) {
 }
 
 std::string reason_of(const vesk_text_report& report) {
-    return (report.path[0] != '\0' ? std::string(report.path) + ": " : "") + report.reason;
+    return (report.path[0] != '\0' ? std::string(report.path) + ": " : "") + visible(report.reason);
 }
 
 }  // namespace

@@ -61,10 +61,16 @@ std::string escaped(const char* format, unsigned value) {
     return text;
 }
 
-// U+0080 to U+009F are control characters, too.
-bool is_control(std::string_view character) {
-    const auto first = static_cast<unsigned char>(character[0]);
-    return first < 0x20 || first == 0x7F || (first == 0xC2 && static_cast<unsigned char>(character[1]) < 0xA0);
+// The character at `at`, or the one byte there if it is none, as a terminal may have it; the position after it.
+std::size_t add_visible(std::string_view text, std::size_t at, std::string* to) {
+    const std::size_t length = utf8_length(text, at);
+    const std::string_view character = text.substr(at, length == 0 ? 1 : length);
+    if (length != 0 && !is_control(character)) {
+        *to += character;
+    } else {
+        for (const char byte : character) *to += escaped("\\x%02x", static_cast<unsigned char>(byte));
+    }
+    return at + character.size();
 }
 
 }  // namespace
@@ -167,23 +173,32 @@ std::string counted(std::uint64_t count, const std::string& what) {
     return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
+bool is_control(std::string_view character) {
+    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(character[i]); };
+    const auto ends_from = [&](unsigned char first, unsigned char last) {
+        return byte(character.size() - 1) >= first && byte(character.size() - 1) <= last;
+    };
+    if (character.size() == 1) return byte(0) < 0x20 || byte(0) == 0x7F;
+    if (character.starts_with("\xC2")) return ends_from(0x80, 0x9F);  // U+0080 to U+009F
+    if (character.starts_with("\xE2\x80")) {                          // U+200B to U+200F, U+2028 to U+202E
+        return ends_from(0x8B, 0x8F) || ends_from(0xA8, 0xAE);
+    }
+    if (character.starts_with("\xE2\x81")) return ends_from(0xA0, 0xAF);  // U+2060 to U+206F
+    return character == "\xD8\x9C" || character == "\xEF\xBB\xBF";        // U+061C, U+FEFF
+}
+
+std::string visible(std::string_view text) {
+    std::string result;
+    for (std::size_t at = 0; at < text.size();) at = add_visible(text, at, &result);
+    return result;
+}
+
 std::string quote(std::string_view text, std::size_t most) {
     std::string quoted = "\"";
     std::size_t at = 0;
     while (at < text.size() && at < most) {
-        const std::size_t length = utf8_length(text, at);
-        const std::string_view character = text.substr(at, length == 0 ? 1 : length);
-        if (length == 0) {
-            quoted += escaped("\\x%02x", static_cast<unsigned char>(character[0]));
-        } else if (character == "\"" || character == "\\") {
-            quoted += '\\';
-            quoted += character;
-        } else if (is_control(character)) {
-            for (const char byte : character) quoted += escaped("\\x%02x", static_cast<unsigned char>(byte));
-        } else {
-            quoted += character;
-        }
-        at += character.size();
+        if (text[at] == '"' || text[at] == '\\') quoted += '\\';
+        at = add_visible(text, at, &quoted);
     }
     quoted += '"';
     if (at < text.size()) quoted += " and " + counted(text.size() - at, "byte") + " more";

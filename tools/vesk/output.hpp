@@ -52,6 +52,13 @@ private:
 // "1 byte", "2 bytes".
 std::string counted(std::uint64_t count, const std::string& what);
 
+// Whether a terminal or a browser would not show a character of UTF-8 but obey it: control characters, and those that
+// turn the text around them, break lines or are not seen.
+bool is_control(std::string_view character);
+
+// For a terminal: control characters and bytes that are not UTF-8 as escapes.
+std::string visible(std::string_view text);
+
 // A string of a message for a terminal, a page or a line: control characters and bytes that are not UTF-8 as escapes,
 // quoted, cut after `most` bytes.
 std::string quote(std::string_view text, std::size_t most = 64);
