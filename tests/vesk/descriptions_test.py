@@ -22,7 +22,7 @@ def help_of(*verb):
 
 
 def verbs():
-    return re.findall(r"^  (\w+) ", help_of().split("Subcommands:")[1].split("Example:")[0], flags=re.M)
+    return re.findall(r"^  (\w+) ", help_of().split("Verbs:")[1].split("Example:")[0], flags=re.M)
 
 
 def options(verb):
@@ -49,7 +49,7 @@ class Completion(unittest.TestCase):
 
     def test_verbs(self):
         self.assertEqual(self.complete("de"), ["decode"])
-        self.assertEqual(self.complete(""), sorted(verbs() + ["--help"]))
+        self.assertEqual(self.complete(""), sorted(verbs() + ["--help", "--version"]))
 
     def test_types_where_one_is_wanted(self):
         self.assertEqual(self.complete("map", "pem_"), ["pem_data"])
@@ -70,6 +70,8 @@ class Completion(unittest.TestCase):
     def test_file_after_an_option_that_takes_one(self):
         self.assertEqual(self.complete("map", "--html", "a"), ["answer.bin", "answers"])
         self.assertEqual(self.complete("map", "--html", "a.html", "pem_"), ["pem_data"])
+        self.assertEqual(self.complete("watch", "--socket", "a"), ["answer.bin", "answers"])
+        self.assertEqual(self.complete("record", "--limit", "a"), [])
 
     def test_options_of_each_verb(self):
         for verb in verbs():

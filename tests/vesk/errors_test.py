@@ -164,7 +164,7 @@ class Outputs(Case):
 
     def test_page_beside_another_form_is_refused(self):
         for option in ("--frames", "--json"):
-            self.fails(f"{option} excludes --html (vesk --help says more)", "map", option, "--html", "page.html", "pem_data",
+            self.fails(f"{option} excludes --html (vesk map --help says more)", "map", option, "--html", "page.html", "pem_data",
                        "input.bin", status=2)
         self.assert_files(*self.before)
 

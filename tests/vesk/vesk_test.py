@@ -15,7 +15,7 @@ import sys
 import tempfile
 import unittest
 
-PROGRAM = sys.argv[1]
+PROGRAM = os.path.abspath(sys.argv[1])
 PEM = bytes.fromhex("0a10120c7073753c2f7363726970743e200718c025")  # entity_common {f2 f4} f3
 JSON = '{"entity_common": {"f2": "psu</script>", "f4": 7}, "f3": 4800}'
 BAD = bytes.fromhex("1801" "2201" "00")  # f3, then f4 with another wire type
@@ -240,6 +240,9 @@ class Page(Case):
         self.assertNotIn("@DATA@", page)
         self.assertEqual([path.name for path in self.folder.iterdir()], ["page.html"])
 
+    def test_hyphen_is_standard_output(self):
+        self.assertIn("</html>", self.vesk("map", "--html", "-", "pem_data", stdin=PEM))
+
     def test_file_that_cannot_be_written_is_one_line(self):
         self.fails("map", "--html", str(self.folder / "no" / "page.html"), "pem_data", stdin=PEM, says="No such file")
 
@@ -265,7 +268,7 @@ class Peek(Case):
 
     def test_what_is_not_there_is_one_line(self):
         self.fails("peek", "pem_data", "f4", stdin=PEM, says="no such field")
-        self.fails("peek", "pem_data", "f99", stdin=PEM, says="no such path")
+        self.fails("peek", "pem_data", "f99", stdin=PEM, says="no such path (vesk show pem_data names its fields)")
         self.fails("peek", "pem_data", "f3", stdin=BAD, says="VESK_WRONG_WIRE_TYPE")
 
 
@@ -307,14 +310,45 @@ class Frames(Case):
 class Errors(Case):
     def test_help_has_an_example(self):
         self.assertIn("Example:", self.vesk("--help"))
-        for verb in ("types", "show", "check", "decode", "encode", "map", "guess", "peek", "diff"):
+        for verb in ("types", "show", "check", "decode", "encode", "map", "guess", "peek", "diff", "watch", "record", "replay"):
             self.assertIn("Example:", self.vesk(verb, "--help"))
 
     def test_options_that_make_no_sense_are_2(self):
         for arguments in (["no_such_verb"], ["check", "--hex", "--base64", "pem_data"], ["types", "--no-such-option"], [],
                           ["check"], ["diff", "pem_data", "a"], ["decode", "--text", "--table", "pem_data"],
-                          ["map", "--json", "--html", "page", "pem_data"], ["map", "--frames", "--html", "page"]):
+                          ["map", "--json", "--html", "page", "pem_data"], ["map", "--frames", "--html", "page"],
+                          ["map", "--html", "", "pem_data"], ["check", "pem_data", "-", "-"], ["diff", "pem_data", "-", "-"]):
             self.fails(*arguments, status=2)
+
+    def test_mistyped_verb_or_option_is_answered_with_the_nearest(self):
+        self.fails("chek", status=2, says='no verb is called "chek"; the nearest is check')
+        self.fails("check", "--jsn", "pem_data", status=2, says='no option is called "--jsn"; the nearest is --json')
+        self.fails("--hlep", status=2, says='no option is called "--hlep" before a verb; the nearest is --help')
+        self.fails(status=2, says="VERB is missing")
+        self.fails("show", "pem_data", "more", status=2, says='one argument too many: "more" (vesk show --help')
+        self.fails("check", "--frames", "pem_data", status=2, says="TYPE is left out with --frames")
+
+    def test_words_of_the_command_line_reach_the_terminal_as_escapes(self):
+        for arguments in (["\x1b[31m"], ["check", "--\x1b[31m"], ["types", "\x1b[31m"], ["show", "\x1b[31m"],
+                          ["check", "pem_data", "\x1b[31m"], ["watch", "--socket", "\x1b[31m"],
+                          ["watch", "--socket", "s", "--interval", "\x1b[31m"], ["record", "out", "--", "\x1b[31m"]):
+            done = self.run_vesk(*arguments, cwd=self.folder)
+            self.assertNotIn(b"\x1b", done.stderr)
+            self.assertIn(b"\\x1b[31m", done.stderr)
+
+    def test_file_after_two_hyphens_may_begin_with_one(self):
+        self.file(PEM, "-x")
+        done = self.run_vesk("check", "pem_data", "--", "-x", cwd=self.folder)
+        self.assertEqual((done.returncode, done.stdout.decode().split(":")[0]), (0, "./-x"))
+
+    def test_version_is_the_projects(self):
+        self.assertRegex(self.vesk("--version"), r"^vesk \d+\.\d+\.\d+\n$")
+
+    def test_usage_names_each_place_as_it_is_typed(self):
+        for verb, usage in (("check", "[TYPE] [FILE...]"), ("map", "[TYPE] [FILE]"), ("peek", "TYPE PATH [FILE]"),
+                            ("diff", "TYPE A B"), ("record", "OUT -- PROGRAM..."), ("watch", "[KIND...]")):
+            self.assertIn(f"Usage: vesk {verb} [OPTION...] {usage}\n", self.vesk(verb, "--help"))
+        self.assertIn("  --html FILE ", self.vesk("map", "--help"))
 
     def test_inputs_that_cannot_be_read_are_one_line_each(self):
         self.fails("check", "pem_data", str(self.folder), says="is a directory")

@@ -1,6 +1,5 @@
 #include "tools/vesk/descriptions.hpp"
 
-#include <CLI/CLI.hpp>
 #include <string_view>
 #include <vector>
 
@@ -33,7 +32,8 @@ enum class Which { all, with_file, with_other };
 std::string long_names(const CLI::App& app, Which which) {
     std::vector<std::string> names;
     for (const CLI::Option* option : options_of(app, false)) {
-        const bool of_file = option->get_type_name() == "TEXT";
+        const std::string value = option->get_type_name();
+        const bool of_file = value == "FILE" || value == "FOLDER" || value == "PATH";
         const bool wanted = which == Which::all || (takes_value(*option) && of_file == (which == Which::with_file));
         for (const std::string& name : option->get_lnames()) {
             if (wanted) names.push_back("--" + name);
@@ -63,13 +63,6 @@ std::string escaped(std::string_view text) {
         }
     }
     return result;
-}
-
-// "[FILE]", "FILE..." and so on.
-std::string shown(const CLI::Option& option) {
-    std::string text = "\\fI" + escaped(option.get_name(true)) + "\\fR";
-    if (option.get_items_expected_max() > 1) text += "...";
-    return option.get_required() ? text : "[" + text + "]";
 }
 
 std::string item(const std::string& head, const CLI::Option& option) {
@@ -104,6 +97,17 @@ std::string footer(const CLI::App& app) {
 }
 
 }  // namespace
+
+std::string place_of(const CLI::Option& option) {
+    const std::string name = option.get_name(true);
+    const std::string text =
+        (name == "PROGRAM" ? "-- " : "") + name + (option.get_items_expected_max() > 1 ? "..." : "");
+    return option.get_required() ? text : "[" + text + "]";
+}
+
+std::string HelpFormatter::make_option_opts(const CLI::Option* option) const {
+    return takes_value(*option) && !option->get_positional() ? " " + option->get_type_name() : "";
+}
 
 std::string bash_completion(const CLI::App& app) {
     std::vector<std::string> types;
@@ -169,7 +173,7 @@ std::string manual(const CLI::App& app) {
         escaped(app.get_description()) + "\n" + footer(app) + ".SH OPTIONS\n" + items(app) + ".SH VERBS\n";
     for (const CLI::App* verb : verbs_of(app)) {
         text += ".SS \"vesk " + verb->get_name();
-        for (const CLI::Option* option : options_of(*verb, true)) text += " " + shown(*option);
+        for (const CLI::Option* option : options_of(*verb, true)) text += " " + escaped(place_of(*option));
         text += "\"\n" + escaped(verb->get_description()) + ".\n" + items(*verb) + footer(*verb);
     }
     return text;

@@ -2,6 +2,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <csignal>
+#include <filesystem>
 #include <functional>
 #include <iostream>
 
@@ -9,6 +10,7 @@
 #include "tools/vesk/failure.hpp"
 #include "tools/vesk/output.hpp"
 #include "tools/vesk/request.hpp"
+#include "tools/vesk/types.hpp"
 
 namespace vesk::tool {
 namespace {
@@ -23,6 +25,7 @@ struct Verbs {
 
     CLI::App* add(const std::string& name, const std::string& description, const std::string& example, Verb verb) {
         CLI::App* const sub = app.add_subcommand(name, description);
+        sub->group("Verbs");
         sub->footer("Example:\n  " + example);
         sub->callback([this, verb] { chosen = verb; });
         return sub;
@@ -36,6 +39,11 @@ struct Verbs {
                "FILE", request.files,
                most == 1 ? "input; standard input if left out, or -" : "inputs; standard input if left out, or -")
             ->expected(0, most);
+    }
+    // One of several that a verb has to have.
+    void add_file(CLI::App* sub, const std::string& name, const std::string& description) {
+        const auto add = [this](const std::string& file) { request.files.push_back(file); };
+        sub->add_option_function<std::string>(name, add, description)->required();
     }
     void add_form(CLI::App* sub, const std::string& of) {
         const auto set = [this](Form form) { return [this, form](std::int64_t) { request.form = form; }; };
@@ -51,6 +59,43 @@ struct Verbs {
     }
 };
 
+std::vector<std::string> names_of_verbs(const CLI::App& app) {
+    std::vector<std::string> names;
+    for (const CLI::App* verb : app.get_subcommands([](const CLI::App*) { return true; }))
+        names.push_back(verb->get_name());
+    return names;
+}
+
+// Of the verb, if there is one.
+std::vector<std::string> names_of_options(const CLI::App& app) {
+    std::vector<std::string> names;
+    for (const CLI::Option* option : app.get_options()) {
+        for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+    }
+    return names;
+}
+
+// What the parser objects to, for a person.
+std::string words_of(const CLI::ParseError& error, const CLI::App& app, const std::string& first) {
+    const std::vector<std::string> verbs = names_of_verbs(app);
+    const bool is_verb = std::ranges::find(verbs, first) != verbs.end();
+    if (!is_verb && !first.starts_with('-')) {
+        return (first.empty() ? "VERB is missing"
+                              : "no verb is called " + quote(first) + "; the nearest is " + nearest(first, verbs)) +
+               " (vesk --help names them all)";
+    }
+    const CLI::App& verb = is_verb ? *app.get_subcommand(first) : app;
+    const std::string more = " (vesk " + (is_verb ? first + " " : "") + "--help says more)";
+    const std::vector<std::string> surplus = app.remaining(true);
+    if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr || !is_verb) {
+        const std::string word = surplus.empty() ? first : surplus.front();
+        if (!word.starts_with('-')) return "one argument too many: " + quote(word) + more;
+        return "no option is called " + quote(word) + (is_verb ? "" : " before a verb") + "; the nearest is " +
+               nearest(word, names_of_options(verb)) + more;
+    }
+    return visible(error.what()) + more;
+}
+
 // A program's words are taken as they are: the parser would read "[a,b]" as two.
 void take_program(int argc, char** argv, Request& request) {
     char** const end = argv + argc;
@@ -62,10 +107,26 @@ void take_program(int argc, char** argv, Request& request) {
 // With --frames there is no TYPE: what stands in its place is a file.
 void settle(Request& request) {
     if (request.frames && !request.type.empty()) {
+        if (vesk_type_named(request.type.c_str()) != nullptr && !std::filesystem::exists(request.type)) {
+            throw Failure("TYPE is left out with --frames: each frame names its own", status_usage);
+        }
         request.files.insert(request.files.begin(), request.type);
         request.type.clear();
     }
     if (request.files.empty()) request.files.emplace_back("-");
+    if (std::ranges::count(request.files, "-") > 1) {
+        throw Failure("standard input can be read once: - is named again", status_usage);
+    }
+}
+
+// After -- there are files alone, which may begin with a hyphen; the parser takes no file after it.
+void name_files_after_mark(std::vector<std::string>& words) {
+    const auto mark = std::ranges::find(words, "--");
+    if (mark == words.end()) return;
+    for (auto word = mark + 1; word != words.end(); ++word) {
+        if (word->starts_with('-') && *word != "-") word->insert(0, "./");
+    }
+    words.erase(mark);
 }
 
 int run(int argc, char** argv) {
@@ -73,8 +134,12 @@ int run(int argc, char** argv) {
         "Looks at encoded messages of a chassis inventory: what every byte is, why the decoder stopped, and what "
         "decoding would cost."};
     app.name("vesk");
+    app.formatter(std::make_shared<HelpFormatter>());
+    app.set_help_flag("-h,--help", "prints this");
+    app.set_version_flag("--version", "vesk " VESK_VERSION, "prints the version");
     app.footer(
-        "Example:\n  vesk check resp_inv_data answer.bin\n\nEnds with 0, or 1 where an input fails or cannot be read, "
+        "Example:\n  vesk check resp_inv_data answer.bin\n\nvesk VERB --help says more of a verb. Ends with 0, or 1 "
+        "where an input fails or cannot be read, "
         "or 2 where options make no sense. On a terminal there are colours, unless NO_COLOR is set.");
     app.require_subcommand(1);
     Request request;
@@ -119,7 +184,9 @@ int run(int argc, char** argv) {
     verbs.add_form(sub, "input");
     CLI::Option* const json = verbs.add_json(sub, "as JSON: an array of spans");
     CLI::Option* const frames = verbs.add_frames(sub);
-    sub->add_option("--html", request.html, "writes a page for a browser to this file")
+    sub->add_option("--html", request.html, "writes a page for a browser to this file, or - for standard output")
+        ->type_name("FILE")
+        ->check([](const std::string& name) { return name.empty() ? std::string("no name of a file") : ""; }, "")
         ->excludes(json)
         ->excludes(frames);
 
@@ -137,14 +204,16 @@ int run(int argc, char** argv) {
 
     sub = verbs.add("diff", "Shows where two messages differ", "vesk diff pem_data old.bin new.bin", diff_files);
     verbs.add_type(sub);
-    sub->add_option("FILES", request.files, "the two inputs")->expected(2)->required();
+    verbs.add_file(sub, "A", "an input, or - for standard input");
+    verbs.add_file(sub, "B", "the one to compare it with");
     verbs.add_form(sub, "input");
 
     sub = verbs.add("watch", "Asks a running exchange service again and again, and shows what has changed",
                     "vesk watch --socket /run/inventory.socket fan sensor", watch_service);
     sub->add_option("KIND", request.kinds, "kinds of entity, such as fan; all if left out");
-    sub->add_option("--socket", request.socket, "Unix-domain socket of the service")->required();
-    sub->add_option("--interval", request.interval, "seconds from one question to the next, 2 if left out");
+    sub->add_option("--socket", request.socket, "Unix-domain socket of the service")->type_name("PATH")->required();
+    sub->add_option("--interval", request.interval, "from one question to the next, 2 if left out")
+        ->type_name("SECONDS");
 
     sub = verbs.add("record", "Runs a program and notes every call that it makes of the library",
                     "vesk record failure.rec -- inventory_service --socket /run/inventory.socket", record_program);
@@ -152,36 +221,39 @@ int run(int argc, char** argv) {
     sub->add_option("PROGRAM", request.program, "after --: the program and its arguments")
         ->expected(1, 1 << 20)
         ->required();
-    sub->add_option("--limit", request.limit, "bytes that the recording may take, such as 512K or 2G; 64M if left out");
+    sub->add_option("--limit", request.limit, "that the recording may take, such as 512K or 2G; 64M if left out")
+        ->type_name("BYTES");
 
     sub = verbs.add("replay", "Makes the calls of a recording again, and shows where this library answers otherwise",
                     "vesk replay failure.rec", replay_file);
     sub->add_option("OUT", request.recording, "the recording")->required();
-    sub->add_option("--extract", request.extract, "writes each input to a file of this folder");
+    sub->add_option("--extract", request.extract, "writes each input to a file of this folder")->type_name("FOLDER");
     verbs.add_json(sub, "one object a line for each call");
 
     // The build asks for these.
-    const std::string_view first = argc == 2 ? argv[1] : "";
-    if (first == "--completion" || first == "--manual") {
+    const std::string first_word = argc > 1 ? argv[1] : "";
+    if (argc == 2 && (first_word == "--completion" || first_word == "--manual")) {
         Output output;
-        output.write(first == "--manual" ? manual(app) : bash_completion(app));
+        output.write(first_word == "--manual" ? manual(app) : bash_completion(app));
         output.close();
         return status_ok;
     }
 
+    std::vector<std::string> words(argv + 1, argv + argc);
+    if (first_word != "record") name_files_after_mark(words);
+    std::ranges::reverse(words);  // as the parser wants them
     try {
-        app.parse(argc, argv);
-    } catch (const CLI::CallForHelp& help) {
-        return app.exit(help);
+        app.parse(std::move(words));
+    } catch (const CLI::Success& asked) {  // for help, or the version
+        return app.exit(asked);
     } catch (const CLI::ParseError& error) {
-        std::cerr << "vesk: " << error.what() << " (vesk --help says more)\n";
-        return status_usage;
+        throw Failure(words_of(error, app, first_word), status_usage);
     }
     if (chosen == record_program) take_program(argc, argv, request);
     settle(request);
     static const Verb without_type[] = {show_types, guess_type, watch_service, record_program, replay_file};
     if (request.type.empty() && !request.frames && std::ranges::find(without_type, chosen) == std::end(without_type)) {
-        throw Failure("TYPE is missing: a message type, such as pem_data (vesk --help says more)", status_usage);
+        throw Failure("TYPE is missing: a message type, such as pem_data (vesk types names them all)", status_usage);
     }
     return chosen(request);
 }

@@ -82,7 +82,7 @@ void map_to_json(const Subject& subject, const vesk_report& report, Output& outp
 
 int map_file(const Request& request) {
     if (!request.html.empty()) {
-        Output page(request.html);
+        Output page = request.html == "-" ? Output() : Output(request.html);
         const int status = for_each_subject(request, [&](const Subject& subject) {
             write_page(subject.type, subject.name, subject.data, subject.length, page);
             return status_ok;

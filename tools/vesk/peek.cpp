@@ -15,7 +15,11 @@ int peek_file(const Request& request) {
     vesk_value value;
     value.size = sizeof value;
     const std::int32_t code = vesk_peek(type, request.path.c_str(), input.data(), input.size(), &value, nullptr);
-    if (code == VESK_NO_SUCH_PATH || code == VESK_ABSENT || code == VESK_PAST_THE_END || code == VESK_OPAQUE) {
+    if (code == VESK_NO_SUCH_PATH) {
+        throw Failure(quote(request.path) + ": the type has no such path (vesk show " + vesk_type_name(type) +
+                      " names its fields)");
+    }
+    if (code == VESK_ABSENT || code == VESK_PAST_THE_END || code == VESK_OPAQUE) {
         throw Failure(quote(request.path) + ": " + vesk_toolkit_result_text(code));
     }
     if (code != VESK_OK) {
