@@ -92,6 +92,13 @@ class Check(Case):
         self.assertEqual([answer["code"] for answer in answers], [0, -3, 0])
         self.assertIn("away: No such file", done.stderr.decode())
 
+    def test_lines_on_both_outputs_are_in_the_order_of_the_files(self):
+        files = [self.file(PEM, "a"), str(self.folder / "away"), self.file(PEM, "b")]
+        done = subprocess.run([PROGRAM, "check", "pem_data", *files], stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                              timeout=60, check=False)
+        lines = done.stdout.decode().splitlines()
+        self.assertEqual([line.removeprefix("vesk: ").split(": ")[0] for line in lines], files)
+
     def test_differences_are_one_more_member_and_lines_after_the_verdict(self):
         data = bytes.fromhex("1801" "e00305" "2201" "00")  # an unknown field before the wrong wire type
         answer = json.loads(self.vesk("check", "--json", "--differences", "pem_data", stdin=data, status=1))

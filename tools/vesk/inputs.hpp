@@ -43,6 +43,7 @@ int status_of(Work work) {
     } catch (const OutputFailure&) {
         throw;
     } catch (const Failure& failure) {
+        Output::flush_standard();
         complain(failure.what());
         return failure.status();
     }

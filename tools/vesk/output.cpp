@@ -75,8 +75,16 @@ std::size_t add_visible(std::string_view text, std::size_t at, std::string* to) 
 
 }  // namespace
 
+Output* Output::standard_ = nullptr;
+
 Output::Output()
-    : name_("standard output"), file_(STDOUT_FILENO), terminal_(isatty(file_) != 0), coloured_(wants_colour(file_)) {}
+    : name_("standard output"), file_(STDOUT_FILENO), terminal_(isatty(file_) != 0), coloured_(wants_colour(file_)) {
+    standard_ = this;
+}
+
+void Output::flush_standard() {
+    if (standard_ != nullptr) standard_->flush();
+}
 
 Output::Output(const std::string& name)
     : name_(quote_name(name)), target_(name), file_(-1), terminal_(false), coloured_(false) {
@@ -117,6 +125,7 @@ void Output::open_aside() {
 }
 
 Output::~Output() {
+    if (standard_ == this) standard_ = nullptr;
     if (file_ != STDOUT_FILENO && file_ >= 0) ::close(file_);
     if (aside_.empty()) return;
     unlink(aside_.c_str());

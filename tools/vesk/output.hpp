@@ -24,6 +24,8 @@ public:
 
     void write(std::string_view text);
     void close();
+    // Writes what is held for standard output, so that a line on standard error comes after it.
+    static void flush_standard();
     bool is_terminal() const { return terminal_; }
 
     // In a colour on a terminal, unless NO_COLOR is set; else as it is.
@@ -38,6 +40,8 @@ public:
 private:
     void flush();
     void open_aside();
+
+    static Output* standard_;
 
     std::string name_;
     std::string target_;  // the file, at the end of any links
