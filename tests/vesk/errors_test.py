@@ -115,7 +115,7 @@ class Outputs(Case):
     VERBS = (("types",), ("show", "pem_data"), ("check", "pem_data", "input.bin"), ("decode", "pem_data", "input.bin"),
              ("map", "pem_data", "input.bin"), ("map", "--json", "pem_data", "input.bin"), ("guess", "input.bin"),
              ("peek", "pem_data", "f3", "input.bin"), ("encode", "pem_data", "input.json"),
-             ("diff", "pem_data", "input.bin", "empty.bin"))
+             ("diff", "pem_data", "input.bin", "empty.bin"), ("--help",), ("check", "--help"), ("--version",))
 
     def setUp(self):
         super().setUp()

@@ -244,8 +244,11 @@ int run(int argc, char** argv) {
     std::ranges::reverse(words);  // as the parser wants them
     try {
         app.parse(std::move(words));
-    } catch (const CLI::Success& asked) {  // for help, or the version
-        return app.exit(asked);
+    } catch (const CLI::Success& asked) {
+        Output output;
+        output.write(dynamic_cast<const CLI::CallForHelp*>(&asked) != nullptr ? app.help() : app.version() + "\n");
+        output.close();
+        return status_ok;
     } catch (const CLI::ParseError& error) {
         throw Failure(words_of(error, app, first_word), status_usage);
     }
