@@ -15,8 +15,9 @@
 namespace vesk::tool {
 namespace {
 
-// What a type leaves to be said once it is known, in eighths of a bit: the fewer, the more the type explains. A tag
-// that is next in the declaration costs next to nothing, a flag a bit, what a sender of ours would never write a lot.
+// What a type leaves to be said once it is known, in eighths of a bit: the fewer, the more the type explains. Rounded
+// up to bytes it is the score of a reason. A tag that is next in the declaration costs next to nothing, a flag a bit,
+// what a sender of ours would never write a lot.
 namespace cost {
 constexpr std::uint64_t bit = 8;
 constexpr std::uint64_t byte = 8 * bit;
@@ -155,7 +156,7 @@ std::string reason_of(const Fit& fit) {
     text += fit.disorder == 0 ? ", in declaration order" : ", " + std::to_string(fit.disorder) + " out of order";
     if (fit.odd != 0) text += ", " + counted(fit.odd, "odd value");
     if (fit.unused != 0) text += ", " + counted(fit.unused, "field") + " of the type not used";
-    return text + ", " + counted((fit.left + cost::byte - 1) / cost::byte, "byte") + " not explained by the type";
+    return text + ", score " + std::to_string((fit.left + cost::byte - 1) / cost::byte);
 }
 
 }  // namespace

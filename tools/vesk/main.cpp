@@ -190,7 +190,9 @@ int run(int argc, char** argv) {
         ->excludes(json)
         ->excludes(frames);
 
-    sub = verbs.add("guess", "Says which types the bytes can be", "vesk guess unknown.bin", guess_type);
+    sub = verbs.add("guess",
+                    "Says which types the bytes can be, best first: the lower the score, the more the type explains",
+                    "vesk guess unknown.bin", guess_type);
     verbs.add_files(sub, 1);
     verbs.add_form(sub, "input");
     verbs.add_json(sub, "as JSON: an array, best first");
