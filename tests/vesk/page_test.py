@@ -286,8 +286,8 @@ class Strings(Page):
             self.assertEqual(self.row("f2").find_element(By.CSS_SELECTOR, ".said").text.replace('\\"', '"'), f'"{text}"')
 
     def test_control_characters_in_a_string_are_escapes(self):
-        self.open({"pem_list": [{"entity_common": {"f2": "a\x1b[31m\u0085\u007f"}}]})
-        self.assertEqual(self.row("f2").find_element(By.CSS_SELECTOR, ".said").text, r'"a\x1b[31m\xc2\x85\x7f"')
+        self.open({"pem_list": [{"entity_common": {"f2": "a\x1b[31m\u0085\u007f\u202eb"}}]})
+        self.assertEqual(self.row("f2").find_element(By.CSS_SELECTOR, ".said").text, r'"a\x1b[31m\xc2\x85\x7f\xe2\x80\xaeb"')
 
     def test_markup_in_the_name_of_the_file_is_shown_as_text(self):
         self.assert_shown_as_text(PEMS, name="<img src=x>&<b>")
