@@ -36,7 +36,7 @@ std::vector<Named> differences(const std::string& type_name, const Bytes& input)
     const vesk_report report = tool::check(type, input.data(), input.size());
     std::vector<Named> found;
     tool::for_each_difference(type, input.data(), input.size(), report, [&](const tool::Difference& difference) {
-        found.push_back({difference.at, difference.path,
+        found.push_back({difference.at, std::string(difference.path),
                          std::string(difference.row->test).substr(std::string("differences.").size())});
     });
     return found;

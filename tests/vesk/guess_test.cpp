@@ -22,9 +22,9 @@ std::vector<std::string> reading(const vesk_type* type, const Bytes& input) {
     tool::for_each_span(type, input.data(), input.size(), report, [&](const tool::Span& span) {
         const bool is_value = span.role == tool::Role::value;
         const std::size_t kind = span.text.rfind(", ");
-        std::string text = is_value ? span.text : span.role == tool::Role::tag ? span.text.substr(kind) : "";
+        const std::string_view text = is_value ? span.text : span.role == tool::Role::tag ? span.text.substr(kind) : "";
         spans.push_back(std::to_string(span.to) + " " + std::to_string(span.depth) + " " + tool::name_of(span.role) +
-                        " " + std::move(text));
+                        " " + std::string(text));
     });
     return spans;
 }

@@ -48,10 +48,9 @@ void print_words(const Request& request, const Subject& subject, const vesk_repo
                  cost(report) + "\n");
     if (!request.differences) return;
     for_each_difference(subject.type, subject.data, subject.length, report, [&](const Difference& difference) {
-        output.write("  byte " + std::to_string(difference.at) +
-                     (difference.path.empty() ? "" : ", " + difference.path) + ": " + difference.row->what +
-                     "\n    protobuf: " + difference.row->protobuf + "\n    here:     " + difference.row->library +
-                     "\n");
+        output.write("  byte " + std::to_string(difference.at) + (difference.path.empty() ? "" : ", ") +
+                     std::string(difference.path) + ": " + difference.row->what + "\n    protobuf: " +
+                     difference.row->protobuf + "\n    here:     " + difference.row->library + "\n");
     });
 }
 

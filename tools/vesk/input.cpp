@@ -118,10 +118,7 @@ std::string in_form(std::string_view bytes, Form form) {
     if (form == Form::raw) return std::string(bytes);
     std::string text;
     if (form == Form::hex) {
-        for (const char byte : bytes) {
-            text += "0123456789abcdef"[static_cast<unsigned char>(byte) >> 4];
-            text += "0123456789abcdef"[byte & 15];
-        }
+        for (const char byte : bytes) text += hex_of(byte);
         return text + "\n";
     }
     static const char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";

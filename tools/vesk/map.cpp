@@ -14,12 +14,10 @@ namespace {
 constexpr std::uint64_t bytes_in_a_line = 8;
 
 // The first bytes of a span, "0a 2c".
-std::string hex_of(const std::uint8_t* input, const Span& span) {
+std::string first_bytes(const std::uint8_t* input, const Span& span) {
     std::string hex;
     for (std::uint64_t at = span.from; at < span.to && at - span.from < bytes_in_a_line; ++at) {
-        char digits[4];
-        std::snprintf(digits, sizeof digits, "%02x ", input[at]);
-        hex += digits;
+        hex += hex_of(static_cast<char>(input[at])) + " ";
     }
     if (span.to - span.from > bytes_in_a_line) {
         hex += "..";
@@ -40,20 +38,20 @@ void print_span(Output& output, const std::uint8_t* input, const Span& span, Ink
     char offset[32];
     std::snprintf(offset, sizeof offset, "%8llu  ", static_cast<unsigned long long>(span.from));
     std::string line = offset;
-    std::string hex = hex_of(input, span);
+    std::string hex = first_bytes(input, span);
     hex.resize(std::max<std::size_t>(hex.size(), 3 * bytes_in_a_line + 4), ' ');
-    line += output.in(ink, hex) + std::string(2 * std::size_t{span.depth}, ' ') + span.text;
-    if (span.role == Role::tag && !span.path.empty()) line += "  (" + span.path + ")";
-    output.write(line + "\n");
+    line.append(output.in(ink, hex)).append(2 * std::size_t{span.depth}, ' ').append(span.text);
+    if (span.role == Role::tag && !span.path.empty()) line.append("  (").append(span.path).append(")");
+    output.write(line.append("\n"));
 }
 
 // Names and indices need no escape in a path.
-void print_json(Output& output, const Span& span, bool first) {
-    std::string line = first ? "{\"from\":" : ",\n{\"from\":";
-    line.append(std::to_string(span.from)).append(R"(,"to":)").append(std::to_string(span.to));
-    line.append(R"(,"role":")").append(name_of(span.role)).append(R"(","path":")").append(span.path);
-    line.append(R"(","text":")").append(json_escape(span.text)).append(R"("})");
-    output.write(line);
+void append_span(std::string& json, const Span& span) {
+    json.append(R"({"from":)").append(std::to_string(span.from)).append(R"(,"to":)").append(std::to_string(span.to));
+    json.append(R"(,"role":")").append(name_of(span.role)).append(R"(","path":")").append(span.path);
+    json.append(R"(","text":")");
+    append_json(json, span.text);
+    json.append(R"("})");
 }
 
 void map_to_terminal(const Subject& subject, const vesk_report& report, Output& output) {
@@ -69,11 +67,12 @@ void map_to_terminal(const Subject& subject, const vesk_report& report, Output& 
 
 void map_to_json(const Subject& subject, const vesk_report& report, Output& output) {
     output.write("[");
-    bool first = true;
+    std::string line;
     for_each_span(subject.type, subject.data, subject.length, report, [&](const Span& span) {
         subject.at(span.from);
-        print_json(output, span, first);
-        first = false;
+        line = span.from == 0 ? "" : ",\n";
+        append_span(line, span);
+        output.write(line);
     });
     output.write("]\n");
 }

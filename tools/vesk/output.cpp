@@ -55,12 +55,6 @@ std::size_t utf8_length(std::string_view text, std::size_t at) {
     return length;
 }
 
-std::string escaped(const char* format, unsigned value) {
-    char text[8];
-    std::snprintf(text, sizeof text, format, value);
-    return text;
-}
-
 // The character at `at`, or the one byte there if it is none, as a terminal may have it; the position after it.
 std::size_t add_visible(std::string_view text, std::size_t at, std::string* to) {
     const std::size_t length = utf8_length(text, at);
@@ -68,7 +62,7 @@ std::size_t add_visible(std::string_view text, std::size_t at, std::string* to) 
     if (length != 0 && !is_control(character)) {
         *to += character;
     } else {
-        for (const char byte : character) *to += escaped("\\x%02x", static_cast<unsigned char>(byte));
+        for (const char byte : character) *to += "\\x" + hex_of(byte);
     }
     return at + character.size();
 }
@@ -202,6 +196,12 @@ std::string visible(std::string_view text) {
     return result;
 }
 
+std::string hex_of(char byte) {
+    constexpr char digits[] = "0123456789abcdef";
+    const auto value = static_cast<unsigned char>(byte);
+    return {digits[value >> 4], digits[value & 15]};
+}
+
 std::string quote(std::string_view text, std::size_t most) {
     std::string quoted = "\"";
     std::size_t at = 0;
@@ -219,29 +219,30 @@ std::string quote_name(const std::string& name) {
     return quoted.size() == name.size() + 2 ? name : quoted;
 }
 
-std::string json_escape(std::string_view text) {
+void append_json(std::string& json, std::string_view text) {
     const auto is_plain = [](char character) {
         return character >= 0x20 && character < 0x7F && character != '"' && character != '\\';
     };
-    if (std::all_of(text.begin(), text.end(), is_plain)) return std::string(text);
-    std::string escaped_text;
+    if (std::all_of(text.begin(), text.end(), is_plain)) {
+        json += text;
+        return;
+    }
     for (std::size_t at = 0; at < text.size();) {
         const std::size_t length = utf8_length(text, at);
         const std::string_view character = text.substr(at, length == 0 ? 1 : length);
         const auto first = static_cast<unsigned char>(character[0]);
         if (length == 0) {
-            escaped_text += escaped("\\udc%02x", first);
+            json += "\\udc" + hex_of(character[0]);
         } else if (character == "\"" || character == "\\") {
-            escaped_text += '\\';
-            escaped_text += character;
+            json += '\\';
+            json += character;
         } else if (first < 0x20 || first == 0x7F) {
-            escaped_text += escaped("\\u%04x", first);
+            json += "\\u00" + hex_of(character[0]);
         } else {
-            escaped_text += character;
+            json += character;
         }
         at += character.size();
     }
-    return escaped_text;
 }
 
 std::string html_escape(std::string_view text) {

@@ -63,6 +63,9 @@ bool is_control(std::string_view character);
 // For a terminal: control characters and bytes that are not UTF-8 as escapes.
 std::string visible(std::string_view text);
 
+// Two digits.
+std::string hex_of(char byte);
+
 // A string of a message for a terminal, a page or a line: control characters and bytes that are not UTF-8 as escapes,
 // quoted, cut after `most` bytes.
 std::string quote(std::string_view text, std::size_t most = 64);
@@ -70,8 +73,8 @@ std::string quote(std::string_view text, std::size_t most = 64);
 // A file's name as it is, or quoted if a terminal might take it for something else.
 std::string quote_name(const std::string& name);
 
-// Inside a JSON string, without its quotes; bytes that are not UTF-8 as \udc80 to \udcff.
-std::string json_escape(std::string_view text);
+// As it stands inside a JSON string, without its quotes; bytes that are not UTF-8 as \udc80 to \udcff.
+void append_json(std::string& json, std::string_view text);
 
 std::string html_escape(std::string_view text);
 

@@ -12,12 +12,12 @@ namespace {
 
 // JSON inside a script element: no "</script" and no "<!--" may come of a string.
 std::string script_json(std::string_view text) {
+    std::string json;
+    append_json(json, text);
     std::string escaped;
-    for (const char character : json_escape(text)) {
+    for (const char character : json) {
         if (character == '<' || character == '>' || character == '&') {
-            char hex[8];
-            std::snprintf(hex, sizeof hex, "\\u%04x", static_cast<unsigned>(character));
-            escaped += hex;
+            escaped += "\\u00" + hex_of(character);
         } else {
             escaped += character;
         }
@@ -66,10 +66,9 @@ private:
 
 // What a span means, without the path if it ends with it: the page has that already.
 std::string text_of(const Span& span) {
-    const std::string of_path = " of " + span.path;
-    return span.role == Role::length && span.text.ends_with(of_path)
-               ? span.text.substr(0, span.text.size() - of_path.size())
-               : span.text;
+    const std::string of_path = " of " + std::string(span.path);
+    const bool ends_with_it = span.role == Role::length && span.text.ends_with(of_path);
+    return std::string(span.text.substr(0, span.text.size() - (ends_with_it ? of_path.size() : 0)));
 }
 
 void write_data(const vesk_type* type, const std::uint8_t* input, std::uint64_t length, const vesk_report& report,
@@ -83,7 +82,7 @@ void write_data(const vesk_type* type, const std::uint8_t* input, std::uint64_t 
     bool first = true;
     for_each_span(type, input, length, report, [&](const Span& span) {
         const std::size_t numbers[] = {span.to - span.from, static_cast<std::size_t>(span.role), span.depth,
-                                       paths.number_of(span.path), strings.number_of(text_of(span))};
+                                       paths.number_of(std::string(span.path)), strings.number_of(text_of(span))};
         for (const std::size_t number : numbers) {
             output.write((first ? "" : ",") + std::to_string(number));
             first = false;

@@ -37,10 +37,18 @@ struct Varint {
     bool reaches_past(std::uint64_t end) const { return to == never || length() > end - to; }
 };
 
-std::string in_words(const vesk_field* field) {
+struct Quoted {
+    std::string_view bytes;
+};
+
+// The parts that what a span means is put together of.
+void append(std::string& text, std::string_view words) { text += words; }
+void append(std::string& text, std::uint64_t number) { text += std::to_string(number); }
+void append(std::string& text, Quoted quoted) { text += quote(quoted.bytes); }
+void append(std::string& text, const vesk_field* field) {
     static const char* const words[] = {"", "number", "number", "flag", "string", "bytes", "message", "list"};
-    return "field " + std::to_string(vesk_field_number(field)) + " " + vesk_field_name(field) + ", " +
-           words[field->kind <= VESK_KIND_LIST ? field->kind : 0];
+    text.append("field ").append(std::to_string(vesk_field_number(field))).append(" ").append(vesk_field_name(field));
+    text.append(", ").append(words[field->kind <= VESK_KIND_LIST ? field->kind : 0]);
 }
 
 // What a walk tells; either may be null.
@@ -59,22 +67,26 @@ public:
           listener_(listener) {}
 
     void walk(const vesk_type* type) {
-        walk_message(type, length_, "", 0);
+        walk_message(type, length_, 0);
         if (at_ < length_) {
-            give(length_, Role::beyond, 0, "",
-                 counted(length_ - at_, "byte") + " after the place where decoding ended");
+            give(length_, Role::beyond, 0, "", counted(length_ - at_, "byte"), " after the place where decoding ended");
         }
     }
 
 private:
-    // Everything before `to` that no span has yet becomes one.
-    void give(std::uint64_t to, Role role, std::uint32_t depth, const std::string& path, std::string text) {
+    // Everything before `to` that no span has yet becomes one. What it means is put together only if somebody listens.
+    template <class... Parts>
+    void give(std::uint64_t to, Role role, std::uint32_t depth, std::string_view path, const Parts&... meaning) {
         if (to <= at_) return;
-        if (listener_.span != nullptr) (*listener_.span)({at_, to, role, depth, path, std::move(text)});
+        if (listener_.span != nullptr) {
+            text_.clear();
+            (append(text_, meaning), ...);
+            (*listener_.span)({at_, to, role, depth, path, text_});
+        }
         at_ = to;
     }
 
-    void differ(std::uint64_t at, const std::string& path, Row row) const {
+    void differ(std::uint64_t at, std::string_view path, Row row) const {
         if (listener_.difference != nullptr) (*listener_.difference)({at, path, &text_of(row)});
     }
 
@@ -89,28 +101,24 @@ private:
         return {from, never, 0};
     }
 
-    static std::string within(const std::string& path, const char* name) {
-        return path.empty() ? name : path + "." + name;
-    }
-
     // ---- What another parser does with a tag, a length or a number that is read here ----
 
-    void compare_tag(const Varint& tag, const std::string& path) const {
-        if (tag.size() > longest_tag) differ(tag.from, path, Row::tag_of_more_than_5_bytes_is_read);
+    void compare_tag(const Varint& tag) const {
+        if (tag.size() > longest_tag) differ(tag.from, path_, Row::tag_of_more_than_5_bytes_is_read);
     }
 
-    void compare_length(const Varint& tag, const Varint& length, const std::string& path) const {
+    void compare_length(const Varint& tag, const Varint& length) const {
         if (length.size() > most_bytes_of_a_length) {
-            differ(tag.from, path, Row::length_of_more_than_5_bytes_is_read);
+            differ(tag.from, path_, Row::length_of_more_than_5_bytes_is_read);
         } else if (length.value > UINT32_MAX) {
-            differ(tag.from, path, Row::length_above_2_gib_keeps_its_low_32_bits);
+            differ(tag.from, path_, Row::length_above_2_gib_keeps_its_low_32_bits);
         } else if (length.value > longest_length) {
-            differ(tag.from, path, Row::field_of_2_gib_is_read);
+            differ(tag.from, path_, Row::field_of_2_gib_is_read);
         }
     }
 
-    void compare_number(const Varint& tag, const Varint& number, const std::string& path) const {
-        if (number.size() > longest_number) differ(tag.from, path, Row::number_of_more_than_10_bytes_is_read);
+    void compare_number(const Varint& tag, const Varint& number) const {
+        if (number.size() > longest_number) differ(tag.from, path_, Row::number_of_more_than_10_bytes_is_read);
     }
 
     // A tag that is refused here. A longer one, or of another wire type, is refused there, too.
@@ -141,9 +149,12 @@ private:
         const vesk_field* const field = vesk_type_field_numbered(type, number_of(tag.value));
         const bool again = field != nullptr && (occurred >> field->presence_bit & 1) != 0;
         compare_refused(tag, field, again);
-        const std::string what =
-            field == nullptr ? "unknown field " + std::to_string(number_of(tag.value)) : in_words(field);
-        give(tag.to, Role::tag, depth, refused_, what + ": refused, " + why_refused(tag, field, again, end));
+        const std::string why = why_refused(tag, field, again, end);
+        if (field == nullptr) {
+            give(tag.to, Role::tag, depth, refused_, "unknown field ", number_of(tag.value), ": refused, ", why);
+        } else {
+            give(tag.to, Role::tag, depth, refused_, field, ": refused, ", why);
+        }
     }
 
     // The order is the decoder's: the first that does not hold.
@@ -170,7 +181,7 @@ private:
     }
 
     // From at_ on. False where decoding stopped, or what is there makes no sense, which is left to the caller.
-    bool walk_message(const vesk_type* type, std::uint64_t end, const std::string& path, std::uint32_t depth) {
+    bool walk_message(const vesk_type* type, std::uint64_t end, std::uint32_t depth) {
         std::uint64_t occurred = 0;  // a bit for each field
         while (at_ < end) {
             if (at_ == stop_) {
@@ -181,31 +192,35 @@ private:
             if (tag.to == never) return false;
             const vesk_field* const field = vesk_type_field_numbered(type, number_of(tag.value));
             if (field == nullptr) {
-                if (!walk_unknown(tag, end, path, depth)) return false;
+                if (!walk_unknown(tag, end, depth)) return false;
                 continue;
             }
             const bool again = (occurred >> field->presence_bit & 1) != 0;
             occurred |= std::uint64_t{1} << field->presence_bit;
             if (field->tag != static_cast<std::uint32_t>(tag.value)) return false;
-            if (!walk_field(field, again, tag, end, within(path, vesk_field_name(field)), depth)) return false;
+            const std::size_t outer = path_.size();
+            path_.append(outer == 0 ? "" : ".").append(vesk_field_name(field));
+            const bool goes_on = walk_field(field, again, tag, end, depth);
+            path_.resize(outer);
+            if (!goes_on) return false;
         }
         return true;
     }
 
-    bool walk_unknown(const Varint& tag, std::uint64_t end, const std::string& path, std::uint32_t depth) {
+    bool walk_unknown(const Varint& tag, std::uint64_t end, std::uint32_t depth) {
         const Varint number = read(tag.to, end);  // or a length
         std::uint64_t to = never;
         bool cut_short = false;
         switch (wire_type_of(tag.value)) {
             case varint_type:
                 to = number.to;
-                if (to != never) compare_number(tag, number, path);
+                if (to != never) compare_number(tag, number);
                 break;
             case length_type:
                 if (number.to == never) break;
                 cut_short = number.reaches_past(end);
                 to = cut_short ? end : number.to + number.length();
-                compare_length(tag, number, path);
+                compare_length(tag, number);
                 break;
             case fixed64_type:
             case fixed32_type: {
@@ -217,92 +232,90 @@ private:
             default: break;
         }
         if (to == never) return false;
-        compare_tag(tag, path);
+        compare_tag(tag);
         const bool has_number = number_of(tag.value) != 0;
-        differ(tag.from, path, has_number ? Row::unknown_field_is_dropped : Row::field_number_0_is_unknown_field);
-        if (cut_short) differ(tag.from, path, Row::unknown_field_cut_short_is_accepted);
-        give(to, Role::unknown, depth, path,
-             "unknown field " + std::to_string(number_of(tag.value)) + ", wire type " +
-                 std::to_string(wire_type_of(tag.value)) + (cut_short ? ", cut short" : ""));
+        differ(tag.from, path_, has_number ? Row::unknown_field_is_dropped : Row::field_number_0_is_unknown_field);
+        if (cut_short) differ(tag.from, path_, Row::unknown_field_cut_short_is_accepted);
+        give(to, Role::unknown, depth, path_, "unknown field ", number_of(tag.value), ", wire type ",
+             wire_type_of(tag.value), cut_short ? ", cut short" : "");
         return true;
     }
 
-    bool walk_field(const vesk_field* field, bool again, const Varint& tag, std::uint64_t end, const std::string& path,
-                    std::uint32_t depth) {
-        if (field->kind == VESK_KIND_LIST) return !again && walk_list(field, tag, end, path, depth);
-        if (field->kind <= VESK_KIND_BOOL) return walk_scalar(field, tag, end, path, depth);
+    bool walk_field(const vesk_field* field, bool again, const Varint& tag, std::uint64_t end, std::uint32_t depth) {
+        if (field->kind == VESK_KIND_LIST) return !again && walk_list(field, tag, end, depth);
+        if (field->kind <= VESK_KIND_BOOL) return walk_scalar(field, tag, end, depth);
         const bool is_message = field->kind == VESK_KIND_MESSAGE;
         const Varint length = read(tag.to, end);
         if ((again && !is_message) || length.reaches_past(end)) return false;
-        if (again) differ(tag.from, path, Row::nested_message_twice_is_replaced);
-        return walk_content(field, tag, length, path, depth);
+        if (again) differ(tag.from, path_, Row::nested_message_twice_is_replaced);
+        return walk_content(field, tag, length, depth);
     }
 
-    bool walk_scalar(const vesk_field* field, const Varint& tag, std::uint64_t end, const std::string& path,
-                     std::uint32_t depth) {
+    bool walk_scalar(const vesk_field* field, const Varint& tag, std::uint64_t end, std::uint32_t depth) {
         const Varint number = read(tag.to, end);
         if (number.to == never) return false;
         const auto low = static_cast<std::uint32_t>(number.value);
-        compare_tag(tag, path);
-        compare_number(tag, number, path);
+        compare_tag(tag);
+        compare_number(tag, number);
         if (field->kind == VESK_KIND_BOOL && low == 0 && number.value != 0) {
-            differ(tag.from, path, Row::flag_is_read_from_32_bits);
+            differ(tag.from, path_, Row::flag_is_read_from_32_bits);
         }
-        std::string text = std::to_string(field->kind == VESK_KIND_UINT64 ? number.value : low);
-        if (field->kind == VESK_KIND_BOOL) text = low != 0 ? "true" : "false";
-        give(tag.to, Role::tag, depth, path, in_words(field));
-        give(number.to, Role::value, depth, path, text);
+        give(tag.to, Role::tag, depth, path_, field);
+        if (field->kind == VESK_KIND_BOOL) {
+            give(number.to, Role::value, depth, path_, low != 0 ? "true" : "false");
+        } else {
+            give(number.to, Role::value, depth, path_, field->kind == VESK_KIND_UINT64 ? number.value : low);
+        }
         return true;
     }
 
     // A string, bytes field, nested message or element that is all there.
-    bool walk_content(const vesk_field* field, const Varint& tag, const Varint& length, const std::string& path,
-                      std::uint32_t depth) {
+    bool walk_content(const vesk_field* field, const Varint& tag, const Varint& length, std::uint32_t depth) {
         const std::uint64_t end = length.to + length.length();
-        compare_tag(tag, path);
-        compare_length(tag, length, path);
-        give(tag.to, Role::tag, depth, path, in_words(field));
-        give(length.to, Role::length, depth, path, "length " + std::to_string(length.length()) + " of " + path);
+        compare_tag(tag);
+        compare_length(tag, length);
+        give(tag.to, Role::tag, depth, path_, field);
+        give(length.to, Role::length, depth, path_, "length ", length.length(), " of ", path_);
         const std::string_view bytes(reinterpret_cast<const char*>(input_ + length.to), length.length());
         if (field->kind == VESK_KIND_STRING) {
-            if (bytes.find('\0') != std::string_view::npos) differ(tag.from, path, Row::string_ends_at_embedded_nul);
-            give(end, Role::value, depth, path, quote(bytes));
+            if (bytes.find('\0') != std::string_view::npos) differ(tag.from, path_, Row::string_ends_at_embedded_nul);
+            give(end, Role::value, depth, path_, Quoted{bytes});
             return true;
         }
         if (field->kind == VESK_KIND_BYTES) {
-            give(end, Role::value, depth, path, counted(bytes.size(), "byte"));
+            give(end, Role::value, depth, path_, counted(bytes.size(), "byte"));
             return true;
         }
         const vesk_type* const nested = describe(vesk_field_nested(field));
         if (nested == nullptr) {
-            give(end, Role::value, depth, path, "an identifier that its library does not describe");
+            give(end, Role::value, depth, path_, "an identifier that its library does not describe");
             return true;
         }
-        const bool whole = walk_message(nested, end, path, depth + 1);
+        const bool whole = walk_message(nested, end, depth + 1);
         if (stopped_) return false;
         // A list is counted to its end before its elements are read, so a later element may have ended the decoding
         // first.
-        if (!whole) give(end, Role::value, depth + 1, path, "not read: decoding ended before it came here");
+        if (!whole) give(end, Role::value, depth + 1, path_, "not read: decoding ended before it came here");
         return true;
     }
 
     // Only field numbers are compared: an element of another wire type is read as a length, too.
-    bool walk_list(const vesk_field* field, Varint tag, std::uint64_t end, const std::string& path,
-                   std::uint32_t depth) {
+    bool walk_list(const vesk_field* field, Varint tag, std::uint64_t end, std::uint32_t depth) {
+        const std::size_t outer = path_.size();
         for (std::uint64_t element = 0;; ++element) {
-            const std::string own = path + "[" + std::to_string(element) + "]";
+            path_.resize(outer);
+            path_.append("[").append(std::to_string(element)).append("]");
             if (wire_type_of(tag.value) != length_type) {
-                differ(tag.from, own, Row::list_element_of_other_wire_type_is_read_as_element);
+                differ(tag.from, path_, Row::list_element_of_other_wire_type_is_read_as_element);
             }
             const Varint length = read(tag.to, end);
             if (tag.from == stop_) {
                 stopped_ = true;
-                give(tag.to, Role::tag, depth, refused_,
-                     in_words(field) + ": refused, " +
-                         (length.to == never ? "its length is cut short" : why_too_long(length, end)));
+                give(tag.to, Role::tag, depth, refused_, field, ": refused, ",
+                     length.to == never ? "its length is cut short" : why_too_long(length, end));
                 return false;
             }
-            if (length.reaches_past(end) || !walk_content(field, tag, length, own, depth)) return false;
+            if (length.reaches_past(end) || !walk_content(field, tag, length, depth)) return false;
             if (at_ == end) return true;
             tag = read(at_, end);
             if (tag.to == never || number_of(tag.value) != vesk_field_number(field)) return true;
@@ -315,6 +328,8 @@ private:
     std::string refused_;  // the path of what decoding stopped at
     Listener listener_;
     std::uint64_t at_ = 0;
+    std::string path_;  // of the field at at_: walk_message appends each of them, and cuts it off again
+    std::string text_;  // what the latest span means
     bool stopped_ = false;
 };
 

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 
 #include "tools/vesk/differences.hpp"
 
@@ -20,8 +21,9 @@ struct Span {
     std::uint64_t to;  // exclusive
     Role role;
     std::uint32_t depth;  // messages around it
-    std::string path;     // of the field; of unknown and beyond the message that they stand in
-    std::string text;     // what it means; characters of a message's strings are escaped
+    // Both are there during the call alone.
+    std::string_view path;  // of the field; of unknown and beyond the message that they stand in
+    std::string_view text;  // what it means; characters of a message's strings are escaped
 };
 
 // Calls `take` for each span, by offset; none is empty. `report` is the pre-flight's, of the same input: where it names
@@ -31,8 +33,8 @@ void for_each_span(const vesk_type* type, const std::uint8_t* input, std::uint64
 
 // A place that a general protobuf parser would read in another way.
 struct Difference {
-    std::uint64_t at;  // offset of the field's tag
-    std::string path;  // of the field; of an unknown one the message that it stands in
+    std::uint64_t at;       // offset of the field's tag
+    std::string_view path;  // of the field; of an unknown one the message that it stands in; during the call alone
     const RowText* row;
 };
 

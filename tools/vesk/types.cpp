@@ -52,7 +52,10 @@ const vesk_type* find_type(const std::string& name) {
 }
 
 const vesk_type* describe(const vesk_type* type) {
-    return (type->flags & VESK_TYPE_ELSEWHERE) != 0 ? vesk_type_named(vesk_type_name(type)) : type;
+    if ((type->flags & VESK_TYPE_ELSEWHERE) == 0) return type;
+    // Looked for once: all of them are the entity identifier.
+    static const vesk_type* const identifier = vesk_type_named(vesk_type_name(type));
+    return identifier;
 }
 
 const char* kind_name(std::uint16_t kind) {
