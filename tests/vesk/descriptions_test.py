@@ -10,9 +10,10 @@ import re
 import select
 import subprocess
 import sys
-import tempfile
 import time
 import unittest
+
+from folder_case import FolderCase
 
 PROGRAM, COMPLETION, MANUAL = (str(pathlib.Path(path).resolve()) for path in sys.argv[1:4])
 
@@ -30,11 +31,9 @@ def options(verb):
     return re.findall(r"^  (?:-\w,)?(--[\w-]+)", help_of(verb), flags=re.M)
 
 
-class Completion(unittest.TestCase):
+class Completion(FolderCase):
     def setUp(self):
-        scratch = tempfile.TemporaryDirectory()
-        self.addCleanup(scratch.cleanup)
-        self.folder = pathlib.Path(scratch.name)
+        super().setUp()
         for name in ("answer.bin", "two words.bin"):
             (self.folder / name).touch()
         (self.folder / "answers").mkdir()

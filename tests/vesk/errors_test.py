@@ -11,21 +11,17 @@ import resource
 import signal
 import subprocess
 import sys
-import tempfile
 import time
 import unittest
+
+from folder_case import FolderCase
 
 PROGRAM = str(pathlib.Path(sys.argv[1]).resolve())
 PEM = bytes.fromhex("0a090a0012057073752031" "18c025")  # entity_common {eid f2} f3
 PATIENCE = 60
 
 
-class Case(unittest.TestCase):
-    def setUp(self):
-        scratch = tempfile.TemporaryDirectory()
-        self.addCleanup(scratch.cleanup)
-        self.folder = pathlib.Path(scratch.name)
-
+class Case(FolderCase):
     def file(self, content, name="input.bin"):
         (self.folder / name).write_bytes(content)
         return name

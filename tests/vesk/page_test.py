@@ -7,10 +7,10 @@ import json
 import pathlib
 import subprocess
 import sys
-import tempfile
 import unittest
 
 import browser as a_browser
+from folder_case import FolderCase
 from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
@@ -42,16 +42,14 @@ def contrast(one, other):
     return (high + 0.05) / (low + 0.05)
 
 
-class Page(unittest.TestCase):
+class Page(FolderCase):
     @classmethod
     def setUpClass(cls):
         cls.browser = a_browser.start()
         cls.addClassCleanup(cls.browser.quit)
 
     def setUp(self):
-        scratch = tempfile.TemporaryDirectory()
-        self.addCleanup(scratch.cleanup)
-        self.folder = pathlib.Path(scratch.name)
+        super().setUp()
         self.browser.get_log("browser")
 
     def tearDown(self):

@@ -15,9 +15,10 @@ import stat
 import struct
 import subprocess
 import sys
-import tempfile
 import time
 import unittest
+
+from folder_case import FolderCase
 
 PROGRAM, FOLDER, SOURCE = sys.argv[1:4]
 CALLS = FOLDER + "/recorded_calls"
@@ -73,11 +74,9 @@ NORTH = bytes.fromhex("0a056e6f727468")  # scratch_eeprom {f1: "north"}
 GOOD = call(DECODE, NORTH, OK, requests=1)
 
 
-class Case(unittest.TestCase):
+class Case(FolderCase):
     def setUp(self):
-        scratch = tempfile.TemporaryDirectory()
-        self.addCleanup(scratch.cleanup)
-        self.folder = pathlib.Path(scratch.name)
+        super().setUp()
         self.out = str(self.folder / "calls.rec")
 
     def vesk(self, *arguments, **more):

@@ -10,10 +10,11 @@ import re
 import signal
 import subprocess
 import sys
-import tempfile
 import threading
 import time
 import unittest
+
+from folder_case import FolderCase
 
 PROGRAM = str(pathlib.Path(sys.argv[1]).resolve())
 PEM = bytes.fromhex("0a070a0012037073751807")  # entity_common {eid f2} f3
@@ -54,11 +55,9 @@ class Terminal:
         return self.seen.decode().replace("\r\n", "\n")
 
 
-class Case(unittest.TestCase):
+class Case(FolderCase):
     def setUp(self):
-        scratch = tempfile.TemporaryDirectory()
-        self.addCleanup(scratch.cleanup)
-        self.folder = pathlib.Path(scratch.name)
+        super().setUp()
         for name, content in (("good.bin", PEM), ("bad.bin", BAD)):
             (self.folder / name).write_bytes(content)
 

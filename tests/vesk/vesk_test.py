@@ -6,14 +6,14 @@
 import base64
 import json
 import os
-import pathlib
 import resource
 import signal
 import stat
 import subprocess
 import sys
-import tempfile
 import unittest
+
+from folder_case import FolderCase
 
 PROGRAM = os.path.abspath(sys.argv[1])
 PEM = bytes.fromhex("0a10120c7073753c2f7363726970743e200718c025")  # entity_common {f2 f4} f3
@@ -22,12 +22,7 @@ BAD = bytes.fromhex("1801" "2201" "00")  # f3, then f4 with another wire type
 CHECK_MEMBERS = ["file", "code", "at", "path", "bytes", "blocks", "largest", "lost_bytes", "lost_blocks", "unknown_bytes"]
 
 
-class Case(unittest.TestCase):
-    def setUp(self):
-        scratch = tempfile.TemporaryDirectory()
-        self.addCleanup(scratch.cleanup)
-        self.folder = pathlib.Path(scratch.name)
-
+class Case(FolderCase):
     def file(self, content, name="input"):
         path = self.folder / name
         path.write_bytes(content)

@@ -13,10 +13,11 @@ import socket
 import struct
 import subprocess
 import sys
-import tempfile
 import threading
 import time
 import unittest
+
+from folder_case import FolderCase
 
 PROGRAM, SERVICE, CHASSIS = sys.argv[1:4]
 PATIENCE = 60
@@ -110,11 +111,10 @@ class Watching:
             return status, rest, errors.read().decode()
 
 
-class Case(unittest.TestCase):
+class Case(FolderCase):
     def setUp(self):
-        scratch = tempfile.TemporaryDirectory()
-        self.addCleanup(scratch.cleanup)
-        self.path = str(pathlib.Path(scratch.name) / "socket")
+        super().setUp()
+        self.path = str(self.folder / "socket")
 
     def serve(self, *answers):
         stub = Stub(self.path, list(answers))
