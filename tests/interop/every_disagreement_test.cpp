@@ -7,10 +7,8 @@
 
 #include <array>
 
-#include "tests/interop/careless_sender.hpp"
 #include "tests/interop/dialect.hpp"
-#include "tests/support/damage.hpp"
-#include "tests/support/random_message.hpp"
+#include "tests/interop/inputs_of_every_type.hpp"
 
 namespace vesk::test {
 namespace {
@@ -47,36 +45,8 @@ private:
     LibraryReader library_;
 };
 
-using MakeInput = Bytes (*)(const TypeInfo& type, const Record& record, std::mt19937_64& random);
-
-Bytes damaged(const TypeInfo& type, const Record& record, std::mt19937_64& random) {
-    return damage(encoded(type, record, Order::declared), random);
-}
-
-Bytes careless(const TypeInfo& type, const Record& record, std::mt19937_64& random) {
-    const unsigned slips[] = {3, 10, 30, 100};
-    return CarelessSender(random, slips[random() % 4]).encoded(type, record);
-}
-
-Bytes careless_and_damaged(const TypeInfo& type, const Record& record, std::mt19937_64& random) {
-    return damage(careless(type, record, random), random);
-}
-
 Counts compare_every_type(MakeInput make_input, int inputs_per_round) {
-    Counts counts{};
-    std::uint64_t seed = 0;
-    for (const TypeInfo* type : all_types()) {
-        Comparison comparison(*type);
-        for (std::uint64_t i = rounds(); i != 0; --i) {
-            SCOPED_TRACE(type->name + ", seed " + std::to_string(++seed));
-            std::mt19937_64 random(seed);
-            const RandomMessage message(*type, seed, Amount::some);
-            const Record record = written_values(*type, message.get());
-            for (int input = 0; input < inputs_per_round; ++input)
-                comparison.compare(make_input(*type, record, random), counts);
-            if (::testing::Test::HasFailure()) return counts;
-        }
-    }
+    const Counts counts = compare_inputs_of_every_type<Comparison, Counts>(make_input, inputs_per_round);
     for (std::size_t i = 0; i < difference_count; ++i) {
         ::testing::Test::RecordProperty(difference_names[i], std::to_string(counts[i]));
     }

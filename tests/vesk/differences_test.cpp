@@ -12,10 +12,8 @@
 #include <map>
 #include <sstream>
 
-#include "tests/interop/careless_sender.hpp"
+#include "tests/interop/inputs_of_every_type.hpp"
 #include "tests/interop/peers.hpp"
-#include "tests/support/damage.hpp"
-#include "tests/support/random_message.hpp"
 #include "tools/vesk/spans.hpp"
 
 namespace vesk::test {
@@ -134,81 +132,51 @@ TEST(differences_named, of_each_row_have_place_and_path) {
 
 // ---- Every input ----
 
-// True if it was met at all.
-using Met = std::map<std::string, std::uint64_t>;
+struct Found {
+    std::map<std::string, std::uint64_t> met;  // how often each row was named
+    std::uint64_t alike;                       // inputs without any
+};
 
 class Comparison {
 public:
     explicit Comparison(const TypeInfo& type) : type_(type), library_(type) {}
 
-    void compare(const Bytes& input, Met& met) {
+    void compare(const Bytes& input, Found& found) {
         const std::vector<Named> named = differences(type_.name, input);
         for (std::size_t i = 0; i < named.size(); ++i) {
             ASSERT_LT(named[i].at, input.size()) << to_hex(input);
             ASSERT_TRUE(i == 0 || named[i - 1].at <= named[i].at) << to_hex(input);
-            ++met[named[i].row];
+            ++found.met[named[i].row];
         }
         if (named.empty()) {
-            ++alike_;
+            ++found.alike;
             ASSERT_EQ(read_by_protobuf(type_, input), library_.read(input)) << to_hex(input);
         }
     }
-    std::uint64_t alike() const { return alike_; }
 
 private:
     const TypeInfo& type_;
     LibraryReader library_;
-    std::uint64_t alike_ = 0;
 };
 
-using MakeInput = Bytes (*)(const TypeInfo& type, const Record& record, std::mt19937_64& random);
-
-Bytes damaged(const TypeInfo& type, const Record& record, std::mt19937_64& random) {
-    return damage(encoded(type, record, Order::declared), random);
-}
-
-Bytes careless(const TypeInfo& type, const Record& record, std::mt19937_64& random) {
-    const unsigned slips[] = {1, 3, 10, 30};
-    return CarelessSender(random, slips[random() % 4]).encoded(type, record);
-}
-
-Bytes careless_and_damaged(const TypeInfo& type, const Record& record, std::mt19937_64& random) {
-    return damage(careless(type, record, random), random);
-}
-
-Met compare_every_type(MakeInput make_input, int inputs_per_round) {
-    Met met;
-    std::uint64_t alike = 0;
-    std::uint64_t seed = 0;
-    for (const TypeInfo* type : all_types()) {
-        Comparison comparison(*type);
-        for (std::uint64_t i = rounds(); i != 0; --i) {
-            SCOPED_TRACE(type->name + ", seed " + std::to_string(++seed));
-            std::mt19937_64 random(seed);
-            const RandomMessage message(*type, seed, Amount::some);
-            const Record record = written_values(*type, message.get());
-            for (int input = 0; input < inputs_per_round; ++input) {
-                comparison.compare(make_input(*type, record, random), met);
-            }
-            if (::testing::Test::HasFailure()) return met;
-        }
-        alike += comparison.alike();
-    }
-    for (const auto& [row, count] : met) ::testing::Test::RecordProperty(row, std::to_string(count));
-    EXPECT_GT(alike, all_types().size() * rounds() / 5);
-    return met;
+Found compare_every_type(MakeInput make_input, int inputs_per_round) {
+    const Found found = compare_inputs_of_every_type<Comparison, Found>(make_input, inputs_per_round);
+    for (const auto& [row, count] : found.met) ::testing::Test::RecordProperty(row, std::to_string(count));
+    const bool is_whole = !::testing::Test::HasFailure();
+    EXPECT_TRUE(!is_whole || found.alike > all_types().size() * rounds() / 5) << found.alike;
+    return found;
 }
 
 TEST(differences_named, on_damaged_input_explain_every_disagreement) { compare_every_type(damaged, 2); }
 
 TEST(differences_named, on_input_of_a_careless_sender_explain_every_disagreement) {
-    const Met met = compare_every_type(careless, 2);
+    const Found found = compare_every_type(careless, 2);
     if (HasFailure() || rounds() < 50) return;
     for (const tool::RowText& row : tool::all_rows()) {
         const std::string name = std::string(row.test).substr(std::string("differences.").size());
         // Nobody has the memory to spare for the one, and chance hardly ever makes the other: see the table above.
         if (name == "field_of_2_gib_is_read" || name == "length_above_2_gib_keeps_its_low_32_bits") continue;
-        EXPECT_TRUE(met.contains(name)) << name << " was never met";
+        EXPECT_TRUE(found.met.contains(name)) << name << " was never met";
     }
 }
 
