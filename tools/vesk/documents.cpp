@@ -102,7 +102,7 @@ std::string encode_document(const vesk_type* type, const std::string& name, std:
     std::uint64_t length;
     code = vesk_encode(type, message.get(), vesk_arena_alloc, message.arena(), &bytes, &length);
     if (code != VESK_OK) throw Failure(quote_name(name) + ": " + vesk_toolkit_result_text(code));
-    return {static_cast<const char*>(bytes), length};
+    return {static_cast<const char*>(bytes), static_cast<std::size_t>(length)};
 }
 
 }  // namespace vesk::tool

@@ -73,7 +73,7 @@ std::string text_of(const Span& span) {
 
 void write_data(const vesk_type* type, const std::uint8_t* input, std::uint64_t length, const vesk_report& report,
                 Output& output) {
-    std::string bytes = in_form({reinterpret_cast<const char*>(input), length}, Form::base64);
+    std::string bytes = in_form(std::string_view(reinterpret_cast<const char*>(input), length), Form::base64);
     bytes.pop_back();
     output.write(R"({"at":)" + (report.code == VESK_OK ? std::string("-1") : std::to_string(report.at)) +
                  R"(,"bytes":")" + bytes + R"(","spans":[)");
@@ -81,9 +81,9 @@ void write_data(const vesk_type* type, const std::uint8_t* input, std::uint64_t 
     Paths paths(strings);
     bool first = true;
     for_each_span(type, input, length, report, [&](const Span& span) {
-        const std::size_t numbers[] = {span.to - span.from, static_cast<std::size_t>(span.role), span.depth,
-                                       paths.number_of(std::string(span.path)), strings.number_of(text_of(span))};
-        for (const std::size_t number : numbers) {
+        const std::uint64_t numbers[] = {span.to - span.from, static_cast<std::uint64_t>(span.role), span.depth,
+                                         paths.number_of(std::string(span.path)), strings.number_of(text_of(span))};
+        for (const std::uint64_t number : numbers) {
             output.write((first ? "" : ",") + std::to_string(number));
             first = false;
         }

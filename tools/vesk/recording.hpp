@@ -110,7 +110,7 @@ VESK_WRAPS inline std::uint64_t checksum(const void* bytes, std::uint64_t length
         }
     }
     std::uint64_t rest[lanes] = {};
-    if (left != 0) std::memcpy(rest, at, left);
+    if (left != 0) std::memcpy(rest, at, static_cast<std::size_t>(left));
     std::uint64_t sum = length;
     for (std::uint64_t lane = 0; lane < lanes; ++lane) {
         sum = (sum ^ rest[lane]) * factor;

@@ -304,7 +304,7 @@ std::string file_name(const Noted& noted) {
 void extract(const Noted& noted, const std::string& folder) {
     if ((noted.call.bits & recording::has_content) == 0) return;
     Output file(folder + "/" + file_name(noted));
-    file.write({reinterpret_cast<const char*>(noted.content), noted.call.length});
+    file.write(std::string_view(reinterpret_cast<const char*>(noted.content), noted.call.length));
     file.close();
 }
 

@@ -48,7 +48,7 @@ std::string value_of(const vesk_field* field, const std::uint8_t* structure) {
         }
         default: {
             const auto length = load<std::uint64_t>(structure, field->size_offset);
-            return bytes_in_words({load<const char*>(structure, field->offset), length});
+            return bytes_in_words(std::string_view(load<const char*>(structure, field->offset), length));
         }
     }
 }

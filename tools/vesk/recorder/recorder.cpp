@@ -108,7 +108,8 @@ Header* map(int file) {
     if (pread(file, &found, sizeof found, 0) != static_cast<ssize_t>(sizeof found)) return nullptr;
     if (std::memcmp(found.magic, magic, sizeof magic) != 0 || found.byte_order != byte_order) return nullptr;
     if (found.type_count != type_count || found.size != static_cast<std::uint64_t>(status.st_size)) return nullptr;
-    void* const mapped = mmap(nullptr, found.size, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+    void* const mapped =
+        mmap(nullptr, static_cast<std::size_t>(found.size), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
     if (mapped == MAP_FAILED) return nullptr;
     size = found.size;
     return static_cast<Header*>(mapped);
@@ -227,7 +228,7 @@ std::uint64_t encode(Place place, const void* message, void* buffer, std::uint64
     if (whole && by_reference) {
         function(message, content_of(record), content, nullptr, nullptr, 0);
     } else if (content != 0) {
-        std::memcpy(content_of(record), buffer, content);
+        std::memcpy(content_of(record), buffer, static_cast<std::size_t>(content));
     }
     if (whole) call.bits = has_content;
     note(record, &call, content);
@@ -241,7 +242,7 @@ std::int32_t decode(Place place, void* message, const void* buffer, std::uint64_
     const auto function = next<Decode>(place, Operation::decode);
     Record* const record = is_noted() ? reserve(length) : nullptr;
     if (record == nullptr) return function(message, buffer, length, alloc, context, flags);
-    if (length != 0) std::memcpy(content_of(record), buffer, length);
+    if (length != 0) std::memcpy(content_of(record), buffer, static_cast<std::size_t>(length));
     Call call = describe(place, Operation::decode, flags);
     call.bits = has_content | (alloc == nullptr ? has_no_alloc : 0);
     note(record, &call, length);
