@@ -232,9 +232,9 @@ void report(const std::string& line) { std::cerr << "vesk: " << line << "\n"; }
 int record_program(const Request& request) {
     const std::uint64_t limit = read_size(request.limit) / 8 * 8;
     if (limit < 4096) throw Failure("--limit is at least 4K", status_usage);
-    const std::string recorder = find_recorder();
     const std::string path = find_program(request.program.front());
     refuse_unrecordable(path);
+    const std::string recorder = find_recorder();
     RecordingFile file(request.recording, limit);
     const int status = run(path, request, recorder, file);
 
