@@ -5,6 +5,7 @@
 #include "fuzz/input.hpp"
 #include "fuzz/pool.hpp"
 #include "tools/vesk/guess.hpp"
+#include "tools/vesk/pre_flight.hpp"
 #include "tools/vesk/spans.hpp"
 
 namespace vesk::fuzz {

@@ -14,6 +14,7 @@
 
 #include "tests/interop/inputs_of_every_type.hpp"
 #include "tests/interop/peers.hpp"
+#include "tools/vesk/pre_flight.hpp"
 #include "tools/vesk/spans.hpp"
 
 namespace vesk::test {

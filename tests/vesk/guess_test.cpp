@@ -7,6 +7,7 @@
 
 #include "tests/support/random_message.hpp"
 #include "tests/toolkit/every_field.hpp"
+#include "tools/vesk/pre_flight.hpp"
 #include "tools/vesk/spans.hpp"
 
 namespace vesk::test {

@@ -308,7 +308,7 @@ class Refused(Case):
     def test_program_that_cannot_be_started_is_one_line(self):
         self.refused("--", "no_such_program", says="no_such_program cannot be started: no folder of PATH")
         self.refused("--", "./no_such_program", says="cannot be started: No such file")
-        self.refused("--", str(self.folder), says="cannot be started: Is a directory")
+        self.refused("--", str(self.folder), says="cannot be started: is a directory")
         text = self.folder / "text"
         text.write_text("no program\n")
         self.before = ["text"]

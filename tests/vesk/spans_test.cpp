@@ -6,6 +6,7 @@
 #include "tests/support/damage.hpp"
 #include "tests/support/full_message.hpp"
 #include "tests/support/random_message.hpp"
+#include "tools/vesk/pre_flight.hpp"
 
 namespace vesk::test {
 namespace {

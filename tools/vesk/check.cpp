@@ -3,6 +3,7 @@
 
 #include "tools/vesk/inputs.hpp"
 #include "tools/vesk/output.hpp"
+#include "tools/vesk/pre_flight.hpp"
 #include "tools/vesk/request.hpp"
 #include "tools/vesk/spans.hpp"
 

@@ -4,7 +4,7 @@
 
 #include "tools/vesk/failure.hpp"
 #include "tools/vesk/output.hpp"
-#include "tools/vesk/spans.hpp"
+#include "tools/vesk/pre_flight.hpp"
 #include "tools/vesk/types.hpp"
 
 namespace vesk::tool {

@@ -7,10 +7,11 @@
 #include "tools/vesk/failure.hpp"
 #include "tools/vesk/input.hpp"
 #include "tools/vesk/output.hpp"
+#include "tools/vesk/pre_flight.hpp"
 #include "tools/vesk/progress.hpp"
 #include "tools/vesk/request.hpp"
-#include "tools/vesk/spans.hpp"
 #include "tools/vesk/types.hpp"
+#include "tools/vesk/varint.hpp"
 
 namespace vesk::tool {
 namespace {
@@ -40,32 +41,27 @@ struct Fit {
     std::uint64_t left = 0;      // to be said, see cost
 };
 
-struct Varint {
-    std::uint64_t to;
-    std::uint64_t value;
-};
-
 // Reads bytes that are known to decode.
 class Reader {
 public:
     Reader(const std::uint8_t* input, Fit& fit) : input_(input), fit_(fit) {}
 
     void read_outermost(std::uint64_t length) {
-        fit_.unused = fit_.type->field_count - read(fit_.type, 0, length);
+        fit_.unused = fit_.type->field_count - read_message(fit_.type, 0, length);
         fit_.left += fit_.unknown_bytes * cost::unknown_byte;
     }
 
 private:
     // Returns how many of the type's fields occur.
-    std::uint64_t read(const vesk_type* type, std::uint64_t at, std::uint64_t end) {
+    std::uint64_t read_message(const vesk_type* type, std::uint64_t at, std::uint64_t end) {
         fit_.left += type->field_count * cost::field_of_a_type;
         std::uint64_t occurred = 0;
         const vesk_field* last = nullptr;
         while (at < end) {
-            const Varint tag = varint(at, end);
-            const vesk_field* const field = vesk_type_field_numbered(type, static_cast<std::uint32_t>(tag.value) >> 3);
+            const Varint tag = read(at, end);
+            const vesk_field* const field = vesk_type_field_numbered(type, tag.number());
             if (field == nullptr) {
-                at = skip(tag.to, end, tag.value & 7);
+                at = skip(tag, end);
                 fit_.left += cost::unlikely;
                 continue;
             }
@@ -86,7 +82,7 @@ private:
     }
 
     std::uint64_t read_scalar(const vesk_field* field, std::uint64_t at, std::uint64_t end) {
-        const Varint number = varint(at, end);
+        const Varint number = read(at, end);
         const bool is_odd = (field->kind == VESK_KIND_BOOL && number.value > 1) ||
                             (field->kind == VESK_KIND_UINT32 && number.value > UINT32_MAX);
         if (is_odd) note_odd();
@@ -96,8 +92,8 @@ private:
     }
 
     std::uint64_t read_content(const vesk_field* field, std::uint64_t at, std::uint64_t end) {
-        const Varint length = varint(at, end);
-        const std::uint64_t to = length.to + static_cast<std::uint32_t>(length.value);
+        const Varint length = read(at, end);
+        const std::uint64_t to = length.to + length.length();
         const std::string_view bytes(reinterpret_cast<const char*>(input_) + length.to, to - length.to);
         if (field->kind == VESK_KIND_BYTES) {
             fit_.left += (to - at) * cost::byte;
@@ -105,7 +101,7 @@ private:
             fit_.left += (length.to - at) * cost::byte;
             read_text(bytes);
         } else if (const vesk_type* const nested = describe(vesk_field_nested(field))) {
-            read(nested, length.to, to);
+            read_message(nested, length.to, to);
         }
         return to;
     }
@@ -125,24 +121,15 @@ private:
         fit_.left += cost::unlikely;
     }
 
-    Varint varint(std::uint64_t at, std::uint64_t end) const {
-        std::uint64_t value = 0;
-        for (unsigned shift = 0; at < end; shift += 7) {
-            const std::uint8_t byte = input_[at++];
-            if (shift < 64) value |= std::uint64_t{byte & 0x7Fu} << shift;
-            if (byte < 0x80) break;
-        }
-        return {at, value};
-    }
+    Varint read(std::uint64_t at, std::uint64_t end) const { return read_varint(input_, at, end); }
 
-    std::uint64_t skip(std::uint64_t at, std::uint64_t end, std::uint64_t wire_type) const {
-        const Varint number = varint(at, end);
-        switch (wire_type) {
-            case 0: return number.to;
-            case 1: return at + std::min<std::uint64_t>(8, end - at);
-            case 5: return at + std::min<std::uint64_t>(4, end - at);
-            default:
-                return number.to + std::min<std::uint64_t>(static_cast<std::uint32_t>(number.value), end - number.to);
+    std::uint64_t skip(const Varint& tag, std::uint64_t end) const {
+        const Varint number = read(tag.to, end);  // or a length
+        switch (tag.wire_type()) {
+            case varint_type: return number.to;
+            case fixed64_type: return tag.to + std::min<std::uint64_t>(8, end - tag.to);
+            case fixed32_type: return tag.to + std::min<std::uint64_t>(4, end - tag.to);
+            default: return number.reaches_past(end) ? end : number.to + number.length();
         }
     }
 

@@ -256,8 +256,8 @@ int run(int argc, char** argv) {
     }
     if (chosen == record_program) take_program(argc, argv, request);
     settle(request);
-    static const Verb without_type[] = {show_types, guess_type, watch_service, record_program, replay_file};
-    if (request.type.empty() && !request.frames && std::ranges::find(without_type, chosen) == std::end(without_type)) {
+    const bool takes_type = app.get_subcommands().front()->get_option_no_throw("TYPE") != nullptr;
+    if (takes_type && request.type.empty() && !request.frames) {
         throw Failure("TYPE is missing: a message type, such as pem_data (vesk types names them all)", status_usage);
     }
     return chosen(request);

@@ -5,6 +5,7 @@
 #include "tools/vesk/inputs.hpp"
 #include "tools/vesk/output.hpp"
 #include "tools/vesk/page.hpp"
+#include "tools/vesk/pre_flight.hpp"
 #include "tools/vesk/request.hpp"
 #include "tools/vesk/spans.hpp"
 

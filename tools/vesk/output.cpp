@@ -172,8 +172,8 @@ void Output::close() {
     aside_.clear();
 }
 
-std::string counted(std::uint64_t count, const std::string& what) {
-    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+std::string counted(std::uint64_t count, const std::string& what, const std::string& ending) {
+    return std::to_string(count) + " " + what + (count == 1 ? "" : ending);
 }
 
 bool is_control(std::string_view character) {

@@ -54,7 +54,7 @@ private:
 };
 
 // "1 byte", "2 bytes".
-std::string counted(std::uint64_t count, const std::string& what);
+std::string counted(std::uint64_t count, const std::string& what, const std::string& ending = "s");
 
 // Whether a terminal or a browser would not show a character of UTF-8 but obey it: control characters, and those that
 // turn the text around them, break lines or are not seen.

@@ -5,6 +5,7 @@
 
 #include "tools/vesk/input.hpp"
 #include "tools/vesk/page_text.hpp"
+#include "tools/vesk/pre_flight.hpp"
 #include "tools/vesk/spans.hpp"
 
 namespace vesk::tool {

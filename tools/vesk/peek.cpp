@@ -2,8 +2,8 @@
 #include "tools/vesk/documents.hpp"
 #include "tools/vesk/failure.hpp"
 #include "tools/vesk/output.hpp"
+#include "tools/vesk/pre_flight.hpp"
 #include "tools/vesk/request.hpp"
-#include "tools/vesk/spans.hpp"
 #include "tools/vesk/types.hpp"
 #include "tools/vesk/values.hpp"
 
@@ -52,10 +52,7 @@ int diff_files(const Request& request) {
     const std::int32_t code = vesk_diff(
         type, left.get(), right.get(),
         [](const char* path, const vesk_value* one, const vesk_value* other, void* context) {
-            const Output& to = *static_cast<Output*>(context);
-            const std::string line =
-                std::string(path) + ": " + to.in(Ink::bad, one != nullptr ? value_in_words(*one, true) : "absent") +
-                " | " + to.in(Ink::good, other != nullptr ? value_in_words(*other, true) : "absent") + "\n";
+            const std::string line = difference_in_words(*static_cast<Output*>(context), path, one, other);
             return Output::write_to(line.data(), line.size(), context);
         },
         &output, &differences, nullptr);

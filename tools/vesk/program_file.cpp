@@ -119,7 +119,7 @@ bool may_be_run(const std::string& path) {
 std::string find_program(const std::string& name) {
     if (name.find('/') != std::string::npos) {
         if (may_be_run(name)) return name;
-        throw Failure(quote_name(name) + " cannot be started: " + std::strerror(errno));
+        throw Failure(quote_name(name) + " cannot be started: " + because(errno));
     }
     const char* const set = std::getenv("PATH");
     std::string_view path = set != nullptr ? set : "/usr/local/bin:/usr/bin:/bin";
@@ -137,7 +137,7 @@ std::string find_program(const std::string& name) {
 void refuse_unrecordable(const std::string& path) {
     const std::string name = quote_name(path);
     struct stat status;
-    if (stat(path.c_str(), &status) != 0) throw Failure(name + " cannot be started: " + std::strerror(errno));
+    if (stat(path.c_str(), &status) != 0) throw Failure(name + " cannot be started: " + because(errno));
     if (((status.st_mode & S_ISUID) != 0 && status.st_uid != geteuid()) ||
         ((status.st_mode & S_ISGID) != 0 && status.st_gid != getegid())) {
         throw Failure(name + " runs as another user: nothing can be preloaded into it");

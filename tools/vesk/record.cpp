@@ -35,7 +35,7 @@ std::uint64_t nanoseconds(clockid_t clock) {
     return static_cast<std::uint64_t>(time.tv_sec) * 1000000000 + static_cast<std::uint64_t>(time.tv_nsec);
 }
 
-[[noreturn]] void fail(const std::string& what) { throw Failure(what + ": " + std::strerror(errno)); }
+[[noreturn]] void fail(const std::string& what) { throw Failure(what + ": " + because(errno)); }
 
 // "64M" and the like: bytes, or K, M or G of 1024, 1024^2 and 1024^3.
 std::uint64_t read_size(const std::string& text) {
@@ -211,7 +211,7 @@ int run(const std::string& path, const Request& request, const std::string& reco
     program = 0;
     if (!started) {
         file.take_away();
-        throw Failure(quote_name(request.program.front()) + " cannot be started: " + std::strerror(why));
+        throw Failure(quote_name(request.program.front()) + " cannot be started: " + because(why));
     }
     return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }

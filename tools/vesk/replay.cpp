@@ -235,9 +235,9 @@ Again call_again(const Noted& noted, const vesk_type* type) {
 // A call that did not return may have ended its program, so it is made in a process of its own.
 Again call_apart(const Noted& noted, const vesk_type* type) {
     int ends[2];
-    if (pipe(ends) != 0) throw Failure(std::string("a pipe: ") + std::strerror(errno));
+    if (pipe(ends) != 0) throw Failure("a pipe: " + because(errno));
     const pid_t child = fork();
-    if (child < 0) throw Failure(std::string("a process: ") + std::strerror(errno));
+    if (child < 0) throw Failure("a process: " + because(errno));
     if (child == 0) {
         const Again again = call_again(noted, type);
         _exit(write(ends[1], &again.result, sizeof again.result) == sizeof again.result ? 0 : 1);
@@ -308,10 +308,6 @@ void extract(const Noted& noted, const std::string& folder) {
     file.close();
 }
 
-std::string count_of(std::uint64_t count, const std::string& what, const std::string& ending = "s") {
-    return std::to_string(count) + " " + what + (count == 1 ? "" : ending);
-}
-
 }  // namespace
 
 int replay_file(const Request& request) {
@@ -319,7 +315,7 @@ int replay_file(const Request& request) {
     if (!request.extract.empty()) {
         umask(077);  // what was private stays so
         if (mkdir(request.extract.c_str(), 0700) != 0 && errno != EEXIST) {
-            throw Failure(quote_name(request.extract) + ": " + std::strerror(errno));
+            throw Failure(quote_name(request.extract) + ": " + because(errno));
         }
     }
     Output output;
@@ -366,11 +362,11 @@ int replay_file(const Request& request) {
                      recording::operation_names[operation];
         }
         if (left_out != 0) parts += "; " + std::to_string(left_out) + " not made again";
-        output.write(count_of(calls, "call") + " of " + count_of(processes.size(), "process", "es") + " (" + parts +
-                     "): " + (differences == 0 ? "no difference" : count_of(differences, "difference")) + "\n");
+        output.write(counted(calls, "call") + " of " + counted(processes.size(), "process", "es") + " (" + parts +
+                     "): " + (differences == 0 ? "no difference" : counted(differences, "difference")) + "\n");
         if (recorded.header().not_noted != 0) {
             output.write("The limit of " + std::to_string(recorded.header().size) +
-                         " bytes was reached: " + count_of(recorded.header().not_noted, "later call") + " not noted\n");
+                         " bytes was reached: " + counted(recorded.header().not_noted, "later call") + " not noted\n");
         }
     }
     output.close();

@@ -4,38 +4,16 @@
 
 #include "tools/vesk/output.hpp"
 #include "tools/vesk/types.hpp"
+#include "tools/vesk/varint.hpp"
 
 namespace vesk::tool {
 namespace {
-
-constexpr std::uint64_t never = UINT64_MAX;
 
 // What a general protobuf parser reads no further than.
 constexpr std::uint64_t longest_tag = 5;
 constexpr std::uint64_t longest_number = 10;
 constexpr std::uint64_t most_bytes_of_a_length = 5;
 constexpr std::uint64_t longest_length = 0x7FFFFFFF - 16;
-
-constexpr std::uint32_t varint_type = 0;
-constexpr std::uint32_t fixed64_type = 1;
-constexpr std::uint32_t length_type = 2;
-constexpr std::uint32_t group_type = 3;
-constexpr std::uint32_t fixed32_type = 5;
-
-std::uint32_t wire_type_of(std::uint64_t tag) { return tag & 7; }
-std::uint32_t number_of(std::uint64_t tag) { return static_cast<std::uint32_t>(tag) >> 3; }
-
-// A varint of any length, of which the low 64 bits count; `to` is `never` if it runs past the end.
-struct Varint {
-    std::uint64_t from;
-    std::uint64_t to;
-    std::uint64_t value;
-
-    std::uint64_t size() const { return to - from; }
-    // Of the content that a length announces: the low 32 bits count.
-    std::uint64_t length() const { return static_cast<std::uint32_t>(value); }
-    bool reaches_past(std::uint64_t end) const { return to == never || length() > end - to; }
-};
 
 struct Quoted {
     std::string_view bytes;
@@ -90,16 +68,7 @@ private:
         if (listener_.difference != nullptr) (*listener_.difference)({at, path, &text_of(row)});
     }
 
-    Varint read(std::uint64_t at, std::uint64_t end) const {
-        const std::uint64_t from = at;
-        std::uint64_t value = 0;
-        for (unsigned shift = 0; at < end; shift += 7) {
-            const std::uint8_t byte = input_[at++];
-            if (shift < 64) value |= std::uint64_t{byte & 0x7Fu} << shift;
-            if (byte < 0x80) return {from, at, value};
-        }
-        return {from, never, 0};
-    }
+    Varint read(std::uint64_t at, std::uint64_t end) const { return read_varint(input_, at, end); }
 
     // ---- What another parser does with a tag, a length or a number that is read here ----
 
@@ -123,8 +92,8 @@ private:
 
     // A tag that is refused here. A longer one, or of another wire type, is refused there, too.
     void compare_refused(const Varint& tag, const vesk_field* field, bool again) const {
-        const std::uint32_t wire_type = wire_type_of(tag.value);
-        if (tag.size() > longest_tag || number_of(tag.value) == 0) return;
+        const std::uint32_t wire_type = tag.wire_type();
+        if (tag.size() > longest_tag || tag.number() == 0) return;
         if (wire_type == group_type) return differ(tag.from, refused_, Row::group_is_refused);
         const bool is_skipped = wire_type <= length_type || wire_type == fixed32_type;
         if (field == nullptr || !is_skipped) return;
@@ -146,12 +115,12 @@ private:
         stopped_ = true;
         const Varint tag = read(at_, end);
         if (tag.to == never) return give(end, Role::tag, depth, refused_, "a tag: refused, it is cut short");
-        const vesk_field* const field = vesk_type_field_numbered(type, number_of(tag.value));
+        const vesk_field* const field = vesk_type_field_numbered(type, tag.number());
         const bool again = field != nullptr && (occurred >> field->presence_bit & 1) != 0;
         compare_refused(tag, field, again);
         const std::string why = why_refused(tag, field, again, end);
         if (field == nullptr) {
-            give(tag.to, Role::tag, depth, refused_, "unknown field ", number_of(tag.value), ": refused, ", why);
+            give(tag.to, Role::tag, depth, refused_, "unknown field ", tag.number(), ": refused, ", why);
         } else {
             give(tag.to, Role::tag, depth, refused_, field, ": refused, ", why);
         }
@@ -159,7 +128,7 @@ private:
 
     // The order is the decoder's: the first that does not hold.
     std::string why_refused(const Varint& tag, const vesk_field* field, bool again, std::uint64_t end) const {
-        const std::uint32_t wire_type = wire_type_of(tag.value);
+        const std::uint32_t wire_type = tag.wire_type();
         if (field != nullptr && field->tag != static_cast<std::uint32_t>(tag.value)) {
             return "since it has wire type " + std::to_string(wire_type);
         }
@@ -190,7 +159,7 @@ private:
             }
             const Varint tag = read(at_, end);
             if (tag.to == never) return false;
-            const vesk_field* const field = vesk_type_field_numbered(type, number_of(tag.value));
+            const vesk_field* const field = vesk_type_field_numbered(type, tag.number());
             if (field == nullptr) {
                 if (!walk_unknown(tag, end, depth)) return false;
                 continue;
@@ -211,7 +180,7 @@ private:
         const Varint number = read(tag.to, end);  // or a length
         std::uint64_t to = never;
         bool cut_short = false;
-        switch (wire_type_of(tag.value)) {
+        switch (tag.wire_type()) {
             case varint_type:
                 to = number.to;
                 if (to != never) compare_number(tag, number);
@@ -224,7 +193,7 @@ private:
                 break;
             case fixed64_type:
             case fixed32_type: {
-                const std::uint64_t size = wire_type_of(tag.value) == fixed64_type ? 8 : 4;
+                const std::uint64_t size = tag.wire_type() == fixed64_type ? 8 : 4;
                 cut_short = size > end - tag.to;
                 to = cut_short ? end : tag.to + size;
                 break;
@@ -233,11 +202,11 @@ private:
         }
         if (to == never) return false;
         compare_tag(tag);
-        const bool has_number = number_of(tag.value) != 0;
+        const bool has_number = tag.number() != 0;
         differ(tag.from, path_, has_number ? Row::unknown_field_is_dropped : Row::field_number_0_is_unknown_field);
         if (cut_short) differ(tag.from, path_, Row::unknown_field_cut_short_is_accepted);
-        give(to, Role::unknown, depth, path_, "unknown field ", number_of(tag.value), ", wire type ",
-             wire_type_of(tag.value), cut_short ? ", cut short" : "");
+        give(to, Role::unknown, depth, path_, "unknown field ", tag.number(), ", wire type ", tag.wire_type(),
+             cut_short ? ", cut short" : "");
         return true;
     }
 
@@ -305,7 +274,7 @@ private:
         for (std::uint64_t element = 0;; ++element) {
             path_.resize(outer);
             path_.append("[").append(std::to_string(element)).append("]");
-            if (wire_type_of(tag.value) != length_type) {
+            if (tag.wire_type() != length_type) {
                 differ(tag.from, path_, Row::list_element_of_other_wire_type_is_read_as_element);
             }
             const Varint length = read(tag.to, end);
@@ -318,7 +287,7 @@ private:
             if (length.reaches_past(end) || !walk_content(field, tag, length, depth)) return false;
             if (at_ == end) return true;
             tag = read(at_, end);
-            if (tag.to == never || number_of(tag.value) != vesk_field_number(field)) return true;
+            if (tag.to == never || tag.number() != vesk_field_number(field)) return true;
         }
     }
 
@@ -354,31 +323,6 @@ void for_each_span(const vesk_type* type, const std::uint8_t* input, std::uint64
 void for_each_difference(const vesk_type* type, const std::uint8_t* input, std::uint64_t length,
                          const vesk_report& report, const std::function<void(const Difference&)>& take) {
     Walker(input, length, report, {nullptr, &take}).walk(type);
-}
-
-vesk_report check(const vesk_type* type, const std::uint8_t* input, std::uint64_t length) {
-    vesk_report report;
-    report.size = sizeof report;
-    vesk_check(type, input, length, 0, &report, nullptr);
-    return report;
-}
-
-std::string verdict(const vesk_report& report) {
-    if (report.code == VESK_OK) return "decodes";
-    std::string text = std::string(vesk_toolkit_result_name(report.code)) + " at byte " + std::to_string(report.at);
-    if (report.path[0] != '\0') text += std::string(", ") + report.path;
-    return text + ": " + vesk_toolkit_result_text(report.code);
-}
-
-std::string cost(const vesk_report& report) {
-    std::string text = counted(report.cost.bytes, "byte") + " in " + counted(report.cost.blocks, "block") +
-                       ", the largest of " + std::to_string(report.cost.largest);
-    if (report.lost_blocks != 0) {
-        text += "; " + counted(report.lost_bytes, "byte") + " in " + counted(report.lost_blocks, "block") +
-                " lost to repeated messages";
-    }
-    if (report.unknown_bytes != 0) text += "; " + counted(report.unknown_bytes, "byte") + " of unknown fields";
-    return text;
 }
 
 }  // namespace vesk::tool

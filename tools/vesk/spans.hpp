@@ -42,9 +42,4 @@ struct Difference {
 void for_each_difference(const vesk_type* type, const std::uint8_t* input, std::uint64_t length,
                          const vesk_report& report, const std::function<void(const Difference&)>& take);
 
-// The pre-flight, and its verdict and cost in words.
-vesk_report check(const vesk_type* type, const std::uint8_t* input, std::uint64_t length);
-std::string verdict(const vesk_report& report);
-std::string cost(const vesk_report& report);
-
 }  // namespace vesk::tool

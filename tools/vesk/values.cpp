@@ -1,7 +1,6 @@
 #include "tools/vesk/values.hpp"
 
 #include "tools/vesk/input.hpp"
-#include "tools/vesk/output.hpp"
 
 namespace vesk::tool {
 namespace {
@@ -29,6 +28,15 @@ std::string value_in_words(const vesk_value& value, bool of_message) {
         case VESK_KIND_LIST: return "a list of " + std::to_string(value.count);
         default: return of_message ? "a message" : "a message of " + counted(value.length, "byte");
     }
+}
+
+std::string difference_in_words(const Output& output, const char* path, const vesk_value* left,
+                                const vesk_value* right) {
+    const auto words = [](const vesk_value* value) {
+        return value != nullptr ? value_in_words(*value, true) : "absent";
+    };
+    return std::string(path) + ": " + output.in(Ink::bad, words(left)) + " | " + output.in(Ink::good, words(right)) +
+           "\n";
 }
 
 }  // namespace vesk::tool

@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <cstring>
 #include <map>
 #include <memory>
 #include <tuple>
@@ -19,8 +18,8 @@
 #include "examples/inventory_exchange/meanings.h"
 #include "tools/vesk/failure.hpp"
 #include "tools/vesk/output.hpp"
+#include "tools/vesk/pre_flight.hpp"
 #include "tools/vesk/request.hpp"
-#include "tools/vesk/spans.hpp"
 #include "tools/vesk/types.hpp"
 #include "tools/vesk/values.hpp"
 
@@ -47,7 +46,7 @@ public:
         sigaddset(&signals, SIGTERM);
         sigprocmask(SIG_BLOCK, &signals, nullptr);
         file_ = signalfd(-1, &signals, SFD_CLOEXEC);
-        if (file_ < 0) throw Failure(std::string("signals: ") + std::strerror(errno));
+        if (file_ < 0) throw Failure("signals: " + because(errno));
     }
     ~Interruption() { close(file_); }
     Interruption(const Interruption&) = delete;
@@ -63,7 +62,7 @@ public:
             if (files[0].revents != 0 && ready > 0) throw Interrupted();
             if (ready > 0) return true;
             if (ready == 0 && left <= 0) return false;
-            if (ready < 0 && errno != EINTR) throw Failure(std::string("poll: ") + std::strerror(errno));
+            if (ready < 0 && errno != EINTR) throw Failure("poll: " + because(errno));
         }
     }
 
@@ -81,7 +80,7 @@ public:
         if (!exchange_address(path.c_str(), &address))
             throw Failure(quote(path) + ": this cannot be the path of a socket");
         socket_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-        if (socket_ < 0) throw Failure(std::string("a socket: ") + std::strerror(errno));
+        if (socket_ < 0) throw Failure("a socket: " + because(errno));
         // Nothing tells when a service's queue has room again.
         while (connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
             const int why = errno;
@@ -90,7 +89,7 @@ public:
                 continue;
             }
             close(socket_);
-            throw Failure("no service at " + name_ + ": " + (why == EAGAIN ? "it is too busy" : std::strerror(why)));
+            throw Failure("no service at " + name_ + ": " + (why == EAGAIN ? "it is too busy" : because(why)));
         }
     }
     ~Service() { close(socket_); }
@@ -122,7 +121,7 @@ private:
         const std::unique_ptr<exchange_frame, void (*)(exchange_frame*)> frame(&built, exchange_drop_frame);
         while (exchange_send(socket_, frame.get()) != 0) {
             if (errno == EPIPE) return;  // why it hung up may stand in a refusal that is there already
-            if (errno != EAGAIN) fail(std::string("takes no request: ") + std::strerror(errno));
+            if (errno != EAGAIN) fail("takes no request: " + because(errno));
             wait(POLLOUT);
         }
     }
@@ -136,7 +135,7 @@ private:
             } else if (count == 0 || errno == ECONNRESET) {
                 fail(std::string("went away ") + (received > 0 ? "in the middle of its answer" : when));
             } else if (errno != EAGAIN && errno != EINTR) {
-                fail(std::string("cannot be heard: ") + std::strerror(errno));
+                fail("cannot be heard: " + because(errno));
             }
         }
     }
@@ -228,8 +227,6 @@ struct Line {
     std::string entity;
 };
 
-std::string words(const vesk_value* value) { return value != nullptr ? value_in_words(*value, true) : "absent"; }
-
 void show_changes(const Entities::Key& key, const void* before, const void* now, Output* output) {
     Line line{output, std::string(::kind_name(key.kind)) + " " + key.eid + ": "};
     if (before == nullptr || now == nullptr) {
@@ -240,7 +237,7 @@ void show_changes(const Entities::Key& key, const void* before, const void* now,
         vesk_type_named(type_of(key.kind)), before, now,
         [](const char* path, const vesk_value* left, const vesk_value* right, void* context) {
             const auto* const to = static_cast<const Line*>(context);
-            const std::string text = to->entity + path + ": " + words(left) + " | " + words(right) + "\n";
+            const std::string text = to->entity + difference_in_words(*to->output, path, left, right);
             return Output::write_to(text.data(), text.size(), to->output);
         },
         &line, nullptr, nullptr);
