@@ -32,10 +32,10 @@ if(TARGET vesk_recorder)
     endif()
     if(VESK_PLAIN_LIBRARIES AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug" AND TARGET inventory_client)
         list(APPEND groups Ratio)
-        add_test(NAME vesk_page.recording_shows_what_its_commands_print
-            COMMAND Python3::Interpreter ${CMAKE_CURRENT_SOURCE_DIR}/page_commands.py ${PROJECT_SOURCE_DIR}/docs/recording.md
-                ${PROJECT_SOURCE_DIR}/examples/chassis.json $<TARGET_FILE_DIR:vesk> $<TARGET_FILE_DIR:inventory_client>
-                $<TARGET_FILE_DIR:recorded_calls>)
+        add_test(NAME docs.commands_of_recording_print_what_stands_there
+            COMMAND Python3::Interpreter ${PROJECT_SOURCE_DIR}/tests/docs/commands.py ${PROJECT_SOURCE_DIR}/docs/recording.md
+                --file ${PROJECT_SOURCE_DIR}/examples/chassis.json
+                $<TARGET_FILE_DIR:vesk> $<TARGET_FILE_DIR:inventory_client> $<TARGET_FILE_DIR:recorded_calls>)
     endif()
 endif()
 foreach(group ${groups})
