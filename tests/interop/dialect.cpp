@@ -5,9 +5,6 @@
 namespace vesk::test {
 namespace {
 
-constexpr std::uint32_t group_start = 3;
-constexpr std::uint32_t group_end = 4;
-
 // Protobuf's limits, held by differences.group_is_refused and differences.field_of_2_gib_is_read.
 constexpr int deepest_group = 100;
 constexpr std::uint64_t longest_length = 0x7FFFFFFF - 16;

@@ -5,10 +5,15 @@
 
 #include <bitset>
 #include <cstddef>
+#include <cstdint>
 
 #include "tests/interop/peers.hpp"
 
 namespace vesk::test {
+
+// Wire types that the library has not.
+inline constexpr std::uint32_t group_start = 3;
+inline constexpr std::uint32_t group_end = 4;
 
 // What the library does and protobuf does not. Each is a row of docs/differences.md and a test of its name.
 #define VESK_READING_DIFFERENCES(X)                       \

@@ -9,14 +9,13 @@
 #include <limits>
 #include <type_traits>
 
+#include "tests/interop/dialect.hpp"
 #include "tests/interop/peers.hpp"
 #include "tests/support/messages.hpp"
 
 namespace vesk::test {
 namespace {
 
-constexpr std::uint32_t group_start = 3;
-constexpr std::uint32_t group_end = 4;
 constexpr std::uint64_t gib = std::uint64_t{1} << 30;
 
 void set_number(google::protobuf::Message& message, const char* field, std::uint32_t value) {

@@ -9,10 +9,10 @@
 namespace vesk::test {
 namespace {
 
-void expect_outcomes(const std::vector<Row>& rows) { expect_outcomes(Format::text, rows); }
+void expect_texts(const std::vector<Row>& rows) { expect_outcomes(Format::text, rows); }
 
 TEST(text_parse, fields_may_be_set_apart_by_blanks_commas_semicolons_and_comments) {
-    expect_outcomes({
+    expect_texts({
         {"inv_policy", "", ""},
         {"inv_policy", " # nothing\n", ""},
         {"inv_policy", "# nothing", ""},
@@ -31,7 +31,7 @@ TEST(text_parse, fields_may_be_set_apart_by_blanks_commas_semicolons_and_comment
 }
 
 TEST(text_parse, names_are_those_of_the_schema) {
-    expect_outcomes({
+    expect_texts({
         {"event_data", "contextA{}", "VESK_TEXT_UNKNOWN_NAME  1:1"},
         {"event_data", "f6: 1 f", "VESK_TEXT_UNKNOWN_NAME  1:7"},
         {"event_data", "context_a { f11: 1 }", "VESK_TEXT_UNKNOWN_NAME context_a 1:13"},
@@ -42,9 +42,9 @@ TEST(text_parse, names_are_those_of_the_schema) {
 
 TEST(text_parse, nested_message_stands_in_braces_or_angles_with_or_without_a_colon) {
     for (const char* text : {"context_a{f1:1}", "context_a:{f1:1}", "context_a<f1:1>", "context_a : < f1 : 1 ; > ,"}) {
-        expect_outcomes({{"event_data", text, "context_a { f1: 1 }"}});
+        expect_texts({{"event_data", text, "context_a { f1: 1 }"}});
     }
-    expect_outcomes({
+    expect_texts({
         {"event_data", "context_a {}", "context_a { }"},
         {"event_data", "context_a {", "VESK_TEXT_SYNTAX context_a 1:12"},
         {"event_data", "context_a {>", "VESK_TEXT_SYNTAX context_a 1:12"},
@@ -62,9 +62,9 @@ TEST(text_parse, list_grows_by_single_elements_and_by_brackets_wherever_they_sta
           "container_eid_nodeid_list{f3:1} f2:7 container_eid_nodeid_list{}",
           "container_eid_nodeid_list:[{f3:1},{}] f2:7", "container_eid_nodeid_list [ <f3:1> , { } ] ; f2:7",
           "f2:7 container_eid_nodeid_list:[{f3:1}] container_eid_nodeid_list:[] container_eid_nodeid_list<>"}) {
-        expect_outcomes({{"resp_container_eid_nodeid", text, two}});
+        expect_texts({{"resp_container_eid_nodeid", text, two}});
     }
-    expect_outcomes({
+    expect_texts({
         {"resp_container_eid_nodeid", "container_eid_nodeid_list: []", ""},
         {"resp_container_eid_nodeid", "container_eid_nodeid_list: [{},]",
          "VESK_TEXT_SYNTAX container_eid_nodeid_list[1] 1:32"},
@@ -87,14 +87,14 @@ TEST(text_parse, list_with_other_fields_between_its_elements_is_asked_for_once) 
 }
 
 TEST(text_parse, repeated_field_is_an_error_unless_it_is_a_list) {
-    expect_outcomes({
+    expect_texts({
         {"inv_policy", "f3:1 f3:1", "VESK_TEXT_REPEATED f3 1:6"},
         {"event_data", "context_a{} context_a{}", "VESK_TEXT_REPEATED context_a 1:13"},
     });
 }
 
 TEST(text_parse, numbers_are_decimal_hexadecimal_or_octal) {
-    expect_outcomes({
+    expect_texts({
         {"inv_policy", "f3:0x1F", "f3: 31"},
         {"inv_policy", "f3:0XfF", "f3: 255"},
         {"inv_policy", "f3:017", "f3: 15"},
@@ -122,7 +122,7 @@ TEST(text_parse, flags_have_their_words_and_0_and_1) {
     for (const char* no : {"false", "False", "f", "0", "0x0", "00"}) {
         EXPECT_EQ(outcome(Format::text, {"req_container_eid_nodeid", "f3:" + std::string(no), ""}), "f3: false") << no;
     }
-    expect_outcomes({
+    expect_texts({
         {"req_container_eid_nodeid", "f3:2", "VESK_TEXT_OUT_OF_RANGE f3 1:4"},
         {"req_container_eid_nodeid", "f3:TRUE", "VESK_TEXT_WRONG_KIND f3 1:4"},
         {"req_container_eid_nodeid", "f3:'true'", "VESK_TEXT_WRONG_KIND f3 1:4"},
@@ -130,7 +130,7 @@ TEST(text_parse, flags_have_their_words_and_0_and_1) {
 }
 
 TEST(text_parse, strings_have_either_quotes_and_are_joined) {
-    expect_outcomes({
+    expect_texts({
         {"inv_policy", R"(f1:"it's")", R"(f1: "it\'s")"},
         {"inv_policy", R"(f1:'say "x"')", R"(f1: "say \"x\"")"},
         {"inv_policy", "f1:'a' \"b\"\n#c\n'd' f3:1", R"(f1: "abd" f3: 1)"},
@@ -145,7 +145,7 @@ TEST(text_parse, strings_have_either_quotes_and_are_joined) {
 }
 
 TEST(text_parse, escapes_say_any_byte_and_any_character) {
-    expect_outcomes({
+    expect_texts({
         {"scratch_eeprom", R"(f2:'\a\b\f\n\r\t\v\\\?\'\"')", R"(f2: "\007\010\014\n\r\t\013\\?\'\"")"},
         {"scratch_eeprom", R"(f2:'\0\1\12\123\1234\3778\400')", R"(f2: "\000\001\nSS4\3778\000")"},
         {"scratch_eeprom", R"(f2:'\x4\x4A\x4ab\Xff')", R"(f2: "\004JJb\377")"},
@@ -168,7 +168,7 @@ TEST(text_parse, escapes_say_any_byte_and_any_character) {
 }
 
 TEST(text_parse, error_has_the_line_and_the_column_of_its_first_byte) {
-    expect_outcomes({
+    expect_texts({
         {"event_data", "f4: 'a'\ncontext_a {\n  f2: x\n}", "VESK_TEXT_WRONG_KIND context_a.f2 3:7"},
         {"event_data", "f4: '\xC3\xA9' f9: 1", "VESK_TEXT_UNKNOWN_NAME  1:10"},
     });

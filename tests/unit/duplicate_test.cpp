@@ -25,7 +25,7 @@ vesk_scratch_eeprom scratch_pad() {
 }
 
 // Every kind of field, nested and in lists.
-Bytes every_kind() {
+Bytes every_kind_of_field() {
     const Bytes eid = message(number_field(1, 9), message_field(6, number_field(1, 7)), message_field(6, Bytes{}));
     const Bytes eeprom = message(message_field(1, eid), text_field(4, "serial"), bytes_field(20, four_bytes));
     const Bytes common = message(message_field(1, eid), text_field(2, "east"), number_field(6, 1),
@@ -38,11 +38,11 @@ Bytes every_kind() {
 // ---- Copies that succeed -------------------------------------------------------------------------------------------
 
 TEST(duplicate, every_kind_is_copied) {
-    const Decoded<vesk_resp_inv_data> source(every_kind());
+    const Decoded<vesk_resp_inv_data> source(every_kind_of_field());
     ASSERT_EQ(source.code, VESK_OK);
     const Copy<vesk_resp_inv_data> copy(source.message);
     EXPECT_EQ(copy.code, VESK_OK);
-    EXPECT_EQ(to_hex(encoded(copy.message)), to_hex(every_kind()));
+    EXPECT_EQ(to_hex(encoded(copy.message)), to_hex(every_kind_of_field()));
     EXPECT_EQ(copy.ledger.blocks_out(), source.ledger.blocks_out());
 }
 
@@ -52,7 +52,7 @@ TEST(duplicate, shares_no_block_with_its_source) {
     EXPECT_TRUE(copy.ledger.owns(copy->f1));
     EXPECT_TRUE(copy.ledger.owns(copy->f2));
     EXPECT_TRUE(copy.ledger.owns(copy->f4));
-    const Decoded<vesk_resp_inv_data> response(every_kind());
+    const Decoded<vesk_resp_inv_data> response(every_kind_of_field());
     const Copy<vesk_resp_inv_data> other(response.message);
     EXPECT_TRUE(other.ledger.owns(other->idprom_list));
     EXPECT_TRUE(other.ledger.owns(other->idprom_list[0].f4));
@@ -269,7 +269,7 @@ TEST(duplicate_onto_itself, is_a_good_copy_and_its_old_blocks_are_as_they_were) 
 }
 
 TEST(duplicate_onto_itself, what_cannot_be_copied_is_empty_and_marked_absent) {
-    const Decoded<vesk_resp_inv_data> source(every_kind());
+    const Decoded<vesk_resp_inv_data> source(every_kind_of_field());
     vesk_resp_inv_data message = source.message;
     EXPECT_EQ(vesk_resp_inv_data_duplicate(&message, &message, nullptr, nullptr), VESK_NO_MEMORY);
     EXPECT_EQ(message.idprom_list, nullptr);
@@ -373,7 +373,7 @@ TEST(duplicate_failure, nested_message_that_fails_keeps_its_bit) {
 }
 
 TEST(duplicate_failure, each_allocation_failing_in_turn_leaks_nothing) {
-    const Decoded<vesk_resp_inv_data> source(every_kind());
+    const Decoded<vesk_resp_inv_data> source(every_kind_of_field());
     const std::uint64_t requests = Copy<vesk_resp_inv_data>(source.message).ledger.requests_made();
     EXPECT_EQ(requests, 10u);
     for (std::uint64_t n = 1; n <= requests; ++n) {

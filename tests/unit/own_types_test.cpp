@@ -73,21 +73,21 @@ static_assert(check_schema<Parcel>() && check_schema<Letter>() && check_schema<E
 namespace test {
 namespace {
 
-constexpr std::uint8_t untouched = 0xEE;
+constexpr std::uint8_t untouched_byte = 0xEE;
 
 // The parts before an identifier are copied in blocks, of which one would reach into its place.
 TEST(encode_imported, after_short_bytes_finds_its_place_as_the_caller_left_it) {
     std::uint8_t data[] = {0xD5};
     const Parcel parcel{1, data, sizeof data, {40, 0}, {0x07}};
     const Bytes before = message(number_field(1, 1), message_field(2, Bytes(1, 0xD5)), tag(3, length_type), varint(40));
-    Bytes buffer(before.size() + 40 + 16, untouched);
+    Bytes buffer(before.size() + 40 + 16, untouched_byte);
     ASSERT_EQ(encode_ext(&parcel, buffer.data(), buffer.size(), nullptr, nullptr, 0), before.size() + 40);
-    EXPECT_EQ(to_hex(buffer), to_hex(message(before, Bytes(40 + 16, untouched))));
+    EXPECT_EQ(to_hex(buffer), to_hex(message(before, Bytes(40 + 16, untouched_byte))));
 }
 
 TEST(encode_imported, two_in_one_message_count_the_segments_of_both) {
     const Letter letter{{5, 2}, {6, 3}, {0x03}};
-    Bytes buffer(64, untouched);
+    Bytes buffer(64, untouched_byte);
     std::uint32_t segments = 0;
     ASSERT_EQ(encode_ext(&letter, buffer.data(), buffer.size(), nullptr, &segments, 0), 2u + 5 + 2 + 6);
     EXPECT_EQ(segments, 1u + 2 + 3);
@@ -97,7 +97,7 @@ TEST(encode_imported, two_in_one_message_count_the_segments_of_both) {
 // measure it anew.
 TEST(encode_imported, below_a_message_with_a_list_is_measured_twice_if_nobody_counts) {
     const Bag bag{{{{5, 0}, {6, 0}, {0x03}}, {0x01}}, nullptr, 0, {0x01}};
-    Bytes buffer(64, untouched);
+    Bytes buffer(64, untouched_byte);
     measurings_of_stamps = 0;
     ASSERT_EQ(encode_ext(&bag, buffer.data(), buffer.size(), nullptr, nullptr, 0), 2u + 2 + 2 + 5 + 2 + 6);
     EXPECT_EQ(measurings_of_stamps, 2u * 2);

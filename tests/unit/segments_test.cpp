@@ -19,15 +19,15 @@ struct Listing {
     bool stayed_inside = true;           // no slot behind the capacity, or behind the count, was touched
 };
 
-const vesk_segment untouched = {&untouched, 0x5A5A};
+const vesk_segment untouched_segment = {&untouched_segment, 0x5A5A};
 
 bool is_untouched(const vesk_segment& segment) {
-    return segment.data == untouched.data && segment.length == untouched.length;
+    return segment.data == untouched_segment.data && segment.length == untouched_segment.length;
 }
 
 template <class T>
 Listing list_segments(const T& message, std::uint32_t capacity, std::uint32_t flags, std::size_t room = 256) {
-    Listing listing{0, capacity, Bytes(room + 1, 0xEE), std::vector<vesk_segment>(capacity + 8, untouched)};
+    Listing listing{0, capacity, Bytes(room + 1, 0xEE), std::vector<vesk_segment>(capacity + 8, untouched_segment)};
     listing.length =
         Api<T>::encode(&message, listing.buffer.data(), room, listing.segments.data(), &listing.count, flags);
     const std::size_t recorded = listing.count < capacity ? listing.count : capacity;
@@ -154,7 +154,7 @@ TEST(segments, length_that_would_wrap_is_listed_all_the_same) {
 TEST(segments, without_a_count_pointer_referenced_bytes_are_neither_copied_nor_listed) {
     const vesk_scratch_eeprom scratch = three_stretches();
     Bytes buffer(12, 0xEE);
-    vesk_segment segments[3] = {untouched, untouched, untouched};
+    vesk_segment segments[3] = {untouched_segment, untouched_segment, untouched_segment};
     EXPECT_EQ(vesk_scratch_eeprom_encode_ext(&scratch, buffer.data(), buffer.size(), segments, nullptr, by_reference),
               7u);
     EXPECT_EQ(to_hex(buffer), "0a 01 78 12 05 18 07 ee ee ee ee ee");

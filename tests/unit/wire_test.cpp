@@ -16,16 +16,16 @@ struct Read {
     std::uint64_t value;
 };
 
-constexpr std::uint64_t untouched = 0x5A5A5A5A;
+constexpr std::uint64_t untouched_value = 0x5A5A5A5A;
 
 Read read32(const Bytes& input) {
-    std::uint32_t value = untouched;
+    std::uint32_t value = untouched_value;
     const std::uint8_t* behind = read_varint32(input.data(), input.data() + input.size(), &value);
     return {behind == nullptr ? 0 : static_cast<std::size_t>(behind - input.data()), value};
 }
 
 Read read64(const Bytes& input) {
-    std::uint64_t value = untouched;
+    std::uint64_t value = untouched_value;
     const std::uint8_t* behind = read_long_varint64(input.data(), input.data() + input.size(), &value);
     return {behind == nullptr ? 0 : static_cast<std::size_t>(behind - input.data()), value};
 }
@@ -75,13 +75,13 @@ TEST(read_varint32, extra_continuation_bytes_are_stepped_over) {
 
 TEST(read_varint32, end_inside_the_varint_is_refused_and_stores_nothing) {
     expect_reads(read32, {
-                             {"empty", "", 0, untouched},
-                             {"after one byte", "80", 0, untouched},
-                             {"after two bytes", "80 80", 0, untouched},
-                             {"after three bytes", "80 80 80", 0, untouched},
-                             {"after four bytes", "80 80 80 80", 0, untouched},
-                             {"after five bytes", "80 80 80 80 80", 0, untouched},
-                             {"inside extra bytes", "80 80 80 80 80 80 80", 0, untouched},
+                             {"empty", "", 0, untouched_value},
+                             {"after one byte", "80", 0, untouched_value},
+                             {"after two bytes", "80 80", 0, untouched_value},
+                             {"after three bytes", "80 80 80", 0, untouched_value},
+                             {"after four bytes", "80 80 80 80", 0, untouched_value},
+                             {"after five bytes", "80 80 80 80 80", 0, untouched_value},
+                             {"inside extra bytes", "80 80 80 80 80 80 80", 0, untouched_value},
                          });
 }
 
@@ -108,7 +108,7 @@ TEST(read_long_varint64, end_inside_the_varint_is_refused_and_stores_nothing) {
     for (std::size_t length = 0; length <= 12; ++length) {
         const Read result = read64(input);
         EXPECT_EQ(result.consumed, 0u) << "after " << length << " bytes";
-        EXPECT_EQ(result.value, untouched);
+        EXPECT_EQ(result.value, untouched_value);
         input.push_back(0x80);
     }
 }
