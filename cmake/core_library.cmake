@@ -13,6 +13,10 @@ function(vesk_set_library_options target)
         LINKER_LANGUAGE C)  # not libstdc++
     target_compile_options(${target} PRIVATE
         -Wall -Wextra -Wpedantic -Wconversion -Wshadow -fno-exceptions -fno-rtti)
+    if(VESK_LIBRARY_KIND STREQUAL "STATIC")  # a program then links what it calls alone, if it is linked with --gc-sections
+        target_compile_options(${target} PRIVATE -ffunction-sections -fdata-sections
+            $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)  # a unique symbol cannot be made local
+    endif()
     if(VESK_SANITIZE)
         target_compile_options(${target} PRIVATE -fsanitize=${VESK_SANITIZE})
     endif()
@@ -44,9 +48,13 @@ function(vesk_add_runtime target)
 endfunction()
 
 # Exports the functions and tables that the files SYMBOLS list and nothing else, under VERSION_NODE if that is given, and
-# links as a packager would.
+# links as a packager would. A static library exports what the headers declare, and is linked with nothing.
 function(vesk_set_exports target)
     cmake_parse_arguments(ARG "" "VERSION_NODE" "SYMBOLS" ${ARGN})
+    get_target_property(type ${target} TYPE)
+    if(type STREQUAL "STATIC_LIBRARY")
+        return()
+    endif()
     set(symbols "")
     foreach(file ${ARG_SYMBOLS})
         set(symbols_file ${PROJECT_SOURCE_DIR}/${file})
@@ -76,11 +84,11 @@ function(vesk_set_exports target)
     endif()
 endfunction()
 
-# A shared library of generated units, the objects of RUNTIME and further SOURCES. It exports what the units' .symbols files
+# A library of generated units, the objects of RUNTIME and further SOURCES. It exports what the units' .symbols files
 # and the files SYMBOLS list.
 function(vesk_add_library target)
     cmake_parse_arguments(ARG "" "RUNTIME;VERSION_NODE" "UNITS;SOURCES;SYMBOLS" ${ARGN})
-    add_library(${target} SHARED ${ARG_SOURCES})
+    add_library(${target} ${VESK_LIBRARY_KIND} ${ARG_SOURCES})
     vesk_set_core_options(${target})
     foreach(unit ${ARG_UNITS})
         target_sources(${target} PRIVATE ${unit}/${unit}_exports.cpp)
@@ -88,7 +96,7 @@ function(vesk_add_library target)
     endforeach()
     vesk_set_exports(${target} VERSION_NODE "${ARG_VERSION_NODE}" SYMBOLS ${ARG_SYMBOLS})
     target_sources(${target} PRIVATE $<TARGET_OBJECTS:${ARG_RUNTIME}>)
-    target_link_libraries(${target} PUBLIC vesk_headers)
+    target_link_libraries(${target} PUBLIC $<BUILD_INTERFACE:vesk_headers>)
 endfunction()
 
 # Where the loader looks for the EID's library: beside the library itself, and two folders up, which is the same place

@@ -19,5 +19,8 @@ foreach(processor ${VESK_CPU})
     set_target_properties(${inventory} PROPERTIES
         OUTPUT_NAME vesk_inventory
         LIBRARY_OUTPUT_DIRECTORY $<TARGET_FILE_DIR:vesk_inventory>/glibc-hwcaps/${processor})
-    install(TARGETS ${inventory} LIBRARY NAMELINK_SKIP DESTINATION ${CMAKE_INSTALL_LIBDIR}/glibc-hwcaps/${processor})
+    if(VESK_INSTALL)
+        install(TARGETS ${inventory} LIBRARY NAMELINK_SKIP COMPONENT inventory
+            DESTINATION ${CMAKE_INSTALL_LIBDIR}/glibc-hwcaps/${processor})
+    endif()
 endforeach()

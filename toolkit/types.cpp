@@ -42,6 +42,8 @@ const vesk_type* find(const vesk_type* first, const char* name) {
 }  // namespace
 }  // namespace vesk
 
+const char* vesk_version() { return VESK_VERSION; }
+
 const vesk_type* vesk_all_types(uint32_t* count) {
     if (count != nullptr) *count = vesk::count_own();
     return vesk::table.types;
