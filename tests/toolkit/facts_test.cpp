@@ -19,6 +19,8 @@ std::vector<const vesk_type*> toolkit_types() {
     return types;
 }
 
+TEST(version, of_the_library_is_that_of_its_headers) { EXPECT_STREQ(vesk_version(), VESK_VERSION); }
+
 TEST(facts, all_types_gives_the_95_in_the_order_of_the_headers) {
     std::uint32_t count = 0;
     const vesk_type* const first = vesk_all_types(&count);

@@ -5,7 +5,7 @@
 #include <vesk/vesk_text.h>
 #include <vesk/vesk_toolkit.h>
 
-static int32_t to_stdout(const char *text, size_t length, void *context) {
+static int32_t to_stdout(const char* text, size_t length, void* context) {
     (void)context;
     return fwrite(text, 1, length, stdout) == length ? 0 : 1;
 }
@@ -15,7 +15,7 @@ int main(void) {
     uint8_t bytes[8];
     uint64_t length;
     vesk_text_options options = vesk_default_text_options();
-    const vesk_type *type = vesk_type_named("pem_data");
+    const vesk_type* type = vesk_type_named("pem_data");
 
     memset(&pem, 0, sizeof pem);
     pem.f3 = 4800;
