@@ -20,9 +20,8 @@ static void read_from_stranger(const void* input, uint64_t length) {
     vesk_report report;
     report.size = sizeof report;
     int32_t code = vesk_check(vesk_type_named("resp_inv_data"), input, length, 0, &report, NULL);
-    printf("%llu bytes, decoded %llu in %llu blocks: %s %s\n", (unsigned long long)length,
-           (unsigned long long)report.cost.bytes, (unsigned long long)report.cost.blocks, vesk_result_name(code),
-           report.path);
+    printf("%llu bytes, decoded %llu in %llu blocks: %s\n", (unsigned long long)length,
+           (unsigned long long)report.cost.bytes, (unsigned long long)report.cost.blocks, vesk_result_name(code));
 
     vesk_arena arena;
     vesk_arena_of_blocks(&arena, from_heap, to_heap, NULL);
