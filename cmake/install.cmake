@@ -61,6 +61,9 @@ if(VESK_INSTALL)
     install(FILES schema/client_service.proto schema/drin_eid.proto schema/inventory_db.proto
         DESTINATION ${CMAKE_INSTALL_DATADIR}/vesk/schema COMPONENT inventory)
     install(FILES tools/gdb/vesk_gdb.py DESTINATION ${CMAKE_INSTALL_DATADIR}/vesk/gdb COMPONENT inventory)
+    # The golden vectors, for other implementations: docs/vectors.md.
+    file(GLOB vectors CONFIGURE_DEPENDS vectors/*.jsonl)
+    install(FILES ${vectors} vectors/SHA256SUMS DESTINATION ${CMAKE_INSTALL_DATADIR}/vesk/vectors COMPONENT inventory)
     configure_package_config_file(cmake/vesk_inventory-config.cmake.in ${PROJECT_BINARY_DIR}/vesk_inventory-config.cmake.gen
         INSTALL_DESTINATION ${VESK_INSTALL_PACKAGE_DIR} NO_SET_AND_CHECK_MACRO NO_CHECK_REQUIRED_COMPONENTS_MACRO
         PATH_VARS CMAKE_INSTALL_LIBDIR)

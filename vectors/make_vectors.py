@@ -144,6 +144,8 @@ class Reader:
         return value, all_bits
 
     def skip(self, number, wire_type):
+        if number == 0:
+            self.differs.add("field_number_0_is_unknown_field")
         if wire_type == VARINT:
             self.number(64)
         elif wire_type == LENGTH:
@@ -155,9 +157,10 @@ class Reader:
             if wire_type == START_GROUP:
                 self.differs.add("group_is_refused")
             raise Refused(UNKNOWN_WIRE_TYPE)
-        cut_short = self.at > self.end  # and the message ends there
-        self.differs.add("unknown_field_cut_short_is_accepted" if cut_short
-                         else "field_number_0_is_unknown_field" if number == 0 else "unknown_field_is_dropped")
+        if self.at > self.end:  # and the message ends there
+            self.differs.add("unknown_field_cut_short_is_accepted")
+        elif number != 0:
+            self.differs.add("unknown_field_is_dropped")
 
     def known(self, field, wire_type):
         if wire_type != (VARINT if field.kind in SCALARS else LENGTH):
