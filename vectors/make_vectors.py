@@ -448,6 +448,11 @@ def of_truncated():
             yield name, f"the first {length} of {len(full)} bytes", full[:length]
 
 
+def under(number, wire_type):
+    """Something under a wire type that is not the field's; a group that ends."""
+    return tag(number, wire_type) + (tag(number, END_GROUP) if wire_type == START_GROUP else b"\0" * 8)
+
+
 def of_refused():
     """What is refused, with each code."""
     for place, (name, fields) in enumerate(TYPES.items()):
@@ -455,7 +460,7 @@ def of_refused():
             is_number = field.kind in SCALARS
             wire_type = (LENGTH if is_number else VARINT, FIXED64, START_GROUP, FIXED32, 6, END_GROUP, 7)[position % 7]
             if position < 7 or field.nested is not None:
-                yield name, f"{field.name} under wire type {wire_type}", tag(field.number, wire_type) + b"\0" * 8
+                yield name, f"{field.name} under wire type {wire_type}", under(field.number, wire_type)
             if field.kind in ("string", "bytes"):
                 yield name, f"{field.name}: twice", one(field, b"a") + one(field, b"b")
                 yield name, f"{field.name}: 5 bytes that are not there", tag(field.number, LENGTH) + varint(5) + b"abcd"
@@ -471,7 +476,7 @@ def of_refused():
                 yield name, f"{field.name}: longer than the message", tag(field.number, LENGTH) + varint(2) + b"\x08"
                 yield name, f"{field.name}: an unknown field of wire type 7 in it", one(field, tag(UNKNOWN, 7))
         wire_type = (START_GROUP, END_GROUP, 6, 7)[place % 4]
-        yield name, f"an unknown field of wire type {wire_type}", tag(UNKNOWN, wire_type) + b"\0"
+        yield name, f"an unknown field of wire type {wire_type}", under(UNKNOWN, wire_type)
         yield name, "a tag that does not end", b"\x80"
     for name in ("pem_data", "led_data", "req_inv_data"):
         yield name, "a tag of 11 bytes that does not end", b"\xff" * 11
