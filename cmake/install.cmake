@@ -64,6 +64,10 @@ if(VESK_INSTALL)
     # The golden vectors, for other implementations: docs/vectors.md.
     file(GLOB vectors CONFIGURE_DEPENDS vectors/*.jsonl)
     install(FILES ${vectors} vectors/SHA256SUMS DESTINATION ${CMAKE_INSTALL_DATADIR}/vesk/vectors COMPONENT inventory)
+    # Whatever licence the owner chooses goes along; none has been chosen yet.
+    if(EXISTS ${PROJECT_SOURCE_DIR}/LICENSE)
+        install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/vesk COMPONENT inventory)
+    endif()
     configure_package_config_file(cmake/vesk_inventory-config.cmake.in ${PROJECT_BINARY_DIR}/vesk_inventory-config.cmake.gen
         INSTALL_DESTINATION ${VESK_INSTALL_PACKAGE_DIR} NO_SET_AND_CHECK_MACRO NO_CHECK_REQUIRED_COMPONENTS_MACRO
         PATH_VARS CMAKE_INSTALL_LIBDIR)

@@ -182,6 +182,9 @@ bool read_unit(const FileDescriptor& file, const Options& options, Unit* unit, s
     const std::vector<int> syntax_line{google::protobuf::FileDescriptorProto::kSyntaxFieldNumber};
     if (file.GetSourceLocation(syntax_line, &location)) {
         unit->comment = join_lines(location.leading_comments);
+        for (const std::string& comment : location.leading_detached_comments) {
+            if (comment.find("SPDX-License-Identifier:") != std::string::npos) unit->licence = join_lines(comment);
+        }
     }
     read_imports(file, options, unit);
     for (int i = 0; i < file.message_type_count(); ++i) {

@@ -32,6 +32,7 @@ struct Unit {
     std::string name;  // of the .proto file, without .proto
     std::string prefix;
     std::string comment;
+    std::string licence;  // the line with which it names its licence, if it has one; what is made of it says the same
     std::vector<std::string> imports;          // every imported file, without .proto
     std::vector<std::string> library_imports;  // those of the same library
     // C names of another library's messages that this unit holds and that no unit in library_imports holds, and the
