@@ -1,7 +1,10 @@
-"""Breaks the ABI in one place after the other, and sees the program of a release fail: breaks_test.py RELEASE LIBRARIES INCLUDE COMPILER
+"""Breaks the ABI in one place after the other, and sees the program of a release fail.
 
-A symbol, version node or SONAME is changed in copies of the libraries, in the names that the loader reads; a structure or value
-in a copy of the release's headers, which is then as far from the libraries as if those had changed. No library is built anew.
+    breaks_test.py RELEASE LIBRARIES INCLUDE COMPILER
+
+A symbol, version node or SONAME is changed in copies of the libraries, in the names that the loader reads; a structure or
+value in a copy of the release's headers, which is then as far from the libraries as if those had changed. No library is
+built anew.
 """
 
 import contextlib

@@ -127,7 +127,7 @@ def check(release, libraries, include, compiler):
     with tempfile.TemporaryDirectory() as scratch:
         faults += faults_of_run(build_program(release, compiler, pathlib.Path(scratch)), libraries)
     if faults:
-        print(f"A program that was built for {release.name} does not run with these libraries (docs/abi.md has what is promised):",
+        print(f"A program that was built for {release.name} does not run with these libraries (see docs/abi.md):",
               *faults, sep="\n  ")
     return bool(faults)
 

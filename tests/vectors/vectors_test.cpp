@@ -47,7 +47,8 @@ std::vector<Vector> read_vectors() {
                           row.value("json", Json()),
                           hex(row.value("canonical", row.at("hex").get<std::string>())),
                           row.value("differs", std::set<std::string>())};
-            if (row.contains("code") == row.contains("json")) throw std::runtime_error(vector.place + ": not one of both");
+            if (row.contains("code") == row.contains("json"))
+                throw std::runtime_error(vector.place + ": not one of both");
             vectors.push_back(std::move(vector));
         }
     }
@@ -75,8 +76,8 @@ bool has_nul(const Vector& vector) { return vector.differs.contains("string_ends
 
 // What was decoded says what the vector says, as JSON and as bytes.
 void expect_content(const Vector& vector, const TypeInfo& type, const void* message) {
-    const Json json = has_nul(vector) ? printed_json(print_encoded(Format::json, facts_of(type), vector.canonical))
-                                      : vector.json;
+    const Json json =
+        has_nul(vector) ? printed_json(print_encoded(Format::json, facts_of(type), vector.canonical)) : vector.json;
     EXPECT_EQ(printed_json(print(Format::json, facts_of(type), message)), json);
     EXPECT_EQ(to_hex(encoded(type, message)), to_hex(vector.canonical));
 }
@@ -116,7 +117,8 @@ TEST(vectors, toolkit_checks_each_to_its_code) {
     for_every_vector([](const Vector& vector, const TypeInfo& type) {
         vesk_report report;
         report.size = sizeof report;
-        EXPECT_EQ(vesk_check(facts_of(type), vector.input.data(), vector.input.size(), 0, &report, nullptr), vector.code);
+        EXPECT_EQ(vesk_check(facts_of(type), vector.input.data(), vector.input.size(), 0, &report, nullptr),
+                  vector.code);
     });
 }
 
@@ -131,7 +133,8 @@ TEST(vectors, second_implementation_decodes_each_to_its_code_json_and_canonical_
         if (vector.code == VESK_OK) {
             expect_content(vector, type, message.get());
             Bytes bytes(vector.canonical.size());
-            EXPECT_EQ(interpreter::encode(row, message.get(), bytes.data(), bytes.size(), nullptr, nullptr, 0), bytes.size());
+            EXPECT_EQ(interpreter::encode(row, message.get(), bytes.data(), bytes.size(), nullptr, nullptr, 0),
+                      bytes.size());
             EXPECT_EQ(to_hex(bytes), to_hex(vector.canonical));
         }
         interpreter::release(row, message.get(), Ledger::release, &ledger, 0);

@@ -1,5 +1,5 @@
-/* A program as somebody wrote it for 1.0.0: it calls every function that the three libraries had, in earnest. It is built
- * against the headers and the symbols of 1.0.0 and run with the libraries of today. */
+/* A program as somebody wrote it for 1.0.0: it calls every function that the three libraries had, in earnest. It is
+ * built against the headers and the symbols of 1.0.0 and run with the libraries of today. */
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -11,19 +11,19 @@ static long blocks = 0; /* that are not given back */
 static int functions = 0;
 static int failures = 0;
 
-static void *allocate(uint64_t size, void *context) {
+static void* allocate(uint64_t size, void* context) {
     (void)context;
     ++blocks;
     return malloc(size != 0 ? (size_t)size : 1);
 }
 
-static void release(void *block, void *context) {
+static void release(void* block, void* context) {
     (void)context;
     --blocks;
     free(block);
 }
 
-static void expect(int condition, const char *subject, const char *what) {
+static void expect(int condition, const char* subject, const char* what) {
     if (condition) return;
     printf("%s %s\n", subject, what);
     ++failures;
@@ -33,9 +33,9 @@ static void expect(int condition, const char *subject, const char *what) {
 
 enum { ROOM = 1024 };
 
-static void mark_room(unsigned char *room) { memset(room, 0xA5, ROOM); }
+static void mark_room(unsigned char* room) { memset(room, 0xA5, ROOM); }
 
-static int is_room_marked(const unsigned char *room) {
+static int is_room_marked(const unsigned char* room) {
     int i;
     for (i = 0; i < ROOM; ++i) {
         if (room[i] != 0xA5) return 0;
@@ -44,27 +44,27 @@ static int is_room_marked(const unsigned char *room) {
 }
 
 /* A structure S named `name` with room after it. */
-#define WITH_ROOM(S, name)          \
-    struct {                        \
-        S it;                       \
-        unsigned char room[ROOM];   \
-    } name;                         \
+#define WITH_ROOM(S, name)               \
+    struct {                             \
+        S it;                            \
+        unsigned char room[ROOM];        \
+    } name;                              \
     memset(&name.it, 0, sizeof name.it); \
     mark_room(name.room)
 
 /* ---- The library: every type with every field ---- */
 
-static uint32_t put_varint(uint8_t *bytes, uint32_t at, uint32_t value) {
+static uint32_t put_varint(uint8_t* bytes, uint32_t at, uint32_t value) {
     for (; value >= 128; value >>= 7) bytes[at++] = (uint8_t)(value | 128);
     bytes[at++] = (uint8_t)value;
     return at;
 }
 
 /* A message with each field of its type: 1 in a scalar, "a" in a string or bytes, nothing in a message or element. */
-static uint32_t put_every_field(const vesk_type *type, uint8_t *bytes) {
+static uint32_t put_every_field(const vesk_type* type, uint8_t* bytes) {
     uint32_t at = 0, place;
     for (place = 0; place < type->field_count; ++place) {
-        const vesk_field *field = vesk_type_field(type, place);
+        const vesk_field* field = vesk_type_field(type, place);
         at = put_varint(bytes, at, field->tag);
         bytes[at++] = field->kind == VESK_KIND_MESSAGE || field->kind == VESK_KIND_LIST ? 0 : 1;
         if (field->kind == VESK_KIND_STRING || field->kind == VESK_KIND_BYTES) bytes[at++] = 'a';
@@ -72,35 +72,36 @@ static uint32_t put_every_field(const vesk_type *type, uint8_t *bytes) {
     return at;
 }
 
-#define CALL(T)                                                                                                  \
-    static void call_##T(void) {                                                                                 \
-        const vesk_type *type = vesk_type_named(#T + sizeof "vesk_" - 1);                                        \
-        uint8_t bytes[512], again[512];                                                                          \
-        uint32_t length, place;                                                                                  \
-        WITH_ROOM(T, decoded);                                                                                   \
-        WITH_ROOM(T, copy);                                                                                      \
-        functions += 4;                                                                                          \
-        expect(type != NULL, #T, "is not known any more");                                                       \
-        if (type == NULL) return;                                                                                \
-        expect(type->structure_size == sizeof(T), #T, "has another size");                                       \
-        expect(type->presence_offset == offsetof(T, present), #T, "has its presence bits elsewhere");            \
-        expect(T##_encode_ext(&copy.it, NULL, 0, NULL, NULL, 0) == 0, #T, "has content when it is cleared");     \
-        length = put_every_field(type, bytes);                                                                   \
-        expect(T##_decode_ext(&decoded.it, bytes, length, allocate, NULL, 0) == VESK_OK, #T, "is not decoded");  \
-        expect(is_room_marked(decoded.room), #T, "is decoded past its end");                                     \
-        for (place = 0; place < type->field_count; ++place) {                                                    \
-            expect(VESK_HAS(&decoded.it, vesk_type_field(type, place)->presence_bit), #T, "misses a field");     \
-        }                                                                                                        \
-        if (is_room_marked(decoded.room)) {                                                                      \
-            expect(T##_duplicate(&copy.it, &decoded.it, allocate, NULL) == VESK_OK, #T, "is not duplicated");    \
-            expect(is_room_marked(copy.room), #T, "is duplicated past its end");                                 \
-            expect(T##_encode_ext(&copy.it, again, sizeof again, NULL, NULL, 0) == length &&                     \
-                       memcmp(bytes, again, length) == 0, #T, "encodes to other bytes");                         \
-            T##_free_ext(&copy.it, release, NULL, 0);                                                            \
-            T##_free_ext(&decoded.it, release, NULL, 0);                                                         \
-        }                                                                                                        \
-        expect(blocks == 0, #T, "keeps blocks");                                                                 \
-        blocks = 0;                                                                                              \
+#define CALL(T)                                                                                                 \
+    static void call_##T(void) {                                                                                \
+        const vesk_type* type = vesk_type_named(#T + sizeof "vesk_" - 1);                                       \
+        uint8_t bytes[512], again[512];                                                                         \
+        uint32_t length, place;                                                                                 \
+        WITH_ROOM(T, decoded);                                                                                  \
+        WITH_ROOM(T, copy);                                                                                     \
+        functions += 4;                                                                                         \
+        expect(type != NULL, #T, "is not known any more");                                                      \
+        if (type == NULL) return;                                                                               \
+        expect(type->structure_size == sizeof(T), #T, "has another size");                                      \
+        expect(type->presence_offset == offsetof(T, present), #T, "has its presence bits elsewhere");           \
+        expect(T##_encode_ext(&copy.it, NULL, 0, NULL, NULL, 0) == 0, #T, "has content when it is cleared");    \
+        length = put_every_field(type, bytes);                                                                  \
+        expect(T##_decode_ext(&decoded.it, bytes, length, allocate, NULL, 0) == VESK_OK, #T, "is not decoded"); \
+        expect(is_room_marked(decoded.room), #T, "is decoded past its end");                                    \
+        for (place = 0; place < type->field_count; ++place) {                                                   \
+            expect(VESK_HAS(&decoded.it, vesk_type_field(type, place)->presence_bit), #T, "misses a field");    \
+        }                                                                                                       \
+        if (is_room_marked(decoded.room)) {                                                                     \
+            expect(T##_duplicate(&copy.it, &decoded.it, allocate, NULL) == VESK_OK, #T, "is not duplicated");   \
+            expect(is_room_marked(copy.room), #T, "is duplicated past its end");                                \
+            expect(T##_encode_ext(&copy.it, again, sizeof again, NULL, NULL, 0) == length &&                    \
+                       memcmp(bytes, again, length) == 0,                                                       \
+                   #T, "encodes to other bytes");                                                               \
+            T##_free_ext(&copy.it, release, NULL, 0);                                                           \
+            T##_free_ext(&decoded.it, release, NULL, 0);                                                        \
+        }                                                                                                       \
+        expect(blocks == 0, #T, "keeps blocks");                                                                \
+        blocks = 0;                                                                                             \
     }
 #include "all_types.inc"
 #undef CALL
@@ -109,14 +110,14 @@ static uint32_t put_every_field(const vesk_type *type, uint8_t *bytes) {
 
 #define TRY(name, condition) (++functions, expect(condition, name, "does not do what it did"))
 
-static int32_t on_difference(const char *path, const vesk_value *left, const vesk_value *right, void *context) {
-    int *seen = (int *)context;
+static int32_t on_difference(const char* path, const vesk_value* left, const vesk_value* right, void* context) {
+    int* seen = (int*)context;
     if (strcmp(path, "f3") == 0 && left != NULL && left->number == 2 && right == NULL) ++*seen;
     return 0;
 }
 
-static int32_t on_finding(int32_t finding, const char *path, void *context) {
-    int *seen = (int *)context;
+static int32_t on_finding(int32_t finding, const char* path, void* context) {
+    int* seen = (int*)context;
     if (finding == VESK_LINT_NOT_MARKED && strcmp(path, "f3") == 0) ++*seen;
     return 0;
 }
@@ -125,11 +126,11 @@ static void call_toolkit(void) {
     static const uint8_t list[] = {0x0A, 0x02, 0x18, 0x01, 0x0A, 0x00}; /* two elements under field 1 */
     static unsigned char memory[4096];
     char colour[] = "green";
-    const vesk_type *type = vesk_type_named("led_data");
-    const vesk_type *with_list = vesk_type_named("resp_container_eid_nodeid");
+    const vesk_type* type = vesk_type_named("led_data");
+    const vesk_type* with_list = vesk_type_named("resp_container_eid_nodeid");
     vesk_options options = vesk_default_options();
     uint8_t bytes[64], gathered[64];
-    void *encoded = NULL;
+    void* encoded = NULL;
     uint64_t length = 0, differences = 0;
     uint32_t count = 0, segment_count = 4;
     vesk_segment segments[4];
@@ -154,18 +155,21 @@ static void call_toolkit(void) {
     release(encoded, NULL);
     count = sizeof gathered;
     differences = sizeof gathered;
-    TRY("vesk_gather", vesk_gather(type, &led.it, gathered, &differences, segments, &segment_count, &options) == VESK_OK &&
-                           differences == 9 && segment_count == 1 && memcmp(segments[0].data, bytes, 9) == 0);
+    TRY("vesk_gather",
+        vesk_gather(type, &led.it, gathered, &differences, segments, &segment_count, &options) == VESK_OK &&
+            differences == 9 && segment_count == 1 && memcmp(segments[0].data, bytes, 9) == 0);
 
     report.it.size = sizeof report.it;
-    TRY("vesk_check", vesk_check(type, bytes, length, 0, &report.it, &options) == VESK_OK && report.it.cost.blocks == 1 &&
-                          report.it.cost.bytes == 6 && report.it.at == 9);
+    TRY("vesk_check", vesk_check(type, bytes, length, 0, &report.it, &options) == VESK_OK &&
+                          report.it.cost.blocks == 1 && report.it.cost.bytes == 6 && report.it.at == 9);
 
     vesk_arena_of_buffer(&arena.it, memory, sizeof memory);
     vesk_arena_limit(&arena.it, 16, 1);
     TRY("vesk_arena_limit", vesk_arena_alloc(17, &arena.it) == NULL);
-    TRY("vesk_arena_of_buffer", vesk_led_data_decode_ext(&other.it, bytes, length, vesk_arena_alloc, &arena.it, 0) == VESK_OK);
-    TRY("vesk_arena_alloc", (unsigned char *)other.it.f5 >= memory && (unsigned char *)other.it.f5 < memory + sizeof memory);
+    TRY("vesk_arena_of_buffer",
+        vesk_led_data_decode_ext(&other.it, bytes, length, vesk_arena_alloc, &arena.it, 0) == VESK_OK);
+    TRY("vesk_arena_alloc",
+        (unsigned char*)other.it.f5 >= memory && (unsigned char*)other.it.f5 < memory + sizeof memory);
     vesk_led_data_free_ext(&other.it, vesk_arena_release, &arena.it, 0);
     TRY("vesk_arena_release", other.it.f5 == NULL);
     vesk_arena_reset(&arena.it);
@@ -177,9 +181,9 @@ static void call_toolkit(void) {
     TRY("vesk_arena_close", blocks == 0);
     TRY("vesk_arena_limit_for", vesk_arena_limit_for(100) == 4096 + 3200);
 
-    TRY("vesk_one_block_open",
-        VESK_DECODE_IN_ONE_BLOCK(vesk_led_data_decode_ext, type, &other.it, bytes, length, 0, allocate, NULL, &block.it,
-                                 NULL) == VESK_OK && blocks == 1 && strcmp(other.it.f5, "green") == 0);
+    TRY("vesk_one_block_open", VESK_DECODE_IN_ONE_BLOCK(vesk_led_data_decode_ext, type, &other.it, bytes, length, 0,
+                                                        allocate, NULL, &block.it, NULL) == VESK_OK &&
+                                   blocks == 1 && strcmp(other.it.f5, "green") == 0);
     TRY("vesk_equal", vesk_equal(type, &led.it, &other.it, NULL) == 1);
     VESK_UNMARK(&other.it, VESK_LED_DATA_F3);
     TRY("vesk_diff", vesk_diff(type, &led.it, &other.it, on_difference, &seen, &differences, &options) == VESK_OK &&
@@ -191,14 +195,15 @@ static void call_toolkit(void) {
     value.it.size = sizeof value.it;
     TRY("vesk_peek", vesk_peek(type, "f5", bytes, length, &value.it, &options) == VESK_OK && value.it.length == 5 &&
                          memcmp(value.it.data, "green", 5) == 0);
-    TRY("vesk_iterate", vesk_iterate(&iterator.it, with_list, "container_eid_nodeid_list", list, sizeof list, &options) ==
-                            VESK_OK);
+    TRY("vesk_iterate",
+        vesk_iterate(&iterator.it, with_list, "container_eid_nodeid_list", list, sizeof list, &options) == VESK_OK);
     TRY("vesk_next", vesk_next(&iterator.it, &value.it) == 1 && value.it.length == 2 &&
                          vesk_next(&iterator.it, &value.it) == 1 && value.it.length == 0 &&
                          vesk_next(&iterator.it, &value.it) == 0);
     expect(is_room_marked(arena.room) && is_room_marked(report.room) && is_room_marked(block.room) &&
                is_room_marked(value.room) && is_room_marked(iterator.room) && is_room_marked(led.room) &&
-               is_room_marked(other.room), "the toolkit", "writes past a structure");
+               is_room_marked(other.room),
+           "the toolkit", "writes past a structure");
 }
 
 /* ---- Texts ---- */
@@ -208,8 +213,8 @@ typedef struct written {
     size_t length;
 } written;
 
-static int32_t append(const char *text, size_t length, void *context) {
-    written *all = (written *)context;
+static int32_t append(const char* text, size_t length, void* context) {
+    written* all = (written*)context;
     if (length >= sizeof all->text - all->length) return 1;
     memcpy(all->text + all->length, text, length);
     all->length += length;
@@ -217,11 +222,11 @@ static int32_t append(const char *text, size_t length, void *context) {
     return 0;
 }
 
-static int is_text(const written *all, const char *expected) { return strcmp(all->text, expected) == 0; }
+static int is_text(const written* all, const char* expected) { return strcmp(all->text, expected) == 0; }
 
 static void call_text(void) {
     static const char json[] = "{\"f3\":2,\"f5\":\"green\"}", text[] = "f3: 2 f5: \"green\"";
-    const vesk_type *type = vesk_type_named("led_data");
+    const vesk_type* type = vesk_type_named("led_data");
     uint8_t bytes[64];
     uint64_t length;
     vesk_text_options options = vesk_default_text_options();
@@ -233,19 +238,23 @@ static void call_text(void) {
     options.flags = VESK_TEXT_ONE_LINE;
     report.it.size = sizeof report.it;
 
-    TRY("vesk_json_parse", vesk_json_parse(type, &led.it, json, sizeof json - 1, allocate, NULL, &report.it, &options) ==
-                               VESK_OK && report.it.code == VESK_OK && led.it.f3 == 2);
-    TRY("vesk_text_parse", vesk_text_parse(type, &other.it, text, sizeof text - 1, allocate, NULL, &report.it, &options) ==
-                               VESK_OK && strcmp(other.it.f5, "green") == 0);
+    TRY("vesk_json_parse",
+        vesk_json_parse(type, &led.it, json, sizeof json - 1, allocate, NULL, &report.it, &options) == VESK_OK &&
+            report.it.code == VESK_OK && led.it.f3 == 2);
+    TRY("vesk_text_parse",
+        vesk_text_parse(type, &other.it, text, sizeof text - 1, allocate, NULL, &report.it, &options) == VESK_OK &&
+            strcmp(other.it.f5, "green") == 0);
     length = vesk_led_data_encode_ext(&led.it, bytes, sizeof bytes, NULL, NULL, 0);
-    TRY("vesk_json_print", vesk_json_print(type, &other.it, append, &out[0], &report.it, &options) == VESK_OK &&
-                               is_text(&out[0], json));
-    TRY("vesk_text_print", vesk_text_print(type, &led.it, append, &out[1], &report.it, &options) == VESK_OK &&
-                               is_text(&out[1], text));
-    TRY("vesk_json_print_encoded", vesk_json_print_encoded(type, bytes, length, append, &out[2], &report.it, &options) ==
-                                       VESK_OK && is_text(&out[2], json));
-    TRY("vesk_text_print_encoded", vesk_text_print_encoded(type, bytes, length, append, &out[3], &report.it, &options) ==
-                                       VESK_OK && is_text(&out[3], text));
+    TRY("vesk_json_print",
+        vesk_json_print(type, &other.it, append, &out[0], &report.it, &options) == VESK_OK && is_text(&out[0], json));
+    TRY("vesk_text_print",
+        vesk_text_print(type, &led.it, append, &out[1], &report.it, &options) == VESK_OK && is_text(&out[1], text));
+    TRY("vesk_json_print_encoded",
+        vesk_json_print_encoded(type, bytes, length, append, &out[2], &report.it, &options) == VESK_OK &&
+            is_text(&out[2], json));
+    TRY("vesk_text_print_encoded",
+        vesk_text_print_encoded(type, bytes, length, append, &out[3], &report.it, &options) == VESK_OK &&
+            is_text(&out[3], text));
     vesk_led_data_free_ext(&led.it, release, NULL, 0);
     vesk_led_data_free_ext(&other.it, release, NULL, 0);
     expect(blocks == 0, "libvesk_text", "keeps blocks");
