@@ -74,7 +74,7 @@ static uint32_t put_every_field(const vesk_type* type, uint8_t* bytes) {
 
 #define CALL(T)                                                                                                 \
     static void call_##T(void) {                                                                                \
-        const vesk_type* type = vesk_type_named(#T + sizeof "vesk_" - 1);                                       \
+        const vesk_type* type = vesk_type_named(&#T[sizeof "vesk_" - 1]);                                       \
         uint8_t bytes[512], again[512];                                                                         \
         uint32_t length, place;                                                                                 \
         WITH_ROOM(T, decoded);                                                                                  \
