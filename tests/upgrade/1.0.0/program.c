@@ -143,6 +143,7 @@ static void call_toolkit(void) {
     WITH_ROOM(vesk_led_data, led);
     WITH_ROOM(vesk_led_data, other);
 
+    TRY("vesk_version", strncmp(vesk_version(), "1.", 2) == 0);
     TRY("vesk_type_named", type != NULL && strcmp(vesk_type_name(type), "led_data") == 0 && with_list != NULL);
     TRY("vesk_all_types", vesk_all_types(&count) != NULL && count >= 95);
     led.it.f3 = 2;

@@ -18,6 +18,13 @@ extern "C" {
 #define VESK_API
 #endif
 
+/* The version of these headers, and the one place where it stands: what is built and installed takes it from here.
+ * vesk_version of the toolkit names that of the library that a program runs with. */
+#define VESK_VERSION_MAJOR 1
+#define VESK_VERSION_MINOR 0
+#define VESK_VERSION_PATCH 0
+#define VESK_VERSION "1.0.0"
+
 /* Results of decode and duplicate. The values are fixed: a code is never renumbered and never reused. */
 enum vesk_result {
     VESK_OK = 0,

@@ -27,6 +27,11 @@
 extern "C" {
 #endif
 
+/* The version of the library that a program runs with, "1.0.0": the VESK_VERSION that it was built with, where the macro in a
+ * program is that of the headers which the program was built with. All libraries of one installation have one version. Never
+ * null, never given back. */
+VESK_API const char *vesk_version(void);
+
 /* Results beside those of vesk_result. The values are fixed: one is never renumbered and never reused. */
 enum vesk_toolkit_result {
     VESK_ABSENT = -101,        /* the path is good, and there is no such field in the bytes */
