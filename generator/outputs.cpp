@@ -125,18 +125,22 @@ std::string print_prototype(const std::string& head, const std::vector<std::stri
     return text;
 }
 
+// A line each, for whoever meets the function in an editor; the rules stand once.
 std::string print_prototypes(const Message& message) {
     const std::string& name = message.name;
-    return "/* Encode, decode, copy and release; vesk_runtime.h has the contract. */\n" +
+    return "/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */\n" +
            print_prototype("VESK_API uint64_t " + name + "_encode_ext",
                            {"const " + name + " *message", "void *buffer", "uint64_t length", "vesk_segment *segments",
                             "uint32_t *segment_count", "uint32_t flags"}) +
+           "/* Reads a message from bytes. */\n" +
            print_prototype("VESK_API int32_t " + name + "_decode_ext",
                            {name + " *message", "const void *buffer", "uint64_t length", "vesk_alloc alloc",
                             "void *context", "uint32_t flags"}) +
+           "/* Copies a message and everything that it owns. */\n" +
            print_prototype(
                "VESK_API int32_t " + name + "_duplicate",
                {name + " *destination", "const " + name + " *source", "vesk_alloc alloc", "void *context"}) +
+           "/* Gives back every block that a message owns. */\n" +
            print_prototype("VESK_API void " + name + "_free_ext",
                            {name + " *message", "vesk_release release", "void *context", "uint32_t flags"});
 }

@@ -47,7 +47,7 @@ std::string print_sizes(const std::vector<Unit>& units) {
     text += "#include <stdint.h>\n";
     for (const Unit& unit : units) text += "#include <vesk/" + unit.name + ".h>\n";
     text +=
-        "\n#if UINTPTR_MAX > 0xFFFFFFFF\n"
+        "\n/* One of two sizes, by the width of pointers. */\n#if UINTPTR_MAX > 0xFFFFFFFF\n"
         "#define VESK_BY_POINTERS(of_64_bits, of_32_bits) of_64_bits\n"
         "#else\n"
         "#define VESK_BY_POINTERS(of_64_bits, of_32_bits) of_32_bits\n"
