@@ -32,8 +32,8 @@ if(TARGET vesk_recorder)
     endif()
     if(VESK_PLAIN_LIBRARIES AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug" AND TARGET inventory_client)
         list(APPEND groups Ratio)
-        add_test(NAME docs.commands_of_recording_print_what_stands_there
-            COMMAND Python3::Interpreter ${PROJECT_SOURCE_DIR}/tests/docs/commands.py ${PROJECT_SOURCE_DIR}/docs/recording.md
+        add_test(NAME docs.page_recording_is_what_runs
+            COMMAND Python3::Interpreter ${PROJECT_SOURCE_DIR}/tests/docs/page.py ${PROJECT_SOURCE_DIR}/docs/recording.md
                 --file ${PROJECT_SOURCE_DIR}/examples/chassis.json
                 $<TARGET_FILE_DIR:vesk> $<TARGET_FILE_DIR:inventory_client> $<TARGET_FILE_DIR:recorded_calls>)
     endif()
