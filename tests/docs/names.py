@@ -19,7 +19,7 @@ TARGET = re.compile(r"--target ([\w/-]+)")
 TARGETS = re.compile(r"add_(?:custom_target|executable|library)\(([\w-]+)|^vesk_add_\w+\(([\w-]+)", flags=re.M)
 
 
-INSTALL = re.compile(r"apt-get install ([\w+. -]+)")
+INSTALL = re.compile(r"apt-get install (\w[\w+. -]*)")
 
 
 def known_names():
@@ -33,7 +33,7 @@ def known_names():
 
 
 def is_there(path, files):
-    pattern = "".join(r"[^/]*" if part == "*" else r"[\w-]+" if part.isupper() and part != "README" and "CMake" not in part
+    pattern = "".join(r"[^/]*" if part == "*" else r"[\w.-]+" if part.isupper() and part != "README" and "CMake" not in part
                       else re.escape(part) for part in re.split(r"(\*|[A-Z]{4,})", path.rstrip("/")))
     return any(re.match(pattern + "(/|$)", file) for file in files)
 

@@ -31,13 +31,16 @@ enum vesk_pem_data_presence {
     VESK_PEM_DATA_F4 = 3
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_pem_data_encode_ext(const vesk_pem_data *message, void *buffer, uint64_t length,
     vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_pem_data_decode_ext(vesk_pem_data *message, const void *buffer, uint64_t length,
     vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_pem_data_duplicate(vesk_pem_data *destination, const vesk_pem_data *source,
     vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_pem_data_free_ext(vesk_pem_data *message, vesk_release release, void *context,
     uint32_t flags);
 
@@ -64,13 +67,16 @@ enum vesk_threshold_data_presence {
     VESK_THRESHOLD_DATA_F8 = 6
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_threshold_data_encode_ext(const vesk_threshold_data *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_threshold_data_decode_ext(vesk_threshold_data *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_threshold_data_duplicate(vesk_threshold_data *destination,
     const vesk_threshold_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_threshold_data_free_ext(vesk_threshold_data *message, vesk_release release, void *context,
     uint32_t flags);
 
@@ -119,13 +125,16 @@ enum vesk_sensor_data_presence {
     VESK_SENSOR_DATA_F18 = 17
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_sensor_data_encode_ext(const vesk_sensor_data *message, void *buffer, uint64_t length,
     vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_sensor_data_decode_ext(vesk_sensor_data *message, const void *buffer, uint64_t length,
     vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_sensor_data_duplicate(vesk_sensor_data *destination, const vesk_sensor_data *source,
     vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_sensor_data_free_ext(vesk_sensor_data *message, vesk_release release, void *context,
     uint32_t flags);
 
@@ -175,13 +184,16 @@ enum vesk_inv_fpga_data_presence {
     VESK_INV_FPGA_DATA_F19 = 18
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_fpga_data_encode_ext(const vesk_inv_fpga_data *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_fpga_data_decode_ext(vesk_inv_fpga_data *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_fpga_data_duplicate(vesk_inv_fpga_data *destination,
     const vesk_inv_fpga_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_fpga_data_free_ext(vesk_inv_fpga_data *message, vesk_release release, void *context,
     uint32_t flags);
 
@@ -201,13 +213,16 @@ enum vesk_idprom_data_presence {
     VESK_IDPROM_DATA_F4 = 3
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_idprom_data_encode_ext(const vesk_idprom_data *message, void *buffer, uint64_t length,
     vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_idprom_data_decode_ext(vesk_idprom_data *message, const void *buffer, uint64_t length,
     vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_idprom_data_duplicate(vesk_idprom_data *destination, const vesk_idprom_data *source,
     vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_idprom_data_free_ext(vesk_idprom_data *message, vesk_release release, void *context,
     uint32_t flags);
 
@@ -229,13 +244,16 @@ enum vesk_led_data_presence {
     VESK_LED_DATA_F5 = 4
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_led_data_encode_ext(const vesk_led_data *message, void *buffer, uint64_t length,
     vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_led_data_decode_ext(vesk_led_data *message, const void *buffer, uint64_t length,
     vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_led_data_duplicate(vesk_led_data *destination, const vesk_led_data *source,
     vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_led_data_free_ext(vesk_led_data *message, vesk_release release, void *context,
     uint32_t flags);
 
@@ -255,13 +273,16 @@ enum vesk_storage_data_presence {
     VESK_STORAGE_DATA_F3 = 2
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_storage_data_encode_ext(const vesk_storage_data *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_storage_data_decode_ext(vesk_storage_data *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_storage_data_duplicate(vesk_storage_data *destination, const vesk_storage_data *source,
     vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_storage_data_free_ext(vesk_storage_data *message, vesk_release release, void *context,
     uint32_t flags);
 
@@ -282,13 +303,16 @@ enum vesk_memory_data_presence {
     VESK_MEMORY_DATA_F4 = 3
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_memory_data_encode_ext(const vesk_memory_data *message, void *buffer, uint64_t length,
     vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_memory_data_decode_ext(vesk_memory_data *message, const void *buffer, uint64_t length,
     vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_memory_data_duplicate(vesk_memory_data *destination, const vesk_memory_data *source,
     vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_memory_data_free_ext(vesk_memory_data *message, vesk_release release, void *context,
     uint32_t flags);
 
@@ -310,13 +334,16 @@ enum vesk_port_data_presence {
     VESK_PORT_DATA_F5 = 4
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_port_data_encode_ext(const vesk_port_data *message, void *buffer, uint64_t length,
     vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_port_data_decode_ext(vesk_port_data *message, const void *buffer, uint64_t length,
     vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_port_data_duplicate(vesk_port_data *destination, const vesk_port_data *source,
     vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_port_data_free_ext(vesk_port_data *message, vesk_release release, void *context,
     uint32_t flags);
 
@@ -342,13 +369,16 @@ enum vesk_processor_data_presence {
     VESK_PROCESSOR_DATA_F7 = 6
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_processor_data_encode_ext(const vesk_processor_data *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_processor_data_decode_ext(vesk_processor_data *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_processor_data_duplicate(vesk_processor_data *destination,
     const vesk_processor_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_processor_data_free_ext(vesk_processor_data *message, vesk_release release, void *context,
     uint32_t flags);
 
@@ -366,13 +396,16 @@ enum vesk_ce_switch_data_presence {
     VESK_CE_SWITCH_DATA_F3 = 2
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_ce_switch_data_encode_ext(const vesk_ce_switch_data *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_ce_switch_data_decode_ext(vesk_ce_switch_data *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_ce_switch_data_duplicate(vesk_ce_switch_data *destination,
     const vesk_ce_switch_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_ce_switch_data_free_ext(vesk_ce_switch_data *message, vesk_release release, void *context,
     uint32_t flags);
 
@@ -390,13 +423,16 @@ enum vesk_pcie_switch_data_presence {
     VESK_PCIE_SWITCH_DATA_F3 = 2
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_pcie_switch_data_encode_ext(const vesk_pcie_switch_data *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_pcie_switch_data_decode_ext(vesk_pcie_switch_data *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_pcie_switch_data_duplicate(vesk_pcie_switch_data *destination,
     const vesk_pcie_switch_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_pcie_switch_data_free_ext(vesk_pcie_switch_data *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -416,13 +452,16 @@ enum vesk_power_shelf_data_presence {
     VESK_POWER_SHELF_DATA_F4 = 3
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_power_shelf_data_encode_ext(const vesk_power_shelf_data *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_power_shelf_data_decode_ext(vesk_power_shelf_data *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_power_shelf_data_duplicate(vesk_power_shelf_data *destination,
     const vesk_power_shelf_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_power_shelf_data_free_ext(vesk_power_shelf_data *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -440,13 +479,16 @@ enum vesk_container_data_presence {
     VESK_CONTAINER_DATA_F3 = 2
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_container_data_encode_ext(const vesk_container_data *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_container_data_decode_ext(vesk_container_data *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_container_data_duplicate(vesk_container_data *destination,
     const vesk_container_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_container_data_free_ext(vesk_container_data *message, vesk_release release, void *context,
     uint32_t flags);
 
@@ -462,13 +504,16 @@ enum vesk_craft_data_presence {
     VESK_CRAFT_DATA_FRU_COMMON = 1
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_craft_data_encode_ext(const vesk_craft_data *message, void *buffer, uint64_t length,
     vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_craft_data_decode_ext(vesk_craft_data *message, const void *buffer, uint64_t length,
     vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_craft_data_duplicate(vesk_craft_data *destination, const vesk_craft_data *source,
     vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_craft_data_free_ext(vesk_craft_data *message, vesk_release release, void *context,
     uint32_t flags);
 
@@ -484,13 +529,16 @@ enum vesk_chassis_data_presence {
     VESK_CHASSIS_DATA_FRU_COMMON = 1
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_chassis_data_encode_ext(const vesk_chassis_data *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_chassis_data_decode_ext(vesk_chassis_data *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_chassis_data_duplicate(vesk_chassis_data *destination, const vesk_chassis_data *source,
     vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_chassis_data_free_ext(vesk_chassis_data *message, vesk_release release, void *context,
     uint32_t flags);
 
@@ -506,13 +554,16 @@ enum vesk_fan_data_presence {
     VESK_FAN_DATA_FRU_COMMON = 1
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_fan_data_encode_ext(const vesk_fan_data *message, void *buffer, uint64_t length,
     vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_fan_data_decode_ext(vesk_fan_data *message, const void *buffer, uint64_t length,
     vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_fan_data_duplicate(vesk_fan_data *destination, const vesk_fan_data *source,
     vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_fan_data_free_ext(vesk_fan_data *message, vesk_release release, void *context,
     uint32_t flags);
 
@@ -528,13 +579,16 @@ enum vesk_base_data_presence {
     VESK_BASE_DATA_FRU_COMMON = 1
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_base_data_encode_ext(const vesk_base_data *message, void *buffer, uint64_t length,
     vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_base_data_decode_ext(vesk_base_data *message, const void *buffer, uint64_t length,
     vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_base_data_duplicate(vesk_base_data *destination, const vesk_base_data *source,
     vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_base_data_free_ext(vesk_base_data *message, vesk_release release, void *context,
     uint32_t flags);
 
@@ -554,13 +608,16 @@ enum vesk_eid_lookup_error_msg_presence {
     VESK_EID_LOOKUP_ERROR_MSG_F3 = 2
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_eid_lookup_error_msg_encode_ext(const vesk_eid_lookup_error_msg *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_eid_lookup_error_msg_decode_ext(vesk_eid_lookup_error_msg *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_eid_lookup_error_msg_duplicate(vesk_eid_lookup_error_msg *destination,
     const vesk_eid_lookup_error_msg *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_eid_lookup_error_msg_free_ext(vesk_eid_lookup_error_msg *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -584,13 +641,16 @@ enum vesk_req_inv_data_presence {
     VESK_REQ_INV_DATA_POLICY = 5
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_req_inv_data_encode_ext(const vesk_req_inv_data *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_req_inv_data_decode_ext(vesk_req_inv_data *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_req_inv_data_duplicate(vesk_req_inv_data *destination, const vesk_req_inv_data *source,
     vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_req_inv_data_free_ext(vesk_req_inv_data *message, vesk_release release, void *context,
     uint32_t flags);
 
@@ -614,13 +674,16 @@ enum vesk_req_inv_data_by_type_presence {
     VESK_REQ_INV_DATA_BY_TYPE_POLICY = 5
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_req_inv_data_by_type_encode_ext(const vesk_req_inv_data_by_type *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_req_inv_data_by_type_decode_ext(vesk_req_inv_data_by_type *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_req_inv_data_by_type_duplicate(vesk_req_inv_data_by_type *destination,
     const vesk_req_inv_data_by_type *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_req_inv_data_by_type_free_ext(vesk_req_inv_data_by_type *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -638,13 +701,16 @@ enum vesk_req_inv_data_by_eid_presence {
     VESK_REQ_INV_DATA_BY_EID_F3 = 2
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_req_inv_data_by_eid_encode_ext(const vesk_req_inv_data_by_eid *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_req_inv_data_by_eid_decode_ext(vesk_req_inv_data_by_eid *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_req_inv_data_by_eid_duplicate(vesk_req_inv_data_by_eid *destination,
     const vesk_req_inv_data_by_eid *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_req_inv_data_by_eid_free_ext(vesk_req_inv_data_by_eid *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -716,13 +782,16 @@ enum vesk_resp_inv_data_presence {
     VESK_RESP_INV_DATA_CONTAINER_LIST = 20
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_resp_inv_data_encode_ext(const vesk_resp_inv_data *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_resp_inv_data_decode_ext(vesk_resp_inv_data *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_resp_inv_data_duplicate(vesk_resp_inv_data *destination,
     const vesk_resp_inv_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_resp_inv_data_free_ext(vesk_resp_inv_data *message, vesk_release release, void *context,
     uint32_t flags);
 
@@ -775,13 +844,16 @@ enum vesk_resp_inv_data_by_eid_presence {
     VESK_RESP_INV_DATA_BY_EID_LOOKUP_ERROR = 19
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_resp_inv_data_by_eid_encode_ext(const vesk_resp_inv_data_by_eid *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_resp_inv_data_by_eid_decode_ext(vesk_resp_inv_data_by_eid *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_resp_inv_data_by_eid_duplicate(vesk_resp_inv_data_by_eid *destination,
     const vesk_resp_inv_data_by_eid *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_resp_inv_data_by_eid_free_ext(vesk_resp_inv_data_by_eid *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -803,13 +875,16 @@ enum vesk_fru_power_status_data_presence {
     VESK_FRU_POWER_STATUS_DATA_F4 = 3
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_fru_power_status_data_encode_ext(const vesk_fru_power_status_data *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_fru_power_status_data_decode_ext(vesk_fru_power_status_data *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_fru_power_status_data_duplicate(vesk_fru_power_status_data *destination,
     const vesk_fru_power_status_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_fru_power_status_data_free_ext(vesk_fru_power_status_data *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -833,13 +908,16 @@ enum vesk_fru_power_usage_data_presence {
     VESK_FRU_POWER_USAGE_DATA_F6 = 5
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_fru_power_usage_data_encode_ext(const vesk_fru_power_usage_data *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_fru_power_usage_data_decode_ext(vesk_fru_power_usage_data *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_fru_power_usage_data_duplicate(vesk_fru_power_usage_data *destination,
     const vesk_fru_power_usage_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_fru_power_usage_data_free_ext(vesk_fru_power_usage_data *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -859,13 +937,16 @@ enum vesk_req_fru_power_data_presence {
     VESK_REQ_FRU_POWER_DATA_F4 = 3
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_req_fru_power_data_encode_ext(const vesk_req_fru_power_data *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_req_fru_power_data_decode_ext(vesk_req_fru_power_data *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_req_fru_power_data_duplicate(vesk_req_fru_power_data *destination,
     const vesk_req_fru_power_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_req_fru_power_data_free_ext(vesk_req_fru_power_data *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -884,13 +965,16 @@ enum vesk_resp_fru_power_data_presence {
     VESK_RESP_FRU_POWER_DATA_POWER_USAGE_LIST = 2
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_resp_fru_power_data_encode_ext(const vesk_resp_fru_power_data *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_resp_fru_power_data_decode_ext(vesk_resp_fru_power_data *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_resp_fru_power_data_duplicate(vesk_resp_fru_power_data *destination,
     const vesk_resp_fru_power_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_resp_fru_power_data_free_ext(vesk_resp_fru_power_data *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -912,13 +996,16 @@ enum vesk_req_system_power_data_presence {
     VESK_REQ_SYSTEM_POWER_DATA_F5 = 4
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_req_system_power_data_encode_ext(const vesk_req_system_power_data *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_req_system_power_data_decode_ext(vesk_req_system_power_data *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_req_system_power_data_duplicate(vesk_req_system_power_data *destination,
     const vesk_req_system_power_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_req_system_power_data_free_ext(vesk_req_system_power_data *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -961,13 +1048,16 @@ enum vesk_resp_system_power_data_presence {
     VESK_RESP_SYSTEM_POWER_DATA_F14 = 13
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_resp_system_power_data_encode_ext(const vesk_resp_system_power_data *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_resp_system_power_data_decode_ext(vesk_resp_system_power_data *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_resp_system_power_data_duplicate(vesk_resp_system_power_data *destination,
     const vesk_resp_system_power_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_resp_system_power_data_free_ext(vesk_resp_system_power_data *message,
     vesk_release release, void *context, uint32_t flags);
 
@@ -993,13 +1083,16 @@ enum vesk_req_eid_presence {
     VESK_REQ_EID_F6 = 5
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_req_eid_encode_ext(const vesk_req_eid *message, void *buffer, uint64_t length,
     vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_req_eid_decode_ext(vesk_req_eid *message, const void *buffer, uint64_t length,
     vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_req_eid_duplicate(vesk_req_eid *destination, const vesk_req_eid *source,
     vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_req_eid_free_ext(vesk_req_eid *message, vesk_release release, void *context,
     uint32_t flags);
 
@@ -1020,13 +1113,16 @@ enum vesk_resp_eid_presence {
     VESK_RESP_EID_EID_LIST = 3
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_resp_eid_encode_ext(const vesk_resp_eid *message, void *buffer, uint64_t length,
     vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_resp_eid_decode_ext(vesk_resp_eid *message, const void *buffer, uint64_t length,
     vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_resp_eid_duplicate(vesk_resp_eid *destination, const vesk_resp_eid *source,
     vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_resp_eid_free_ext(vesk_resp_eid *message, vesk_release release, void *context,
     uint32_t flags);
 
@@ -1044,13 +1140,16 @@ enum vesk_req_container_eid_nodeid_presence {
     VESK_REQ_CONTAINER_EID_NODEID_F3 = 2
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_req_container_eid_nodeid_encode_ext(const vesk_req_container_eid_nodeid *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_req_container_eid_nodeid_decode_ext(vesk_req_container_eid_nodeid *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_req_container_eid_nodeid_duplicate(vesk_req_container_eid_nodeid *destination,
     const vesk_req_container_eid_nodeid *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_req_container_eid_nodeid_free_ext(vesk_req_container_eid_nodeid *message,
     vesk_release release, void *context, uint32_t flags);
 
@@ -1069,13 +1168,16 @@ enum vesk_resp_container_eid_nodeid_presence {
     VESK_RESP_CONTAINER_EID_NODEID_F3 = 2
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_resp_container_eid_nodeid_encode_ext(const vesk_resp_container_eid_nodeid *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_resp_container_eid_nodeid_decode_ext(vesk_resp_container_eid_nodeid *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_resp_container_eid_nodeid_duplicate(vesk_resp_container_eid_nodeid *destination,
     const vesk_resp_container_eid_nodeid *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_resp_container_eid_nodeid_free_ext(vesk_resp_container_eid_nodeid *message,
     vesk_release release, void *context, uint32_t flags);
 
@@ -1091,13 +1193,16 @@ enum vesk_inv_event_ack_presence {
     VESK_INV_EVENT_ACK_F1 = 0
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_event_ack_encode_ext(const vesk_inv_event_ack *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_event_ack_decode_ext(vesk_inv_event_ack *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_event_ack_duplicate(vesk_inv_event_ack *destination,
     const vesk_inv_event_ack *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_event_ack_free_ext(vesk_inv_event_ack *message, vesk_release release, void *context,
     uint32_t flags);
 
@@ -1145,13 +1250,16 @@ enum vesk_register_event_data_presence {
     VESK_REGISTER_EVENT_DATA_POLICY = 17
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_register_event_data_encode_ext(const vesk_register_event_data *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_register_event_data_decode_ext(vesk_register_event_data *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_register_event_data_duplicate(vesk_register_event_data *destination,
     const vesk_register_event_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_register_event_data_free_ext(vesk_register_event_data *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -1169,13 +1277,16 @@ enum vesk_register_eid_event_data_presence {
     VESK_REGISTER_EID_EVENT_DATA_POLICY = 2
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_register_eid_event_data_encode_ext(const vesk_register_eid_event_data *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_register_eid_event_data_decode_ext(vesk_register_eid_event_data *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_register_eid_event_data_duplicate(vesk_register_eid_event_data *destination,
     const vesk_register_eid_event_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_register_eid_event_data_free_ext(vesk_register_eid_event_data *message,
     vesk_release release, void *context, uint32_t flags);
 
@@ -1199,13 +1310,16 @@ enum vesk_inv_register_fru_op_presence {
     VESK_INV_REGISTER_FRU_OP_F6 = 5
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_register_fru_op_encode_ext(const vesk_inv_register_fru_op *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_register_fru_op_decode_ext(vesk_inv_register_fru_op *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_register_fru_op_duplicate(vesk_inv_register_fru_op *destination,
     const vesk_inv_register_fru_op *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_register_fru_op_free_ext(vesk_inv_register_fru_op *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -1238,13 +1352,16 @@ enum vesk_notify_event_data_presence {
     VESK_NOTIFY_EVENT_DATA_F10 = 9
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_notify_event_data_encode_ext(const vesk_notify_event_data *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_notify_event_data_decode_ext(vesk_notify_event_data *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_notify_event_data_duplicate(vesk_notify_event_data *destination,
     const vesk_notify_event_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_notify_event_data_free_ext(vesk_notify_event_data *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -1274,13 +1391,16 @@ enum vesk_inv_fru_snmp_idx_req_presence {
     VESK_INV_FRU_SNMP_IDX_REQ_F8 = 7
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_fru_snmp_idx_req_encode_ext(const vesk_inv_fru_snmp_idx_req *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_fru_snmp_idx_req_decode_ext(vesk_inv_fru_snmp_idx_req *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_fru_snmp_idx_req_duplicate(vesk_inv_fru_snmp_idx_req *destination,
     const vesk_inv_fru_snmp_idx_req *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_fru_snmp_idx_req_free_ext(vesk_inv_fru_snmp_idx_req *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -1302,13 +1422,16 @@ enum vesk_inv_fru_snmp_idx_data_presence {
     VESK_INV_FRU_SNMP_IDX_DATA_F5 = 4
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_fru_snmp_idx_data_encode_ext(const vesk_inv_fru_snmp_idx_data *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_fru_snmp_idx_data_decode_ext(vesk_inv_fru_snmp_idx_data *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_fru_snmp_idx_data_duplicate(vesk_inv_fru_snmp_idx_data *destination,
     const vesk_inv_fru_snmp_idx_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_fru_snmp_idx_data_free_ext(vesk_inv_fru_snmp_idx_data *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -1348,13 +1471,16 @@ enum vesk_clients_hdl_info_presence {
     VESK_CLIENTS_HDL_INFO_F14 = 13
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_clients_hdl_info_encode_ext(const vesk_clients_hdl_info *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_clients_hdl_info_decode_ext(vesk_clients_hdl_info *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_clients_hdl_info_duplicate(vesk_clients_hdl_info *destination,
     const vesk_clients_hdl_info *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_clients_hdl_info_free_ext(vesk_clients_hdl_info *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -1369,13 +1495,16 @@ enum vesk_resp_clients_hdl_data_presence {
     VESK_RESP_CLIENTS_HDL_DATA_CLIENTS_HDL_LIST = 0
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_resp_clients_hdl_data_encode_ext(const vesk_resp_clients_hdl_data *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_resp_clients_hdl_data_decode_ext(vesk_resp_clients_hdl_data *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_resp_clients_hdl_data_duplicate(vesk_resp_clients_hdl_data *destination,
     const vesk_resp_clients_hdl_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_resp_clients_hdl_data_free_ext(vesk_resp_clients_hdl_data *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -1389,13 +1518,16 @@ enum vesk_req_clients_hdl_data_presence {
     VESK_REQ_CLIENTS_HDL_DATA_F1 = 0
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_req_clients_hdl_data_encode_ext(const vesk_req_clients_hdl_data *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_req_clients_hdl_data_decode_ext(vesk_req_clients_hdl_data *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_req_clients_hdl_data_duplicate(vesk_req_clients_hdl_data *destination,
     const vesk_req_clients_hdl_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_req_clients_hdl_data_free_ext(vesk_req_clients_hdl_data *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -1409,13 +1541,16 @@ enum vesk_inv_debug_msg_presence {
     VESK_INV_DEBUG_MSG_F1 = 0
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_debug_msg_encode_ext(const vesk_inv_debug_msg *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_debug_msg_decode_ext(vesk_inv_debug_msg *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_debug_msg_duplicate(vesk_inv_debug_msg *destination,
     const vesk_inv_debug_msg *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_debug_msg_free_ext(vesk_inv_debug_msg *message, vesk_release release, void *context,
     uint32_t flags);
 
@@ -1431,13 +1566,16 @@ enum vesk_req_admin_memory_data_presence {
     VESK_REQ_ADMIN_MEMORY_DATA_F2 = 1
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_req_admin_memory_data_encode_ext(const vesk_req_admin_memory_data *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_req_admin_memory_data_decode_ext(vesk_req_admin_memory_data *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_req_admin_memory_data_duplicate(vesk_req_admin_memory_data *destination,
     const vesk_req_admin_memory_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_req_admin_memory_data_free_ext(vesk_req_admin_memory_data *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -1457,13 +1595,16 @@ enum vesk_resp_admin_memory_data_presence {
     VESK_RESP_ADMIN_MEMORY_DATA_F4 = 3
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_resp_admin_memory_data_encode_ext(const vesk_resp_admin_memory_data *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_resp_admin_memory_data_decode_ext(vesk_resp_admin_memory_data *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_resp_admin_memory_data_duplicate(vesk_resp_admin_memory_data *destination,
     const vesk_resp_admin_memory_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_resp_admin_memory_data_free_ext(vesk_resp_admin_memory_data *message,
     vesk_release release, void *context, uint32_t flags);
 
@@ -1481,13 +1622,16 @@ enum vesk_inv_rack_resource_req_presence {
     VESK_INV_RACK_RESOURCE_REQ_F3 = 2
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_rack_resource_req_encode_ext(const vesk_inv_rack_resource_req *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_rack_resource_req_decode_ext(vesk_inv_rack_resource_req *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_rack_resource_req_duplicate(vesk_inv_rack_resource_req *destination,
     const vesk_inv_rack_resource_req *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_rack_resource_req_free_ext(vesk_inv_rack_resource_req *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -1509,13 +1653,16 @@ enum vesk_inv_rack_resource_resp_presence {
     VESK_INV_RACK_RESOURCE_RESP_F5 = 4
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_rack_resource_resp_encode_ext(const vesk_inv_rack_resource_resp *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_rack_resource_resp_decode_ext(vesk_inv_rack_resource_resp *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_rack_resource_resp_duplicate(vesk_inv_rack_resource_resp *destination,
     const vesk_inv_rack_resource_resp *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_rack_resource_resp_free_ext(vesk_inv_rack_resource_resp *message,
     vesk_release release, void *context, uint32_t flags);
 
@@ -1529,13 +1676,16 @@ enum vesk_req_list_size_msg_presence {
     VESK_REQ_LIST_SIZE_MSG_F1 = 0
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_req_list_size_msg_encode_ext(const vesk_req_list_size_msg *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_req_list_size_msg_decode_ext(vesk_req_list_size_msg *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_req_list_size_msg_duplicate(vesk_req_list_size_msg *destination,
     const vesk_req_list_size_msg *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_req_list_size_msg_free_ext(vesk_req_list_size_msg *message, vesk_release release,
     void *context, uint32_t flags);
 

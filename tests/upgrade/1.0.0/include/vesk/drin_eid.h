@@ -24,13 +24,16 @@ enum vesk_drin_eid_element_presence {
     VESK_DRIN_EID_ELEMENT_F2 = 1
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_drin_eid_element_encode_ext(const vesk_drin_eid_element *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_drin_eid_element_decode_ext(vesk_drin_eid_element *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_drin_eid_element_duplicate(vesk_drin_eid_element *destination,
     const vesk_drin_eid_element *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_drin_eid_element_free_ext(vesk_drin_eid_element *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -55,13 +58,16 @@ enum vesk_drin_eid_st_presence {
     VESK_DRIN_EID_ST_ELEMENT_LIST = 5
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_drin_eid_st_encode_ext(const vesk_drin_eid_st *message, void *buffer, uint64_t length,
     vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_drin_eid_st_decode_ext(vesk_drin_eid_st *message, const void *buffer, uint64_t length,
     vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_drin_eid_st_duplicate(vesk_drin_eid_st *destination, const vesk_drin_eid_st *source,
     vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_drin_eid_st_free_ext(vesk_drin_eid_st *message, vesk_release release, void *context,
     uint32_t flags);
 

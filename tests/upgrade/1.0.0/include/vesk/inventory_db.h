@@ -31,13 +31,16 @@ enum vesk_entity_admin_status_data_presence {
     VESK_ENTITY_ADMIN_STATUS_DATA_F4 = 3
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_entity_admin_status_data_encode_ext(const vesk_entity_admin_status_data *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_entity_admin_status_data_decode_ext(vesk_entity_admin_status_data *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_entity_admin_status_data_duplicate(vesk_entity_admin_status_data *destination,
     const vesk_entity_admin_status_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_entity_admin_status_data_free_ext(vesk_entity_admin_status_data *message,
     vesk_release release, void *context, uint32_t flags);
 
@@ -59,13 +62,16 @@ enum vesk_entity_oper_status_data_presence {
     VESK_ENTITY_OPER_STATUS_DATA_F5 = 4
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_entity_oper_status_data_encode_ext(const vesk_entity_oper_status_data *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_entity_oper_status_data_decode_ext(vesk_entity_oper_status_data *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_entity_oper_status_data_duplicate(vesk_entity_oper_status_data *destination,
     const vesk_entity_oper_status_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_entity_oper_status_data_free_ext(vesk_entity_oper_status_data *message,
     vesk_release release, void *context, uint32_t flags);
 
@@ -89,13 +95,16 @@ enum vesk_inv_db_power_consumer_data_presence {
     VESK_INV_DB_POWER_CONSUMER_DATA_F6 = 5
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_db_power_consumer_data_encode_ext(const vesk_inv_db_power_consumer_data *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_db_power_consumer_data_decode_ext(vesk_inv_db_power_consumer_data *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_db_power_consumer_data_duplicate(vesk_inv_db_power_consumer_data *destination,
     const vesk_inv_db_power_consumer_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_db_power_consumer_data_free_ext(vesk_inv_db_power_consumer_data *message,
     vesk_release release, void *context, uint32_t flags);
 
@@ -113,13 +122,16 @@ enum vesk_inv_db_power_producer_data_presence {
     VESK_INV_DB_POWER_PRODUCER_DATA_F3 = 2
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_db_power_producer_data_encode_ext(const vesk_inv_db_power_producer_data *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_db_power_producer_data_decode_ext(vesk_inv_db_power_producer_data *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_db_power_producer_data_duplicate(vesk_inv_db_power_producer_data *destination,
     const vesk_inv_db_power_producer_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_db_power_producer_data_free_ext(vesk_inv_db_power_producer_data *message,
     vesk_release release, void *context, uint32_t flags);
 
@@ -152,13 +164,16 @@ enum vesk_fru_common_attribute_presence {
     VESK_FRU_COMMON_ATTRIBUTE_ADMIN_STATUS = 9
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_fru_common_attribute_encode_ext(const vesk_fru_common_attribute *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_fru_common_attribute_decode_ext(vesk_fru_common_attribute *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_fru_common_attribute_duplicate(vesk_fru_common_attribute *destination,
     const vesk_fru_common_attribute *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_fru_common_attribute_free_ext(vesk_fru_common_attribute *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -211,13 +226,16 @@ enum vesk_entity_common_data_presence {
     VESK_ENTITY_COMMON_DATA_F20 = 19
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_entity_common_data_encode_ext(const vesk_entity_common_data *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_entity_common_data_decode_ext(vesk_entity_common_data *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_entity_common_data_duplicate(vesk_entity_common_data *destination,
     const vesk_entity_common_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_entity_common_data_free_ext(vesk_entity_common_data *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -237,13 +255,16 @@ enum vesk_inv_policy_presence {
     VESK_INV_POLICY_F3 = 2
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_policy_encode_ext(const vesk_inv_policy *message, void *buffer, uint64_t length,
     vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_policy_decode_ext(vesk_inv_policy *message, const void *buffer, uint64_t length,
     vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_policy_duplicate(vesk_inv_policy *destination, const vesk_inv_policy *source,
     vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_policy_free_ext(vesk_inv_policy *message, vesk_release release, void *context,
     uint32_t flags);
 
@@ -263,13 +284,16 @@ enum vesk_container_eid_nodeid_data_presence {
     VESK_CONTAINER_EID_NODEID_DATA_F4 = 3
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_container_eid_nodeid_data_encode_ext(const vesk_container_eid_nodeid_data *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_container_eid_nodeid_data_decode_ext(vesk_container_eid_nodeid_data *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_container_eid_nodeid_data_duplicate(vesk_container_eid_nodeid_data *destination,
     const vesk_container_eid_nodeid_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_container_eid_nodeid_data_free_ext(vesk_container_eid_nodeid_data *message,
     vesk_release release, void *context, uint32_t flags);
 
@@ -287,13 +311,16 @@ enum vesk_register_container_eid_data_presence {
     VESK_REGISTER_CONTAINER_EID_DATA_F3 = 2
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_register_container_eid_data_encode_ext(const vesk_register_container_eid_data *message, void *buffer, uint64_t length, vesk_segment *segments,
     uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_register_container_eid_data_decode_ext(vesk_register_container_eid_data *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_register_container_eid_data_duplicate(vesk_register_container_eid_data *destination,
     const vesk_register_container_eid_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_register_container_eid_data_free_ext(vesk_register_container_eid_data *message,
     vesk_release release, void *context, uint32_t flags);
 
@@ -313,13 +340,16 @@ enum vesk_unregister_fru_type_data_presence {
     VESK_UNREGISTER_FRU_TYPE_DATA_F4 = 3
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_unregister_fru_type_data_encode_ext(const vesk_unregister_fru_type_data *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_unregister_fru_type_data_decode_ext(vesk_unregister_fru_type_data *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_unregister_fru_type_data_duplicate(vesk_unregister_fru_type_data *destination,
     const vesk_unregister_fru_type_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_unregister_fru_type_data_free_ext(vesk_unregister_fru_type_data *message,
     vesk_release release, void *context, uint32_t flags);
 
@@ -337,13 +367,16 @@ enum vesk_fru_prefix_data_presence {
     VESK_FRU_PREFIX_DATA_F3 = 2
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_fru_prefix_data_encode_ext(const vesk_fru_prefix_data *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_fru_prefix_data_decode_ext(vesk_fru_prefix_data *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_fru_prefix_data_duplicate(vesk_fru_prefix_data *destination,
     const vesk_fru_prefix_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_fru_prefix_data_free_ext(vesk_fru_prefix_data *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -361,13 +394,16 @@ enum vesk_container_location_data_presence {
     VESK_CONTAINER_LOCATION_DATA_F3 = 2
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_container_location_data_encode_ext(const vesk_container_location_data *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_container_location_data_decode_ext(vesk_container_location_data *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_container_location_data_duplicate(vesk_container_location_data *destination,
     const vesk_container_location_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_container_location_data_free_ext(vesk_container_location_data *message,
     vesk_release release, void *context, uint32_t flags);
 
@@ -387,13 +423,16 @@ enum vesk_fru_snmp_idx_data_presence {
     VESK_FRU_SNMP_IDX_DATA_F4 = 3
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_fru_snmp_idx_data_encode_ext(const vesk_fru_snmp_idx_data *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_fru_snmp_idx_data_decode_ext(vesk_fru_snmp_idx_data *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_fru_snmp_idx_data_duplicate(vesk_fru_snmp_idx_data *destination,
     const vesk_fru_snmp_idx_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_fru_snmp_idx_data_free_ext(vesk_fru_snmp_idx_data *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -413,13 +452,16 @@ enum vesk_event_context_data_presence {
     VESK_EVENT_CONTEXT_DATA_F3 = 2
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_event_context_data_encode_ext(const vesk_event_context_data *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_event_context_data_decode_ext(vesk_event_context_data *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_event_context_data_duplicate(vesk_event_context_data *destination,
     const vesk_event_context_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_event_context_data_free_ext(vesk_event_context_data *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -443,13 +485,16 @@ enum vesk_event_data_presence {
     VESK_EVENT_DATA_F6 = 5
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_event_data_encode_ext(const vesk_event_data *message, void *buffer, uint64_t length,
     vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_event_data_decode_ext(vesk_event_data *message, const void *buffer, uint64_t length,
     vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_event_data_duplicate(vesk_event_data *destination, const vesk_event_data *source,
     vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_event_data_free_ext(vesk_event_data *message, vesk_release release, void *context,
     uint32_t flags);
 
@@ -494,13 +539,16 @@ enum vesk_register_fru_type_data_presence {
     VESK_REGISTER_FRU_TYPE_DATA_F16 = 15
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_register_fru_type_data_encode_ext(const vesk_register_fru_type_data *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_register_fru_type_data_decode_ext(vesk_register_fru_type_data *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_register_fru_type_data_duplicate(vesk_register_fru_type_data *destination,
     const vesk_register_fru_type_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_register_fru_type_data_free_ext(vesk_register_fru_type_data *message,
     vesk_release release, void *context, uint32_t flags);
 
@@ -575,13 +623,16 @@ enum vesk_eeprom_data_presence {
     VESK_EEPROM_DATA_F30 = 29
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_eeprom_data_encode_ext(const vesk_eeprom_data *message, void *buffer, uint64_t length,
     vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_eeprom_data_decode_ext(vesk_eeprom_data *message, const void *buffer, uint64_t length,
     vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_eeprom_data_duplicate(vesk_eeprom_data *destination, const vesk_eeprom_data *source,
     vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_eeprom_data_free_ext(vesk_eeprom_data *message, vesk_release release, void *context,
     uint32_t flags);
 
@@ -602,13 +653,16 @@ enum vesk_scratch_eeprom_presence {
     VESK_SCRATCH_EEPROM_F4 = 3
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_scratch_eeprom_encode_ext(const vesk_scratch_eeprom *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_scratch_eeprom_decode_ext(vesk_scratch_eeprom *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_scratch_eeprom_duplicate(vesk_scratch_eeprom *destination,
     const vesk_scratch_eeprom *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_scratch_eeprom_free_ext(vesk_scratch_eeprom *message, vesk_release release, void *context,
     uint32_t flags);
 
@@ -634,13 +688,16 @@ enum vesk_inv_db_power_zone_data_presence {
     VESK_INV_DB_POWER_ZONE_DATA_F6 = 5
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_db_power_zone_data_encode_ext(const vesk_inv_db_power_zone_data *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_db_power_zone_data_decode_ext(vesk_inv_db_power_zone_data *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_db_power_zone_data_duplicate(vesk_inv_db_power_zone_data *destination,
     const vesk_inv_db_power_zone_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_db_power_zone_data_free_ext(vesk_inv_db_power_zone_data *message,
     vesk_release release, void *context, uint32_t flags);
 
@@ -654,13 +711,16 @@ enum vesk_inv_db_power_info_data_presence {
     VESK_INV_DB_POWER_INFO_DATA_POWER_ZONE = 0
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_db_power_info_data_encode_ext(const vesk_inv_db_power_info_data *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_db_power_info_data_decode_ext(vesk_inv_db_power_info_data *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_db_power_info_data_duplicate(vesk_inv_db_power_info_data *destination,
     const vesk_inv_db_power_info_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_db_power_info_data_free_ext(vesk_inv_db_power_info_data *message,
     vesk_release release, void *context, uint32_t flags);
 
@@ -684,13 +744,16 @@ enum vesk_inv_db_i2c_node_data_presence {
     VESK_INV_DB_I2C_NODE_DATA_F6 = 5
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_db_i2c_node_data_encode_ext(const vesk_inv_db_i2c_node_data *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_db_i2c_node_data_decode_ext(vesk_inv_db_i2c_node_data *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_db_i2c_node_data_duplicate(vesk_inv_db_i2c_node_data *destination,
     const vesk_inv_db_i2c_node_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_db_i2c_node_data_free_ext(vesk_inv_db_i2c_node_data *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -770,13 +833,16 @@ enum vesk_inv_db_base_entity_data_presence {
     VESK_INV_DB_BASE_ENTITY_DATA_F34 = 33
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_db_base_entity_data_encode_ext(const vesk_inv_db_base_entity_data *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_db_base_entity_data_decode_ext(vesk_inv_db_base_entity_data *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_db_base_entity_data_duplicate(vesk_inv_db_base_entity_data *destination,
     const vesk_inv_db_base_entity_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_db_base_entity_data_free_ext(vesk_inv_db_base_entity_data *message,
     vesk_release release, void *context, uint32_t flags);
 
@@ -806,13 +872,16 @@ enum vesk_inv_db_threshold_data_presence {
     VESK_INV_DB_THRESHOLD_DATA_F9 = 8
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_db_threshold_data_encode_ext(const vesk_inv_db_threshold_data *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_db_threshold_data_decode_ext(vesk_inv_db_threshold_data *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_db_threshold_data_duplicate(vesk_inv_db_threshold_data *destination,
     const vesk_inv_db_threshold_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_db_threshold_data_free_ext(vesk_inv_db_threshold_data *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -848,13 +917,16 @@ enum vesk_inv_db_base_sensor_data_presence {
     VESK_INV_DB_BASE_SENSOR_DATA_F12 = 11
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_db_base_sensor_data_encode_ext(const vesk_inv_db_base_sensor_data *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_db_base_sensor_data_decode_ext(vesk_inv_db_base_sensor_data *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_db_base_sensor_data_duplicate(vesk_inv_db_base_sensor_data *destination,
     const vesk_inv_db_base_sensor_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_db_base_sensor_data_free_ext(vesk_inv_db_base_sensor_data *message,
     vesk_release release, void *context, uint32_t flags);
 
@@ -870,13 +942,16 @@ enum vesk_inv_db_pressure_sensor_data_presence {
     VESK_INV_DB_PRESSURE_SENSOR_DATA_F2 = 1
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_db_pressure_sensor_data_encode_ext(const vesk_inv_db_pressure_sensor_data *message, void *buffer, uint64_t length, vesk_segment *segments,
     uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_db_pressure_sensor_data_decode_ext(vesk_inv_db_pressure_sensor_data *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_db_pressure_sensor_data_duplicate(vesk_inv_db_pressure_sensor_data *destination,
     const vesk_inv_db_pressure_sensor_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_db_pressure_sensor_data_free_ext(vesk_inv_db_pressure_sensor_data *message,
     vesk_release release, void *context, uint32_t flags);
 
@@ -900,13 +975,16 @@ enum vesk_inv_db_temp_sensor_data_presence {
     VESK_INV_DB_TEMP_SENSOR_DATA_F6 = 5
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_db_temp_sensor_data_encode_ext(const vesk_inv_db_temp_sensor_data *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_db_temp_sensor_data_decode_ext(vesk_inv_db_temp_sensor_data *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_db_temp_sensor_data_duplicate(vesk_inv_db_temp_sensor_data *destination,
     const vesk_inv_db_temp_sensor_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_db_temp_sensor_data_free_ext(vesk_inv_db_temp_sensor_data *message,
     vesk_release release, void *context, uint32_t flags);
 
@@ -924,13 +1002,16 @@ enum vesk_inv_db_voltage_sensor_data_presence {
     VESK_INV_DB_VOLTAGE_SENSOR_DATA_F3 = 2
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_db_voltage_sensor_data_encode_ext(const vesk_inv_db_voltage_sensor_data *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_db_voltage_sensor_data_decode_ext(vesk_inv_db_voltage_sensor_data *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_db_voltage_sensor_data_duplicate(vesk_inv_db_voltage_sensor_data *destination,
     const vesk_inv_db_voltage_sensor_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_db_voltage_sensor_data_free_ext(vesk_inv_db_voltage_sensor_data *message,
     vesk_release release, void *context, uint32_t flags);
 
@@ -946,13 +1027,16 @@ enum vesk_inv_db_current_sensor_data_presence {
     VESK_INV_DB_CURRENT_SENSOR_DATA_F2 = 1
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_db_current_sensor_data_encode_ext(const vesk_inv_db_current_sensor_data *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_db_current_sensor_data_decode_ext(vesk_inv_db_current_sensor_data *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_db_current_sensor_data_duplicate(vesk_inv_db_current_sensor_data *destination,
     const vesk_inv_db_current_sensor_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_db_current_sensor_data_free_ext(vesk_inv_db_current_sensor_data *message,
     vesk_release release, void *context, uint32_t flags);
 
@@ -970,13 +1054,16 @@ enum vesk_inv_db_led_sensor_data_presence {
     VESK_INV_DB_LED_SENSOR_DATA_F3 = 2
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_db_led_sensor_data_encode_ext(const vesk_inv_db_led_sensor_data *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_db_led_sensor_data_decode_ext(vesk_inv_db_led_sensor_data *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_db_led_sensor_data_duplicate(vesk_inv_db_led_sensor_data *destination,
     const vesk_inv_db_led_sensor_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_db_led_sensor_data_free_ext(vesk_inv_db_led_sensor_data *message,
     vesk_release release, void *context, uint32_t flags);
 
@@ -992,13 +1079,16 @@ enum vesk_inv_db_power_usage_sensor_data_presence {
     VESK_INV_DB_POWER_USAGE_SENSOR_DATA_F2 = 1
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_db_power_usage_sensor_data_encode_ext(const vesk_inv_db_power_usage_sensor_data *message, void *buffer, uint64_t length, vesk_segment *segments,
     uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_db_power_usage_sensor_data_decode_ext(vesk_inv_db_power_usage_sensor_data *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_db_power_usage_sensor_data_duplicate(vesk_inv_db_power_usage_sensor_data *destination, const vesk_inv_db_power_usage_sensor_data *source,
     vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_db_power_usage_sensor_data_free_ext(vesk_inv_db_power_usage_sensor_data *message,
     vesk_release release, void *context, uint32_t flags);
 
@@ -1048,13 +1138,16 @@ enum vesk_inv_db_fpga_data_presence {
     VESK_INV_DB_FPGA_DATA_F18 = 17
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_db_fpga_data_encode_ext(const vesk_inv_db_fpga_data *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_db_fpga_data_decode_ext(vesk_inv_db_fpga_data *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_db_fpga_data_duplicate(vesk_inv_db_fpga_data *destination,
     const vesk_inv_db_fpga_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_db_fpga_data_free_ext(vesk_inv_db_fpga_data *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -1129,13 +1222,16 @@ enum vesk_inv_db_eeprom_data_presence {
     VESK_INV_DB_EEPROM_DATA_F31 = 30
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_db_eeprom_data_encode_ext(const vesk_inv_db_eeprom_data *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_db_eeprom_data_decode_ext(vesk_inv_db_eeprom_data *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_db_eeprom_data_duplicate(vesk_inv_db_eeprom_data *destination,
     const vesk_inv_db_eeprom_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_db_eeprom_data_free_ext(vesk_inv_db_eeprom_data *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -1159,13 +1255,16 @@ enum vesk_inv_db_pem_data_presence {
     VESK_INV_DB_PEM_DATA_F6 = 5
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_db_pem_data_encode_ext(const vesk_inv_db_pem_data *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_db_pem_data_decode_ext(vesk_inv_db_pem_data *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_db_pem_data_duplicate(vesk_inv_db_pem_data *destination,
     const vesk_inv_db_pem_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_db_pem_data_free_ext(vesk_inv_db_pem_data *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -1181,13 +1280,16 @@ enum vesk_inv_db_base_port_data_presence {
     VESK_INV_DB_BASE_PORT_DATA_F2 = 1
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_db_base_port_data_encode_ext(const vesk_inv_db_base_port_data *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_db_base_port_data_decode_ext(vesk_inv_db_base_port_data *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_db_base_port_data_duplicate(vesk_inv_db_base_port_data *destination,
     const vesk_inv_db_base_port_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_db_base_port_data_free_ext(vesk_inv_db_base_port_data *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -1217,13 +1319,16 @@ enum vesk_inv_db_fan_data_presence {
     VESK_INV_DB_FAN_DATA_THRESHOLD = 8
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_db_fan_data_encode_ext(const vesk_inv_db_fan_data *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_db_fan_data_decode_ext(vesk_inv_db_fan_data *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_db_fan_data_duplicate(vesk_inv_db_fan_data *destination,
     const vesk_inv_db_fan_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_db_fan_data_free_ext(vesk_inv_db_fan_data *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -1243,13 +1348,16 @@ enum vesk_sdr_identity_info_presence {
     VESK_SDR_IDENTITY_INFO_F3 = 2
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_sdr_identity_info_encode_ext(const vesk_sdr_identity_info *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_sdr_identity_info_decode_ext(vesk_sdr_identity_info *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_sdr_identity_info_duplicate(vesk_sdr_identity_info *destination,
     const vesk_sdr_identity_info *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_sdr_identity_info_free_ext(vesk_sdr_identity_info *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -1271,13 +1379,16 @@ enum vesk_inv_sdr_slice_info_presence {
     VESK_INV_SDR_SLICE_INFO_F5 = 4
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_sdr_slice_info_encode_ext(const vesk_inv_sdr_slice_info *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_sdr_slice_info_decode_ext(vesk_inv_sdr_slice_info *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_sdr_slice_info_duplicate(vesk_inv_sdr_slice_info *destination,
     const vesk_inv_sdr_slice_info *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_sdr_slice_info_free_ext(vesk_inv_sdr_slice_info *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -1344,13 +1455,16 @@ enum vesk_logic_slot_data_presence {
     VESK_LOGIC_SLOT_DATA_SDR_SLICE = 25
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_logic_slot_data_encode_ext(const vesk_logic_slot_data *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_logic_slot_data_decode_ext(vesk_logic_slot_data *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_logic_slot_data_duplicate(vesk_logic_slot_data *destination,
     const vesk_logic_slot_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_logic_slot_data_free_ext(vesk_logic_slot_data *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -1371,13 +1485,16 @@ enum vesk_sdr_data_object_presence {
     VESK_SDR_DATA_OBJECT_F4 = 3
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_sdr_data_object_encode_ext(const vesk_sdr_data_object *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_sdr_data_object_decode_ext(vesk_sdr_data_object *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_sdr_data_object_duplicate(vesk_sdr_data_object *destination,
     const vesk_sdr_data_object *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_sdr_data_object_free_ext(vesk_sdr_data_object *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -1393,13 +1510,16 @@ enum vesk_inv_sdr_data_presence {
     VESK_INV_SDR_DATA_F2 = 1
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_sdr_data_encode_ext(const vesk_inv_sdr_data *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_sdr_data_decode_ext(vesk_inv_sdr_data *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_sdr_data_duplicate(vesk_inv_sdr_data *destination, const vesk_inv_sdr_data *source,
     vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_sdr_data_free_ext(vesk_inv_sdr_data *message, vesk_release release, void *context,
     uint32_t flags);
 
@@ -1452,13 +1572,16 @@ enum vesk_inv_fru_oir_data_presence {
     VESK_INV_FRU_OIR_DATA_F19 = 18
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_fru_oir_data_encode_ext(const vesk_inv_fru_oir_data *message, void *buffer,
     uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_fru_oir_data_decode_ext(vesk_inv_fru_oir_data *message, const void *buffer,
     uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_fru_oir_data_duplicate(vesk_inv_fru_oir_data *destination,
     const vesk_inv_fru_oir_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_fru_oir_data_free_ext(vesk_inv_fru_oir_data *message, vesk_release release,
     void *context, uint32_t flags);
 
@@ -1478,13 +1601,16 @@ enum vesk_inv_fru_prefix_update_data_presence {
     VESK_INV_FRU_PREFIX_UPDATE_DATA_F4 = 3
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_fru_prefix_update_data_encode_ext(const vesk_inv_fru_prefix_update_data *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_fru_prefix_update_data_decode_ext(vesk_inv_fru_prefix_update_data *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_fru_prefix_update_data_duplicate(vesk_inv_fru_prefix_update_data *destination,
     const vesk_inv_fru_prefix_update_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_fru_prefix_update_data_free_ext(vesk_inv_fru_prefix_update_data *message,
     vesk_release release, void *context, uint32_t flags);
 
@@ -1504,13 +1630,16 @@ enum vesk_inv_fru_location_update_data_presence {
     VESK_INV_FRU_LOCATION_UPDATE_DATA_F4 = 3
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_fru_location_update_data_encode_ext(const vesk_inv_fru_location_update_data *message, void *buffer, uint64_t length, vesk_segment *segments,
     uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_fru_location_update_data_decode_ext(vesk_inv_fru_location_update_data *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_fru_location_update_data_duplicate(vesk_inv_fru_location_update_data *destination,
     const vesk_inv_fru_location_update_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_fru_location_update_data_free_ext(vesk_inv_fru_location_update_data *message,
     vesk_release release, void *context, uint32_t flags);
 
@@ -1530,13 +1659,16 @@ enum vesk_inv_fru_snmp_range_update_data_presence {
     VESK_INV_FRU_SNMP_RANGE_UPDATE_DATA_F4 = 3
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_fru_snmp_range_update_data_encode_ext(const vesk_inv_fru_snmp_range_update_data *message, void *buffer, uint64_t length, vesk_segment *segments,
     uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_fru_snmp_range_update_data_decode_ext(vesk_inv_fru_snmp_range_update_data *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_fru_snmp_range_update_data_duplicate(vesk_inv_fru_snmp_range_update_data *destination, const vesk_inv_fru_snmp_range_update_data *source,
     vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_fru_snmp_range_update_data_free_ext(vesk_inv_fru_snmp_range_update_data *message,
     vesk_release release, void *context, uint32_t flags);
 
@@ -1562,13 +1694,16 @@ enum vesk_inv_fru_attr_update_data_presence {
     VESK_INV_FRU_ATTR_UPDATE_DATA_F7 = 6
 };
 
-/* Encode, decode, copy and release; vesk_runtime.h has the contract. */
+/* Writes a message as bytes; vesk_runtime.h has the contract of the four. */
 VESK_API uint64_t vesk_inv_fru_attr_update_data_encode_ext(const vesk_inv_fru_attr_update_data *message,
     void *buffer, uint64_t length, vesk_segment *segments, uint32_t *segment_count, uint32_t flags);
+/* Reads a message from bytes. */
 VESK_API int32_t vesk_inv_fru_attr_update_data_decode_ext(vesk_inv_fru_attr_update_data *message,
     const void *buffer, uint64_t length, vesk_alloc alloc, void *context, uint32_t flags);
+/* Copies a message and everything that it owns. */
 VESK_API int32_t vesk_inv_fru_attr_update_data_duplicate(vesk_inv_fru_attr_update_data *destination,
     const vesk_inv_fru_attr_update_data *source, vesk_alloc alloc, void *context);
+/* Gives back every block that a message owns. */
 VESK_API void vesk_inv_fru_attr_update_data_free_ext(vesk_inv_fru_attr_update_data *message,
     vesk_release release, void *context, uint32_t flags);
 

@@ -47,9 +47,9 @@ typedef struct vesk_type {
     uint32_t presence_offset; /* of the presence bits in it */
     uint16_t alignment;       /* of the structure, in bytes */
     uint16_t flags;           /* bits of vesk_type_flag */
-    uint16_t field_count;
-    uint16_t field_size;   /* of a field's row, in bytes */
-    uint32_t number_count; /* one more than the highest field number that by_number_at covers */
+    uint16_t field_count;     /* of rows at fields_at */
+    uint16_t field_size;      /* of a field's row, in bytes */
+    uint32_t number_count;    /* one more than the highest field number that by_number_at covers */
 } vesk_type;
 
 /* A field. Offsets named _at count bytes from the row's own address. */
@@ -59,12 +59,14 @@ typedef struct vesk_field {
     uint32_t tag;         /* on the wire: the field number times 8, and the wire type */
     uint32_t offset;      /* of the member in the structure; of a bytes field's or list's pointer */
     uint32_t size_offset; /* of a bytes field's length or a list's count; 0 for any other kind */
-    uint16_t presence_bit;
-    uint16_t kind; /* a vesk_kind */
+    uint16_t presence_bit; /* its number */
+    uint16_t kind;         /* a vesk_kind */
 } vesk_field;
 
+/* The bare name of a type, "pem_data". */
 static inline const char *vesk_type_name(const vesk_type *type) { return (const char *)type + type->name_at; }
 
+/* The unit that defines a type, "client_service". */
 static inline const char *vesk_type_unit(const vesk_type *type) { return (const char *)type + type->unit_at; }
 
 /* The next type that the same library describes; null after the last. */
@@ -93,8 +95,10 @@ static inline const vesk_field *vesk_type_field_numbered(const vesk_type *type, 
     return 0;
 }
 
+/* The number of a field on the wire. */
 static inline uint32_t vesk_field_number(const vesk_field *field) { return field->tag >> 3; }
 
+/* The name of a field, "f3". */
 static inline const char *vesk_field_name(const vesk_field *field) { return (const char *)field + field->name_at; }
 
 /* The type of a nested message or of a list's elements; null for any other kind. */

@@ -12,6 +12,7 @@
 extern "C" {
 #endif
 
+/* What a library lets out. */
 #if defined(__GNUC__)
 #define VESK_API __attribute__((visibility("default")))
 #else
@@ -72,10 +73,10 @@ enum vesk_flag {
     VESK_BYTES_BY_REFERENCE = 1
 };
 
-/* A stretch of the encoder's output; `length` in bytes. */
+/* A stretch of the encoder's output. */
 typedef struct vesk_segment {
-    const void *data;
-    uint64_t length;
+    const void *data; /* its first byte */
+    uint64_t length;  /* in bytes */
 } vesk_segment;
 
 /* Returns a block of at least `size` bytes, aligned for any C type, or null if there is none. `size` may be 0
@@ -98,6 +99,7 @@ typedef void (*vesk_release)(void *block, void *context);
 #define VESK_MARK(message, bit) vesk_mark(&(message)->present[(bit) / 8], (unsigned)(bit) % 8)
 #define VESK_UNMARK(message, bit) vesk_unmark(&(message)->present[(bit) / 8], (unsigned)(bit) % 8)
 
+/* What VESK_MARK and VESK_UNMARK come to: use those. */
 static inline void vesk_mark(uint8_t *byte, unsigned bit) { *byte = (uint8_t)(*byte | 1u << bit); }
 static inline void vesk_unmark(uint8_t *byte, unsigned bit) { *byte = (uint8_t)(*byte & ~(1u << bit)); }
 

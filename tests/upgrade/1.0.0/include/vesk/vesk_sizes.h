@@ -20,6 +20,7 @@
 #include <vesk/inventory_db.h>
 #include <vesk/client_service.h>
 
+/* One of two sizes, by the width of pointers. */
 #if UINTPTR_MAX > 0xFFFFFFFF
 #define VESK_BY_POINTERS(of_64_bits, of_32_bits) of_64_bits
 #else

@@ -73,10 +73,11 @@ static inline const char* vesk_text_result_text(int32_t code) {
     }
 }
 
+/* Limits of the library's own. */
 enum vesk_text_limit {
     /* Messages inside one another that are printed or parsed. No message of the library needs a quarter of it. */
     VESK_TEXT_MOST_LEVELS = 32,
-    VESK_TEXT_REASON_SIZE = 128
+    VESK_TEXT_REASON_SIZE = 128 /* bytes of a report's reason */
 };
 
 /* ==== Options ========================================================================================================
@@ -93,6 +94,7 @@ enum vesk_text_flag {
     VESK_TEXT_LOSSLESS = 2
 };
 
+/* How a text is printed or parsed; vesk_default_text_options fills it in. */
 typedef struct vesk_text_options {
     size_t size;    /* sizeof(vesk_text_options), by vesk_default_text_options */
     uint32_t flags; /* bits of vesk_text_flag; default: 0 */
@@ -107,6 +109,7 @@ typedef struct vesk_text_options {
     uint64_t memory_limit;
 } vesk_text_options;
 
+/* The options that null stands for. */
 static inline vesk_text_options vesk_default_text_options(void) {
     vesk_text_options options = {sizeof(vesk_text_options), 0, 0, 0, 0, UINT64_MAX};
     return options;

@@ -102,6 +102,7 @@ enum vesk_option_flag {
     VESK_FIRST_OCCURRENCE = 1
 };
 
+/* What a function is to do otherwise than by default; vesk_default_options fills it in. */
 typedef struct vesk_options {
     size_t size;    /* sizeof(vesk_options), by vesk_default_options */
     uint32_t flags; /* bits of vesk_option_flag; default: 0 */
@@ -122,6 +123,7 @@ typedef struct vesk_options {
     uint64_t scratch_size; /* in bytes */
 } vesk_options;
 
+/* The options that null stands for. */
 static inline vesk_options vesk_default_options(void) {
     vesk_options options = {sizeof(vesk_options), 0, 1, 0, 0, 0, 0};
     return options;
