@@ -34,6 +34,11 @@ function(vesk_install_library target)
     list(TRANSFORM ARG_HEADERS PREPEND ${PROJECT_SOURCE_DIR}/)
     install(FILES ${ARG_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vesk COMPONENT ${component})
     list(JOIN ARG_REQUIRES " " requires)
+    get_target_property(type ${target} TYPE)
+    set(library "-L\${libdir} -l${target}")
+    if(type STREQUAL "INTERFACE_LIBRARY")  # headers alone
+        set(library "")
+    endif()
     # In two steps: the name of a target's file is known only after configuring.
     configure_file(${PROJECT_SOURCE_DIR}/cmake/library.pc.in ${PROJECT_BINARY_DIR}/${target}.pc.gen @ONLY)
     file(GENERATE OUTPUT ${PROJECT_BINARY_DIR}/installed/${target}.pc INPUT ${PROJECT_BINARY_DIR}/${target}.pc.gen)

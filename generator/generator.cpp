@@ -29,6 +29,7 @@ bool Generator::Generate(const google::protobuf::FileDescriptor* file, const std
     write_file(context, unit.name + ".h", print_header(unit));
     write_file(context, unit.name + "_fields.hpp", print_fields(unit));
     write_file(context, unit.name + "_names.inc", print_names(unit));
+    write_file(context, unit.name + "_members.inc", print_members(unit));
     write_file(context, unit.name + "_exports.cpp", print_exports(unit));
     write_file(context, unit.name + ".symbols", print_symbols(unit));
     return true;

@@ -217,6 +217,20 @@ std::string print_names(const Unit& unit) {
     return text;
 }
 
+std::string print_members(const Unit& unit) {
+    std::string text = origin_in_cpp(unit) + "// Its messages and their members, in declaration order, for vesk.hpp.\n";
+    for (const Message& message : unit.messages) {
+        text += "VESK_MESSAGE(" + message.name + ")\n";
+        for (const Field& field : message.fields) {
+            const std::vector<Member> members = members_of(field);
+            text += (members.size() == 1 ? "VESK_MEMBER(" : "VESK_MEMBER_WITH_COUNT(") + message.name;
+            for (const Member& member : members) text += ", " + member.name;
+            text += ", " + upper_case(message.name + "_" + field.name) + ")\n";
+        }
+    }
+    return text;
+}
+
 std::string print_exports(const Unit& unit) {
     std::string text = origin_in_cpp(unit) + "#include \"" + unit.name + "/" + unit.name +
                        "_fields.hpp\"\n#include \"runtime/export.hpp\"\n\n";

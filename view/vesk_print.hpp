@@ -1,0 +1,157 @@
+// Messages as text: `stream << message`, vesk::to_string(message), and std::format where the compiler has it. In one
+// line, as protobuf's text format: f3: 2 f5: "green". By the toolkit's table of facts, so libvesk_toolkit is linked;
+// libvesk_text has the format whole, and reads it.
+#ifndef VESK_PRINT_HPP
+#define VESK_PRINT_HPP
+
+#include <ostream>
+#include <string>
+#include <version>
+#include <vesk/vesk.hpp>
+#if defined(__cpp_lib_format)
+#include <format>
+#endif
+
+namespace vesk {
+namespace detail {
+
+inline void print_bytes(std::string& text, std::string_view bytes) {
+    text += '"';
+    for (const char c : bytes) {
+        const auto code = static_cast<unsigned char>(c);
+        if (c == '"' || c == '\\') {
+            text += '\\';
+            text += c;
+        } else if (code >= 0x20 && code < 0x7F) {
+            text += c;
+        } else {
+            text += '\\';
+            for (const int shift : {6, 3, 0}) text += static_cast<char>('0' + (code >> shift & 7));
+        }
+    }
+    text += '"';
+}
+
+template <class Value>
+Value load(const void* structure, std::uint32_t offset) {
+    Value value;
+    std::memcpy(&value, static_cast<const char*>(structure) + offset, sizeof value);
+    return value;
+}
+
+inline void print_message(std::string& text, const vesk_type* type, const void* structure);
+
+// An identifier belongs to another library, which may describe it or not.
+inline void print_nested(std::string& text, const vesk_type* type, const void* structure) {
+    if ((type->flags & VESK_TYPE_ELSEWHERE) != 0) type = vesk_type_named(vesk_type_name(type));
+    text += "{";
+    if (type == nullptr) {
+        text += " opaque";
+    } else {
+        const std::size_t before = text.size();
+        text += ' ';
+        print_message(text, type, structure);
+        if (text.size() == before + 1) text.pop_back();
+    }
+    text += text.back() == '{' ? "}" : " }";
+}
+
+inline void print_field(std::string& text, const vesk_field* field, const void* structure) {
+    const auto begin = [&](const char* colon) {
+        if (!text.empty() && text.back() != ' ') text += ' ';
+        text.append(vesk_field_name(field)).append(colon);
+    };
+    switch (field->kind) {
+        case VESK_KIND_UINT32:
+            begin(": ");
+            text += std::to_string(load<std::uint32_t>(structure, field->offset));
+            break;
+        case VESK_KIND_UINT64:
+            begin(": ");
+            text += std::to_string(load<std::uint64_t>(structure, field->offset));
+            break;
+        case VESK_KIND_BOOL:
+            begin(": ");
+            text += load<std::uint8_t>(structure, field->offset) != 0 ? "true" : "false";
+            break;
+        case VESK_KIND_STRING:
+            if (const char* const string = load<const char*>(structure, field->offset); string != nullptr) {
+                begin(": ");
+                print_bytes(text, string);
+            }
+            break;
+        case VESK_KIND_BYTES:
+            begin(": ");
+            print_bytes(text, {load<const char*>(structure, field->offset),
+                               static_cast<std::size_t>(load<std::uint64_t>(structure, field->size_offset))});
+            break;
+        case VESK_KIND_MESSAGE:
+            begin(" ");
+            print_nested(text, vesk_field_nested(field), static_cast<const char*>(structure) + field->offset);
+            break;
+        case VESK_KIND_LIST: {
+            const char* element = load<const char*>(structure, field->offset);
+            const vesk_type* const type = vesk_field_nested(field);
+            for (std::uint32_t left = load<std::uint32_t>(structure, field->size_offset); left != 0; --left) {
+                begin(" ");
+                print_nested(text, type, element);
+                element += type->structure_size;
+            }
+            break;
+        }
+        default: begin(": ?");
+    }
+}
+
+// The fields that are present.
+inline void print_message(std::string& text, const vesk_type* type, const void* structure) {
+    for (std::uint32_t place = 0; place < type->field_count; ++place) {
+        const vesk_field* const field = vesk_type_field(type, place);
+        const auto byte = load<std::uint8_t>(structure, type->presence_offset + field->presence_bit / 8);
+        if ((byte >> (field->presence_bit % 8) & 1) != 0) print_field(text, field, structure);
+    }
+}
+
+}  // namespace detail
+
+// The fields that are present, in one line; empty if there are none. Throws std::bad_alloc as std::string does.
+template <message_structure T>
+std::string to_string(view<T> message) {
+    std::string text;
+    constexpr std::string_view prefix = "vesk_";
+    const vesk_type* const type = vesk_type_named(detail::functions<T>::name.data() + prefix.size());
+    if (type != nullptr) detail::print_message(text, type, &message.c());
+    return text;
+}
+template <message_structure T>
+std::string to_string(const message<T>& message) {
+    return to_string(view<T>(message));
+}
+
+template <message_structure T>
+std::ostream& operator<<(std::ostream& stream, view<T> message) {
+    return stream << to_string(message);
+}
+template <message_structure T>
+std::ostream& operator<<(std::ostream& stream, const message<T>& message) {
+    return stream << to_string(message);
+}
+
+}  // namespace vesk
+
+#if defined(__cpp_lib_format)
+template <class T>
+struct std::formatter<vesk::view<T>> : std::formatter<std::string> {
+    auto format(vesk::view<T> message, std::format_context& context) const {
+        return std::formatter<std::string>::format(vesk::to_string(message), context);
+    }
+};
+template <class T>
+struct std::formatter<vesk::message<T>> : std::formatter<std::string> {
+    auto format(const vesk::message<T>& message, std::format_context& context) const {
+        return std::formatter<std::string>::format(vesk::to_string(message), context);
+    }
+};
+#endif
+
+#endif
