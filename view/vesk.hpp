@@ -470,6 +470,8 @@ class message {
 public:
     message() noexcept : message(heap()) {}
     explicit message(const memory& memory) noexcept : structure_{}, memory_(memory) {}
+    message(const message&) = delete;  // copy, which can say that there is no memory
+    message& operator=(const message&) = delete;
     message(message&& other) noexcept
         : structure_(std::exchange(other.structure_, T{})),
           memory_(other.memory_),
@@ -580,6 +582,8 @@ public:
     using element = detail::element_type<Member>;
 
     explicit list_builder(const memory& memory) noexcept : memory_(memory) {}
+    list_builder(const list_builder&) = delete;
+    list_builder& operator=(const list_builder&) = delete;
     list_builder(list_builder&& other) noexcept
         : array_(std::exchange(other.array_, nullptr)),
           count_(std::exchange(other.count_, 0)),
