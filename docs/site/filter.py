@@ -43,6 +43,8 @@ def label(page):
     """The name of a page on the site; the first one is doxygen's index."""
     if page == ROOT / "docs/README.md":
         return "index"
+    if page.parent == ROOT:  # SECURITY.md is not docs/security.md
+        return f"project-{page.stem.lower()}"
     return (page.parent.name if page.name == "README.md" else page.stem).lower()
 
 
