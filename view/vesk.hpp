@@ -210,6 +210,19 @@ inline memory memory_of(std::pmr::memory_resource& resource) noexcept {
             &resource};
 }
 
+namespace detail {
+
+// An array of `count` structures, whose first `kept` are those of `old`; null if there is no memory. `old` stays as it
+// is.
+template <class Element>
+Element* array_with(const memory& memory, const Element* old, std::size_t kept, std::size_t count) noexcept {
+    auto* const array = static_cast<Element*>(memory.alloc(std::uint64_t{count} * sizeof(Element), memory.context));
+    if (array != nullptr && kept != 0) std::memcpy(array, old, kept * sizeof(Element));
+    return array;
+}
+
+}  // namespace detail
+
 // ==== Reading ========================================================================================================
 
 template <message_structure T>
@@ -412,11 +425,9 @@ public:
                 if (count > UINT32_MAX) return make_error_code(error::too_many);
                 element* array = nullptr;
                 if (count != 0) {
-                    array =
-                        static_cast<element*>(memory_.alloc(std::uint64_t{count} * sizeof(element), memory_.context));
-                    if (array == nullptr) return make_error_code(std::int32_t{VESK_NO_MEMORY});
                     const std::size_t kept = count < old_count ? count : old_count;
-                    if (kept != 0) std::memcpy(array, structure_->*Member, kept * sizeof(element));
+                    array = detail::array_with(memory_, structure_->*Member, kept, count);
+                    if (array == nullptr) return make_error_code(std::int32_t{VESK_NO_MEMORY});
                     std::memset(static_cast<void*>(array + kept), 0, (count - kept) * sizeof(element));
                 }
                 for (std::size_t i = count; i < old_count; ++i) {
@@ -503,7 +514,8 @@ public:
     }
 
     // Becomes what the bytes say. After an error it is empty. With VESK_BYTES_BY_REFERENCE its bytes fields point into
-    // `bytes`, which then must outlive it, and must not be set or cleared one by one.
+    // `bytes`, which then must outlive it: such a message is read, and cleared as a whole, but nothing in it is set,
+    // resized or cleared by itself.
     [[nodiscard]] std::error_code decode(std::span<const std::byte> bytes, std::uint32_t flags = 0) noexcept {
         clear();
         flags_ = flags;
@@ -600,10 +612,8 @@ public:
         if (count_ == capacity_) {
             if (capacity_ > UINT32_MAX / 2) return make_error_code(error::too_many);
             const std::uint32_t more = capacity_ != 0 ? capacity_ * 2 : 4;
-            auto* const array =
-                static_cast<element*>(memory_.alloc(std::uint64_t{more} * sizeof(element), memory_.context));
+            element* const array = detail::array_with(memory_, array_, count_, more);
             if (array == nullptr) return make_error_code(std::int32_t{VESK_NO_MEMORY});
-            if (count_ != 0) std::memcpy(array, array_, count_ * sizeof(element));
             if (array_ != nullptr) memory_.release(array_, memory_.context);
             array_ = array;
             capacity_ = more;
