@@ -29,6 +29,13 @@ MemberList<std::uint8_t*, std::uint64_t> members_of(const BytesField<Number, Mes
 template <std::uint32_t Number, class Message, class Element>
 MemberList<Element*, std::uint32_t> members_of(const ListField<Number, Message, Element>&);
 
+template <std::uint32_t Number, class Message, class Scalar>
+MemberList<typename Scalar::Member> members_of(const ScalarField<Number, Message, Scalar>&);
+template <std::uint32_t Number, class Message, class Scalar, bool Packed>
+MemberList<typename Scalar::Member*, std::uint32_t> members_of(const RepeatedField<Number, Message, Scalar, Packed>&);
+template <std::uint32_t Number, class Message, class Element>
+MemberList<Element*, std::uint32_t> members_of(const BlocksField<Number, Message, Element>&);
+
 template <class Message, class... Members>
 consteval bool is_made_of(MemberList<Members...>) {
     return requires { Message{Exactly<Members>{}...}; };
@@ -50,7 +57,7 @@ consteval bool has_exactly_the_members(std::index_sequence<Indices...>) {
 
 template <std::size_t Count>
 consteval bool are_distinct(const std::uint32_t (&numbers)[Count]) {
-    for (std::size_t i = 0; i < Count; ++i) {
+    for (std::size_t i = 1; i < Count; ++i) {
         for (std::size_t j = 0; j < i; ++j) {
             if (numbers[i] == numbers[j]) return false;
         }
@@ -60,7 +67,7 @@ consteval bool are_distinct(const std::uint32_t (&numbers)[Count]) {
 
 template <class Message, std::size_t... Indices>
 consteval bool has_distinct_numbers(std::index_sequence<Indices...>) {
-    return are_distinct({number_of<Message, Indices>...});
+    return are_distinct({0, number_of<Message, Indices>...});  // no field has the number 0
 }
 
 // clang cannot compare the addresses of two members while compiling; there a test compares them, for every type.
@@ -80,12 +87,30 @@ consteval void visit_members(const Message& message, const ListField<Number, Mes
     visit(&(message.*field.count));
 }
 
+template <std::uint32_t Number, class Message, class Scalar, class Visitor>
+consteval void visit_members(const Message& message, const ScalarField<Number, Message, Scalar>& field,
+                             Visitor& visit) {
+    visit(&(message.*field.member));
+}
+template <std::uint32_t Number, class Message, class Scalar, bool Packed, class Visitor>
+consteval void visit_members(const Message& message, const RepeatedField<Number, Message, Scalar, Packed>& field,
+                             Visitor& visit) {
+    visit(&(message.*field.array));
+    visit(&(message.*field.count));
+}
+template <std::uint32_t Number, class Message, class Element, class Visitor>
+consteval void visit_members(const Message& message, const BlocksField<Number, Message, Element>& field,
+                             Visitor& visit) {
+    visit(&(message.*field.array));
+    visit(&(message.*field.count));
+}
+
 template <class Message, std::size_t... Indices>
 consteval bool is_in_member_order(std::index_sequence<Indices...>) {
-    constexpr Message message{};
+    [[maybe_unused]] constexpr Message message{};
     const void* previous = nullptr;
     bool ascending = true;
-    auto visit = [&](const void* member) {
+    [[maybe_unused]] auto visit = [&](const void* member) {
         ascending = ascending && (previous == nullptr || previous < member);
         previous = member;
     };
@@ -99,11 +124,16 @@ consteval bool is_in_member_order(std::index_sequence<Indices...>) {
 }
 #endif
 
+// A structure has a byte of them even where it has no field: C knows no empty array.
+template <class Message>
+inline constexpr std::size_t presence_size = field_count<Message> == 0 ? 1 : (field_count<Message> + 7) / 8;
+
 template <class Message>
 consteval bool check_schema() {
     constexpr std::make_index_sequence<field_count<Message>> all;
-    static_assert(field_count<Message> > 0, "the message type has no field list");
-    static_assert(sizeof(Message::present) == (field_count<Message> + 7) / 8,
+    static_assert(!std::is_same_v<decltype(schema<Message>), const NoFieldList>, "the message type has no field list");
+    static_assert(field_count<Message> <= 64, "the message type has more fields than a word has presence bits");
+    static_assert(sizeof(Message::present) == presence_size<Message>,
                   "the presence bytes do not fit the number of fields");
     static_assert(has_distinct_numbers<Message>(all), "a field number is used twice");
     static_assert(has_exactly_the_members<Message>(all),

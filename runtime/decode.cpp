@@ -1,29 +1,6 @@
 #include "runtime/decode.hpp"
 
 namespace vesk {
-namespace {
-
-// Counts the elements of a run, `at` being the position of the first one's length. Only field numbers are compared: an
-// element with another wire type counts, and is then read as a length.
-// See decode_list.later_element_with_wire_type_0_is_part_of_the_run.
-bool count_run(std::uint32_t* count, std::uint32_t number, const std::uint8_t* at, const std::uint8_t* end) {
-    std::uint32_t elements = 0;
-    Varint tag;
-    do {
-        const Varint length = read_length(at, end);
-        if (length.at == nullptr) return false;
-        at = length.at + length.value;
-        ++elements;
-        if (at == end) break;
-        tag = read_tag(at, end);
-        if (tag.at == nullptr) return false;
-        at = tag.at;
-    } while (field_number_of_tag(static_cast<std::uint32_t>(tag.value)) == number);
-    *count = elements;
-    return true;
-}
-
-}  // namespace
 
 const std::uint8_t* decode_string(char** member, const std::uint8_t* at, const std::uint8_t* end, Source& source) {
     if (*member != nullptr) return fail(source, VESK_MALFORMED);

@@ -53,6 +53,40 @@ const std::uint8_t* decode_list(const void* array, void* array_member, std::uint
 const std::uint8_t* skip_unknown(std::uint32_t tag, std::uint64_t field_numbers, const std::uint8_t* at,
                                  const std::uint8_t* end, Source& source);
 
+template <std::size_t Count>
+struct FieldNumbers {
+    std::uint32_t of_field[Count];
+};
+
+// Counts the elements of a run, `at` being the position of the first one's length. Only field numbers are compared: an
+// element with another wire type counts, and is then read as a length.
+// See decode_list.later_element_with_wire_type_0_is_part_of_the_run.
+inline bool count_run(std::uint32_t* count, std::uint32_t number, const std::uint8_t* at, const std::uint8_t* end) {
+    std::uint32_t elements = 0;
+    Varint tag;
+    do {
+        const Varint length = read_length(at, end);
+        if (length.at == nullptr) return false;
+        at = length.at + length.value;
+        ++elements;
+        if (at == end) break;
+        tag = read_tag(at, end);
+        if (tag.at == nullptr) return false;
+        at = tag.at;
+    } while (field_number_of_tag(static_cast<std::uint32_t>(tag.value)) == number);
+    *count = elements;
+    return true;
+}
+
+// The same for repeated fields of others' messages. Of scalars: `wire_type` is that of the kind, `tag` the first one's.
+// Counts the run and gives it its block of zeroes, unless it is empty. False after an error.
+bool make_values(const void* array, void* array_member, std::uint32_t* count, std::uint32_t tag, WireType wire_type,
+                 std::size_t size, const std::uint8_t* at, const std::uint8_t* end, Source& source);
+const std::uint8_t* decode_strings(char*** array, std::uint32_t* count, std::uint32_t number, const std::uint8_t* at,
+                                   const std::uint8_t* end, Source& source);
+const std::uint8_t* decode_blobs(vesk_bytes** array, std::uint32_t* count, std::uint32_t number, const std::uint8_t* at,
+                                 const std::uint8_t* end, Source& source);
+
 template <class Message>
 const std::uint8_t* decode_imported(void* message, const std::uint8_t* at, const std::uint8_t* end, Source& source) {
     const std::int32_t code =
@@ -79,6 +113,13 @@ inline constexpr NestedDecoder decoder_of = make_decoder<Message>();
 template <class Scalar, class Member>
 VESK_INLINE const std::uint8_t* decode_scalar(Member& member, const std::uint8_t* at, const std::uint8_t* end,
                                               Source& source) {
+    if constexpr (Scalar::wire_type != varint_type) {
+        typename Scalar::Wire word;
+        const std::uint8_t* const past = read_fixed(at, end, &word);
+        if (past == nullptr) return fail(source, VESK_MALFORMED);
+        member = Scalar::from_wire(word);
+        return past;
+    }
     if (at < end && *at < 0x80) [[likely]] {
         member = Scalar::from_wire(*at);
         return at + 1;
@@ -88,6 +129,45 @@ VESK_INLINE const std::uint8_t* decode_scalar(Member& member, const std::uint8_t
     if (varint.at == nullptr) return fail(source, VESK_MALFORMED);
     member = Scalar::from_wire(static_cast<typename Scalar::Wire>(varint.value));
     return varint.at;
+}
+
+// Reads a repeated field of scalars, whose first tag has been read: as a list, one unbroken run of fields of one
+// number, some of them packed and some not.
+template <class Scalar>
+[[gnu::noinline]] const std::uint8_t* decode_values(const void* array, void* array_member, std::uint32_t* count,
+                                                    std::uint32_t tag, const std::uint8_t* at, const std::uint8_t* end,
+                                                    Source& source) {
+    typename Scalar::Member* value = nullptr;
+    std::uint32_t left = 0;
+    if (!make_values(array, array_member, count, tag, Scalar::wire_type, sizeof *value, at, end, source))
+        return nullptr;
+    std::memcpy(&value, array_member, sizeof value);
+    left = *count;
+    for (;;) {
+        // Counting has shown all of this to be there; but whoever gave the block may have written into the input.
+        const std::uint8_t* past = nullptr;  // the content of a packed field; null for a single value
+        if (wire_type_of_tag(tag) == length_type) {
+            const Varint length = read_length(at, end);
+            if (length.at == nullptr) return fail(source, VESK_MALFORMED);
+            at = length.at;
+            past = at + length.value;
+        }
+        while (at != past) {
+            if (left == 0) return fail(source, VESK_MALFORMED);
+            at = decode_scalar<Scalar>(*value, at, past != nullptr ? past : end, source);
+            if (at == nullptr) return nullptr;
+            ++value;
+            --left;
+            if (past == nullptr) break;
+        }
+        const Varint next = at != end ? read_tag(at, end) : Varint{nullptr, 0};
+        if (next.at == nullptr ||
+            field_number_of_tag(static_cast<std::uint32_t>(next.value)) != field_number_of_tag(tag)) {
+            return left == 0 ? at : fail(source, VESK_MALFORMED);
+        }
+        at = next.at;
+        tag = static_cast<std::uint32_t>(next.value);
+    }
 }
 
 template <class Message, std::size_t Index>
@@ -101,6 +181,12 @@ VESK_INLINE const std::uint8_t* decode_field(Message& message, bool again, const
     } else if constexpr (kind == Kind::list) {
         return decode_list(message.*field.array, &(message.*field.array), &(message.*field.count),
                            number_of<Message, Index>, decoder_of<NestedOf<Message, Index>>, at, end, source);
+    } else if constexpr (kind == Kind::strings) {
+        return decode_strings(&(message.*field.array), &(message.*field.count), number_of<Message, Index>, at, end,
+                              source);
+    } else if constexpr (kind == Kind::blobs) {
+        return decode_blobs(&(message.*field.array), &(message.*field.count), number_of<Message, Index>, at, end,
+                            source);
     } else if constexpr (kind == Kind::string) {
         return decode_string(&(message.*field.member), at, end, source);
     } else if constexpr (kind == Kind::bytes) {
@@ -134,9 +220,17 @@ VESK_INLINE Cursor decode_fields(Message& message, Cursor cursor, const std::uin
     if constexpr (Index == field_count<Message>) {
         return cursor;
     } else {
-        if (cursor.tag == tag_of<Message, Index>) {
-            const std::uint8_t* at =
-                decode_field<Message, Index>(message, has_bit<Index>(cursor.presence), cursor.at, end, source);
+        using Tags = TagOf<Message, Index>;
+        if (cursor.tag == Tags::tag || (Tags::other_tag != Tags::tag && cursor.tag == Tags::other_tag)) {
+            const std::uint8_t* at;
+            if constexpr (kind_of<Message, Index> == Kind::repeated) {
+                constexpr auto field = field_of<Message, Index>;
+                at = decode_values<typename Tags::Scalar>(
+                    message.*field.array, &(message.*field.array), &(message.*field.count),
+                    static_cast<std::uint32_t>(cursor.tag), cursor.at, end, source);
+            } else {
+                at = decode_field<Message, Index>(message, has_bit<Index>(cursor.presence), cursor.at, end, source);
+            }
             if (at == nullptr) return {nullptr, cursor.presence, no_tag};
             cursor = {at, cursor.presence | std::uint64_t{1} << Index, no_tag};
             if (at == end) return cursor;
@@ -156,10 +250,23 @@ VESK_INLINE Cursor decode_fields(Message& message, Cursor cursor, const std::uin
     }
 }
 
-// A bit for each field number of the message.
+// A bit for each field number of the message; or the numbers themselves, where one is too high for that.
 template <class Message, std::size_t... Indices>
-consteval std::uint64_t field_numbers_of(std::index_sequence<Indices...>) {
-    return (std::uint64_t{0} | ... | (std::uint64_t{1} << number_of<Message, Indices>));
+consteval auto field_numbers_of(std::index_sequence<Indices...>) {
+    if constexpr (((number_of<Message, Indices> < 64) && ...)) {
+        return (std::uint64_t{0} | ... | (std::uint64_t{1} << number_of<Message, Indices>));
+    } else {
+        return FieldNumbers<sizeof...(Indices)>{{number_of<Message, Indices>...}};
+    }
+}
+
+template <std::size_t Count>
+const std::uint8_t* skip_unknown(std::uint32_t tag, const FieldNumbers<Count>& numbers, const std::uint8_t* at,
+                                 const std::uint8_t* end, Source& source) {
+    std::uint64_t known = 0;
+    for (const std::uint32_t number : numbers.of_field) known |= number == field_number_of_tag(tag);
+    // Number 1 of the bits stands for the number in question.
+    return skip_unknown(wire_type_of_tag(tag) | 1 << 3, known << 1, at, end, source);
 }
 
 inline bool has_field_number(std::uint32_t number, std::uint64_t numbers) {
@@ -169,7 +276,7 @@ inline bool has_field_number(std::uint32_t number, std::uint64_t numbers) {
 template <class Message>
 [[gnu::noinline]] const std::uint8_t* decode(void* untyped, const std::uint8_t* at, const std::uint8_t* end,
                                              Source& source) {
-    constexpr std::uint64_t field_numbers = field_numbers_of<Message>(std::make_index_sequence<field_count<Message>>{});
+    constexpr auto field_numbers = field_numbers_of<Message>(std::make_index_sequence<field_count<Message>>{});
     Message& message = *static_cast<Message*>(untyped);
     Cursor cursor{at, 0, no_tag};
     while (cursor.at != nullptr) {

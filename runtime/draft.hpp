@@ -40,7 +40,7 @@ inline constexpr std::uint64_t longest_drafted_string = 24;
 struct DraftSize {
     std::uint64_t bytes;
     std::size_t inserts;
-    bool bounded = true;  // false if a list is in it
+    bool bounded = true;  // false if a list or repeated field is in it
     bool flat = true;     // false if a message of the library is in it
 };
 
@@ -73,7 +73,8 @@ consteval DraftSize draft_size() {
             size = {facts_of<Message>.of_field[Index].longest, 0};
         } else if constexpr (kind == Kind::string) {
             size.bytes += longest_drafted_string;
-        } else if constexpr (kind == Kind::list) {
+        } else if constexpr (kind == Kind::list || kind == Kind::repeated || kind == Kind::strings ||
+                             kind == Kind::blobs) {
             size.bounded = false;
         } else if constexpr (kind == Kind::message && !is_imported<NestedOf<Message, Index>>) {
             size = DraftSize{size.bytes, 0, true, false} + draft_size<NestedOf<Message, Index>>();

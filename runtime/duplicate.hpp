@@ -51,6 +51,23 @@ bool duplicate_bytes(std::uint8_t** destination, std::uint64_t* destination_leng
 bool duplicate_list(void* destination_member, std::uint32_t* destination_count, const void* source, std::uint32_t count,
                     const NestedDuplicator& duplicator, const Allocator& allocator, std::int32_t* code);
 
+// The same for repeated fields of others' messages: of scalars, of strings, of bytes.
+template <class Element>
+bool duplicate_elements(Element** destination, std::uint32_t* destination_count, const Element* source,
+                        std::uint32_t count, const Allocator& allocator, std::int32_t*) {
+    *destination_count = 0;
+    void* const block = allocate(allocator, std::uint64_t{count} * sizeof *source);
+    if (block == nullptr) return false;
+    std::memcpy(block, source, std::size_t{count} * sizeof *source);
+    *destination = static_cast<Element*>(block);
+    *destination_count = count;
+    return true;
+}
+bool duplicate_elements(char*** destination, std::uint32_t* destination_count, char* const* source, std::uint32_t count,
+                        const Allocator& allocator, std::int32_t* code);
+bool duplicate_elements(vesk_bytes** destination, std::uint32_t* destination_count, const vesk_bytes* source,
+                        std::uint32_t count, const Allocator& allocator, std::int32_t* code);
+
 // ---- The structure -------------------------------------------------------------------------------------------------
 
 // Copies a structure but for the nested messages that are not plain: their own functions copy those. A structure may be
@@ -119,6 +136,13 @@ VESK_INLINE std::int32_t duplicate_field(Message& destination, const Message& so
         if (source.*field.count != 0) {
             copied = duplicate_list(&(destination.*field.array), &(destination.*field.count), array,
                                     source.*field.count, duplicator_of<NestedOf<Message, Index>>, allocator, &code);
+        }
+    } else if constexpr (kind == Kind::repeated || kind == Kind::strings || kind == Kind::blobs) {
+        auto* const array = source.*field.array;
+        destination.*field.array = nullptr;
+        if (source.*field.count != 0) {
+            copied = duplicate_elements(&(destination.*field.array), &(destination.*field.count), array,
+                                        source.*field.count, allocator, &code);
         }
     } else if constexpr (kind == Kind::string) {
         if (source.*field.member != nullptr) {

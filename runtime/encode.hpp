@@ -70,15 +70,43 @@ void write_nested(std::uint32_t tag, const void* nested, std::uint64_t size, con
 // Every element is written, also an empty one, each with its tag and length.
 void write_list(std::uint32_t tag, const void* array, std::uint32_t count, const TypeEncoder& type, Writer& writer);
 
+// The same for a list whose tag takes more than two bytes.
+void write_far_list(std::uint32_t tag, const void* array, std::uint32_t count, const TypeEncoder& type, Writer& writer);
+
 inline bool has_room(std::uint64_t length, const Writer& writer) {
     return writer.position <= writer.buffer.length && length <= writer.buffer.length - writer.position;
+}
+
+// Writes the scalars of a repeated field, each with its tag; packed ones, whose head has been written, with the tag 0.
+template <class Scalar>
+[[gnu::noinline]] void write_values(std::uint32_t tag, const typename Scalar::Member* array, std::uint32_t count,
+                                    Writer& writer) {
+    constexpr std::uint64_t longest = 5 + Scalar::longest;
+    for (; count != 0; --count, ++array) {
+        const typename Scalar::Wire value = Scalar::to_wire(*array);
+        if (has_room(longest, writer)) [[likely]] {
+            std::uint8_t* const at = writer.buffer.data + writer.position;
+            const std::uint8_t* const past = put_value<Scalar>(tag != 0 ? put_varint(at, tag) : at, value);
+            writer.position += static_cast<std::uint64_t>(past - at);
+        } else {
+            if (tag != 0) writer.position = write_varint(tag, writer.position, writer.buffer);
+            writer.position = write_value<Scalar>(value, writer.position, writer.buffer);
+        }
+    }
 }
 
 template <std::size_t First, std::size_t Last, class Message>
 VESK_INLINE void write_run(const Message& message, std::uint64_t presence, Writer& writer) {
     if constexpr (First < Last) {
         if (has_bit<First>(presence)) {
-            write_scalar(tag_of<Message, First>, wire_value<Message, First>(message), writer);
+            using Scalar = ScalarOf<Message, First>;
+            if constexpr (Scalar::wire_type == varint_type) {
+                write_scalar(tag_of<Message, First>, wire_value<Message, First>(message), writer);
+            } else {
+                writer.position = write_varint(tag_of<Message, First>, writer.position, writer.buffer);
+                writer.position =
+                    write_value<Scalar>(wire_value<Message, First>(message), writer.position, writer.buffer);
+            }
         }
         write_run<First + 1, Last>(message, presence, writer);
     }
@@ -117,7 +145,27 @@ struct Writing {
     }
     template <class Element>
     VESK_INLINE void list(auto field, const Element* array, std::uint32_t count) {
-        write_list(field.tag, array, count, encoder_of<Element>, writer);
+        if constexpr (field.tag < 1 << 14) {
+            write_list(field.tag, array, count, encoder_of<Element>, writer);
+        } else {
+            write_far_list(field.tag, array, count, encoder_of<Element>, writer);
+        }
+    }
+    VESK_INLINE void repeated(auto field, const auto* array, std::uint32_t count) {
+        using Scalar = typename decltype(field)::Scalar;
+        if constexpr (!field.is_packed) {
+            write_values<Scalar>(field.tag, array, count, writer);
+        } else if (count != 0) {
+            writer.position = write_varint(field.tag, writer.position, writer.buffer);
+            writer.position = write_length(measure_values<Scalar>(array, count), writer.position, writer.buffer);
+            write_values<Scalar>(0, array, count, writer);
+        }
+    }
+    VESK_INLINE void strings(auto field, const char* const* array, std::uint32_t count) {
+        for (; count != 0; --count, ++array) write_string(field.tag, *array != nullptr ? *array : "", writer);
+    }
+    VESK_INLINE void blobs(auto field, const vesk_bytes* array, std::uint32_t count) {
+        for (; count != 0; --count, ++array) write_bytes(field.tag, array->data, array->length, writer);
     }
 
     Writer& writer;

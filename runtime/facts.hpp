@@ -64,18 +64,41 @@ constexpr std::uint16_t fact_of_kind(Kind kind) {
         case Kind::bytes: return VESK_KIND_BYTES;
         case Kind::message: return VESK_KIND_MESSAGE;
         case Kind::list: return VESK_KIND_LIST;
+        case Kind::sint32: return VESK_KIND_SINT32;
+        case Kind::sint64: return VESK_KIND_SINT64;
+        case Kind::int32: return VESK_KIND_INT32;
+        case Kind::int64: return VESK_KIND_INT64;
+        case Kind::fixed32: return VESK_KIND_FIXED32;
+        case Kind::fixed64: return VESK_KIND_FIXED64;
+        case Kind::sfixed32: return VESK_KIND_SFIXED32;
+        case Kind::sfixed64: return VESK_KIND_SFIXED64;
+        case Kind::float32: return VESK_KIND_FLOAT;
+        case Kind::float64: return VESK_KIND_DOUBLE;
+        case Kind::enumeration: return VESK_KIND_ENUM;
+        case Kind::strings: return VESK_KIND_STRING | VESK_KIND_REPEATED;
+        case Kind::blobs: return VESK_KIND_BYTES | VESK_KIND_REPEATED;
+        case Kind::repeated: break;  // follows from its elements
     }
     return 0;
 }
 
 template <class Message, std::size_t Index>
+consteval std::uint16_t fact_of_field() {
+    if constexpr (kind_of<Message, Index> == Kind::repeated) {
+        return fact_of_kind(TagOf<Message, Index>::Scalar::kind) | VESK_KIND_REPEATED;
+    } else {
+        return fact_of_kind(kind_of<Message, Index>);
+    }
+}
+
+template <class Message, std::size_t Index>
 constexpr vesk_field place_field(Layout& layout) {
     constexpr Kind kind = kind_of<Message, Index>;
-    vesk_field field{0, 0, tag_of<Message, Index>, 0, 0, Index, fact_of_kind(kind)};
+    vesk_field field{0, 0, tag_of<Message, Index>, 0, 0, Index, fact_of_field<Message, Index>()};
     if constexpr (kind == Kind::bytes) {
         field.offset = layout.place<std::uint8_t*>();
         field.size_offset = layout.place<std::uint64_t>();
-    } else if constexpr (kind == Kind::list) {
+    } else if constexpr (kind == Kind::list || kind == Kind::repeated || kind == Kind::strings || kind == Kind::blobs) {
         field.offset = layout.place<void*>();
         field.size_offset = layout.place<std::uint32_t>();
     } else {
@@ -89,10 +112,13 @@ constexpr vesk_field place_field(Layout& layout) {
 template <std::size_t TypeCount, std::size_t FieldCount, std::size_t NumberCount, std::size_t NameSize>
 struct FactsData {
     vesk_type types[TypeCount];
-    vesk_field fields[FieldCount];
+    vesk_field fields[FieldCount == 0 ? 1 : FieldCount];
     std::uint16_t by_number[NumberCount];
     char names[NameSize];
 };
+
+// Fields with higher numbers are looked for one by one.
+inline constexpr std::uint32_t highest_number_in_table = 1023;
 
 template <class Message>
 consteval std::size_t number_count() {
@@ -100,7 +126,7 @@ consteval std::size_t number_count() {
     if constexpr (field_count<Message> != 0) {
         for (const FieldFacts& field : facts_of<Message>.of_field) {
             const std::uint32_t number = field_number_of_tag(field.tag);
-            if (number > highest) highest = number;
+            if (number > highest && number <= highest_number_in_table) highest = number;
         }
     }
     return highest + 1;
@@ -195,7 +221,12 @@ private:
         if constexpr (kind_of<Message, Index> == Kind::message || kind_of<Message, Index> == Kind::list) {
             field.nested_at = distance(at, type_at(index_of<NestedOf<Message, Index>>()));
         }
-        data_.by_number[number_end_ + field_number_of_tag(field.tag)] = Index + 1;
+        if (field_number_of_tag(field.tag) <= highest_number_in_table) {
+            data_.by_number[number_end_ + field_number_of_tag(field.tag)] = Index + 1;
+        } else {
+            data_.types[type_].flags |= VESK_TYPE_SPARSE;
+        }
+        if (field.kind > VESK_KIND_LIST) data_.types[type_].flags |= VESK_TYPE_OTHER_KINDS;
         ++field_;
     }
 

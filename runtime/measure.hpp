@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+#include "runtime/repeated.hpp"
 #include "runtime/run.hpp"
 #include "runtime/walk.hpp"
 
@@ -48,6 +49,20 @@ struct Measuring {
     VESK_INLINE void nested(auto field, const auto&, std::uint64_t length) { add(field, length); }
     VESK_INLINE void list(auto field, const auto* array, std::uint32_t count) {
         for (; count != 0; --count, ++array) add(field, measure_nested(*array, flags));
+    }
+    VESK_INLINE void repeated(auto field, const auto* array, std::uint32_t count) {
+        using Scalar = typename decltype(field)::Scalar;
+        if constexpr (!field.is_packed) {
+            size += count * measure_varint(field.tag) + measure_values<Scalar>(array, count);
+        } else if (count != 0) {
+            add(field, measure_values<Scalar>(array, count));
+        }
+    }
+    VESK_INLINE void strings(auto field, const char* const* array, std::uint32_t count) {
+        for (; count != 0; --count, ++array) add(field, *array != nullptr ? std::strlen(*array) : 0);
+    }
+    VESK_INLINE void blobs(auto field, const vesk_bytes* array, std::uint32_t count) {
+        for (; count != 0; --count, ++array) bytes(field, array->data, array->length);
     }
 
     VESK_INLINE void add(auto field, std::uint64_t length) {

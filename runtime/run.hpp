@@ -7,12 +7,20 @@
 
 namespace vesk {
 
-// One past the last of the scalars from `first` on, at most four, that are of 32 bits and have tags of one size.
+// A scalar that goes into chunks: a varint of at most 32 bits, whose tag takes at most two bytes.
+template <class Message>
+consteval bool is_chunked(std::size_t index) {
+    const FieldFacts& field = facts_of<Message>.of_field[index];
+    return wire_type_of_tag(field.tag) == varint_type && field.longest <= measure_varint(field.tag) + 5 &&
+           field.tag < 1 << 14;
+}
+
+// One past the last of the scalars from `first` on, at most four, that go into a chunk and have tags of one size.
 template <class Message>
 consteval std::size_t end_of_chunk(std::size_t first, std::size_t last) {
     const auto& fields = facts_of<Message>.of_field;
     std::size_t end = first;
-    while (end < last && end < first + 4 && fields[end].kind != Kind::uint64 &&
+    while (end < last && end < first + 4 && is_chunked<Message>(end) &&
            measure_varint(fields[end].tag) == measure_varint(fields[first].tag)) {
         ++end;
     }
@@ -64,6 +72,9 @@ VESK_INLINE std::uint64_t measure_run(const Message& message, std::uint64_t pres
     } else if constexpr (constexpr std::size_t end = end_of_chunk<Message>(First, Last); is_quad<Message, First>(end)) {
         measure_quad<First, end>(message, presence, lanes);
         return measure_run<end, Last>(message, presence, lanes);
+    } else if constexpr (ScalarOf<Message, First>::wire_type != varint_type) {
+        constexpr std::uint64_t size = facts_of<Message>.of_field[First].longest;
+        return (has_bit<First>(presence) ? size : 0) + measure_run<First + 1, Last>(message, presence, lanes);
     } else {
         const auto value = wire_value<Message, First>(message);
         const bool is_short = ScalarOf<Message, First>::longest == 2;
@@ -116,16 +127,26 @@ VESK_INLINE std::uint8_t* put_chunk_before(std::uint8_t* at, const Message& mess
         at, presence >> First, tags, wire_value<Message, First + Offsets>(message)...);
 }
 
+// Puts a scalar with its tag before `at` if it is present. It is stored in any case, and the position chosen without a
+// branch.
+template <class Message, std::size_t Index>
+VESK_INLINE std::uint8_t* put_scalar_before(std::uint8_t* at, const Message& message, bool present) {
+    constexpr std::uint32_t tag = tag_of<Message, Index>;
+    std::uint8_t* const before =
+        put_value_before<ScalarOf<Message, Index>>(at, wire_value<Message, Index>(message)) - measure_varint(tag);
+    put_tag<tag>(before);
+    return choose(present, before, at);
+}
+
 // Puts the scalars First to Last - 1 before `at`, those that are present. In the messages of every day most values are
 // below 128, and a chunk of such values alone takes a few steps.
 template <std::size_t First, std::size_t Last, class Message>
 VESK_INLINE std::uint8_t* put_run_before(std::uint8_t* at, const Message& message, std::uint64_t presence) {
     if constexpr (First == Last) {
         return at;
-    } else if constexpr (kind_of<Message, First> == Kind::uint64) {
+    } else if constexpr (!is_chunked<Message>(First)) {
         at = put_run_before<First + 1, Last>(at, message, presence);
-        return put_scalar_before<tag_of<Message, First>>(at, wire_value<Message, First>(message),
-                                                         has_bit<First>(presence));
+        return put_scalar_before<Message, First>(at, message, has_bit<First>(presence));
     } else {
         constexpr std::size_t end = end_of_chunk<Message>(First, Last);
         at = put_run_before<end, Last>(at, message, presence);
@@ -142,7 +163,11 @@ VESK_INLINE std::uint8_t* put_run(std::uint8_t* at, const Message& message, std:
         return at;
     } else {
         if (has_bit<First>(presence)) {
-            at = put_varint(put_tag<tag_of<Message, First>>(at), wire_value<Message, First>(message));
+            if constexpr (ScalarOf<Message, First>::wire_type == varint_type) {
+                at = put_varint(put_tag<tag_of<Message, First>>(at), wire_value<Message, First>(message));
+            } else {
+                at = put_fixed(put_tag<tag_of<Message, First>>(at), wire_value<Message, First>(message));
+            }
         }
         return put_run<First + 1, Last>(at, message, presence);
     }

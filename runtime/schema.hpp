@@ -6,7 +6,13 @@
 //         bytes<2>(&vesk_T::image, &vesk_T::image_length),
 //         list<7>(&vesk_T::part_list, &vesk_T::part_list_count));
 //
-// The kind of a field follows from the type of its member, its presence bit from its place in the list.
+// The kind of a field follows from the type of its member, its presence bit from its place in the list. Messages of
+// others have more kinds, of which several may have one type of member:
+//
+//         scalar<8, Sint32>(&T::offset),
+//         repeated<9, Float>(&T::samples, &T::samples_count),   one by one; packed<9, Float>(...): packed
+//         strings<10>(&T::names, &T::names_count),
+//         blobs<11>(&T::images, &T::images_count),
 #pragma once
 
 #include <cstddef>
@@ -40,6 +46,27 @@ struct ListField {
     std::uint32_t Message::*count;
 };
 
+template <std::uint32_t Number, class Message, class Scalar>
+struct ScalarField {
+    static constexpr std::uint32_t number = Number;
+    typename Scalar::Member Message::*member;
+};
+
+template <std::uint32_t Number, class Message, class Scalar, bool Packed>
+struct RepeatedField {
+    static constexpr std::uint32_t number = Number;
+    typename Scalar::Member* Message::*array;
+    std::uint32_t Message::*count;
+};
+
+// Of char * or vesk_bytes.
+template <std::uint32_t Number, class Message, class Element>
+struct BlocksField {
+    static constexpr std::uint32_t number = Number;
+    Element* Message::*array;
+    std::uint32_t Message::*count;
+};
+
 template <std::uint32_t Number, class Message, class Member>
 consteval Field<Number, Message, Member> field(Member Message::*member) {
     return {member};
@@ -52,6 +79,33 @@ consteval BytesField<Number, Message> bytes(std::uint8_t* Message::*data, std::u
 
 template <std::uint32_t Number, class Message, class Element>
 consteval ListField<Number, Message, Element> list(Element* Message::*array, std::uint32_t Message::*count) {
+    return {array, count};
+}
+
+template <std::uint32_t Number, class Scalar, class Message>
+consteval ScalarField<Number, Message, Scalar> scalar(typename Scalar::Member Message::*member) {
+    return {member};
+}
+
+template <std::uint32_t Number, class Scalar, class Message>
+consteval RepeatedField<Number, Message, Scalar, false> repeated(typename Scalar::Member* Message::*array,
+                                                                 std::uint32_t Message::*count) {
+    return {array, count};
+}
+
+template <std::uint32_t Number, class Scalar, class Message>
+consteval RepeatedField<Number, Message, Scalar, true> packed(typename Scalar::Member* Message::*array,
+                                                              std::uint32_t Message::*count) {
+    return {array, count};
+}
+
+template <std::uint32_t Number, class Message>
+consteval BlocksField<Number, Message, char*> strings(char** Message::*array, std::uint32_t Message::*count) {
+    return {array, count};
+}
+
+template <std::uint32_t Number, class Message>
+consteval BlocksField<Number, Message, vesk_bytes> blobs(vesk_bytes* Message::*array, std::uint32_t Message::*count) {
     return {array, count};
 }
 
@@ -74,8 +128,9 @@ consteval FieldList<std::index_sequence_for<AnyFields...>, AnyFields...> fields(
 }
 
 // A message type's field list; specialised by the generated headers.
+struct NoFieldList : FieldList<std::index_sequence<>> {};
 template <class Message>
-inline constexpr FieldList<std::index_sequence<>> schema{};
+inline constexpr NoFieldList schema{};
 
 // The exported functions of a message type that belongs to another library. The generated headers specialise
 // `imported` for such a type.
@@ -124,6 +179,22 @@ template <class Message, std::uint32_t Number, class Element>
 consteval Kind kind_of_field(const ListField<Number, Message, Element>&) {
     return Kind::list;
 }
+template <class Message, std::uint32_t Number, class Scalar>
+consteval Kind kind_of_field(const ScalarField<Number, Message, Scalar>&) {
+    return Scalar::kind;
+}
+template <class Message, std::uint32_t Number, class Scalar, bool Packed>
+consteval Kind kind_of_field(const RepeatedField<Number, Message, Scalar, Packed>&) {
+    return Kind::repeated;
+}
+template <class Message, std::uint32_t Number>
+consteval Kind kind_of_field(const BlocksField<Number, Message, char*>&) {
+    return Kind::strings;
+}
+template <class Message, std::uint32_t Number>
+consteval Kind kind_of_field(const BlocksField<Number, Message, vesk_bytes>&) {
+    return Kind::blobs;
+}
 
 template <class Message, std::size_t Index>
 inline constexpr Kind kind_of = kind_of_field<Message>(field_of<Message, Index>);
@@ -137,20 +208,56 @@ template <class Message, std::uint32_t Number>
 void member_of_field(const BytesField<Number, Message>&);
 template <class Message, std::uint32_t Number, class Element>
 Element member_of_field(const ListField<Number, Message, Element>&);
+template <class Message, std::uint32_t Number, class Scalar>
+typename Scalar::Member member_of_field(const ScalarField<Number, Message, Scalar>&);
+template <class Message, std::uint32_t Number, class Scalar, bool Packed>
+typename Scalar::Member member_of_field(const RepeatedField<Number, Message, Scalar, Packed>&);
+template <class Message, std::uint32_t Number, class Element>
+Element member_of_field(const BlocksField<Number, Message, Element>&);
 
-// The message type of a nested field, or of a list's elements.
+// The message type of a nested field, or of a list's elements; the type of any other field's member or elements.
 template <class Message, std::size_t Index>
 using NestedOf = decltype(member_of_field<Message>(field_of<Message, Index>));
 
+template <class Message, std::uint32_t Number, class Member>
+ScalarOfMember<Member> scalar_of_field(const Field<Number, Message, Member>&);
+template <class Message, std::uint32_t Number, class Scalar>
+Scalar scalar_of_field(const ScalarField<Number, Message, Scalar>&);
+template <class Message>
+NoScalar scalar_of_field(const auto&);
+
 // The structure of a scalar field's kind; one that says so for a field of another kind.
 template <class Message, std::size_t Index>
-using ScalarOf = ScalarOfMember<decltype(member_of_field<Message>(field_of<Message, Index>))>;
+using ScalarOf = decltype(scalar_of_field<Message>(field_of<Message, Index>));
 
 template <class Message, std::size_t Index>
 inline constexpr bool is_scalar = ScalarOf<Message, Index>::longest != 0;
 
+template <std::uint32_t Tag>
+struct FieldTag {
+    static constexpr std::uint32_t tag = Tag;
+    static constexpr std::uint32_t other_tag = Tag;
+};
+
+// A field of scalars: with the tag of its encoding. What is decoded may have either.
+template <std::uint32_t Number, class OfScalar, bool Packed>
+struct RepeatedTag : FieldTag<make_tag(Number, Packed ? length_type : OfScalar::wire_type)> {
+    using Scalar = OfScalar;
+    static constexpr bool is_packed = Packed;
+    static constexpr std::uint32_t other_tag = make_tag(Number, Packed ? OfScalar::wire_type : length_type);
+};
+
+template <class Message, std::uint32_t Number, class Scalar, bool Packed>
+RepeatedTag<Number, Scalar, Packed> tag_of_field(const RepeatedField<Number, Message, Scalar, Packed>&);
+template <class Message, class AnyField>
+FieldTag<make_tag(AnyField::number, decltype(scalar_of_field<Message>(AnyField{}))::wire_type)> tag_of_field(
+    const AnyField&);
+
 template <class Message, std::size_t Index>
-inline constexpr std::uint32_t tag_of = make_tag(number_of<Message, Index>, ScalarOf<Message, Index>::wire_type);
+using TagOf = decltype(tag_of_field<Message>(field_of<Message, Index>));
+
+template <class Message, std::size_t Index>
+inline constexpr std::uint32_t tag_of = TagOf<Message, Index>::tag;
 
 // The value that a scalar field has on the wire.
 template <class Message, std::size_t Index>
@@ -168,7 +275,7 @@ struct FieldFacts {
 
 template <std::size_t Count>
 struct FactsTable {
-    FieldFacts of_field[Count];
+    FieldFacts of_field[Count == 0 ? 1 : Count];
 };
 
 template <class Message, std::size_t... Indices>
@@ -191,7 +298,7 @@ consteval std::size_t end_of_run(std::size_t first) {
 
 // The presence bits of the fields First to Last - 1.
 template <std::size_t First, std::size_t Last>
-inline constexpr std::uint64_t presence_bits = ((std::uint64_t{1} << (Last - First)) - 1) << First;
+inline constexpr std::uint64_t presence_bits = (UINT64_MAX >> (64 - (Last - First))) << First;
 
 // The most bytes that the scalars among the fields First to Last - 1 take on the wire.
 template <class Message, std::size_t First, std::size_t Last>

@@ -47,7 +47,9 @@ enum vesk_type_flag {
      * fields. */
     VESK_TYPE_ELSEWHERE = 1,
     /* It has field numbers that by_number_at does not cover. */
-    VESK_TYPE_SPARSE = 2
+    VESK_TYPE_SPARSE = 2,
+    /* It has fields of kinds after VESK_KIND_LIST. */
+    VESK_TYPE_OTHER_KINDS = 4
 };
 
 /* A message type. Offsets count bytes from the row's own address. */

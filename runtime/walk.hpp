@@ -11,6 +11,9 @@
 //     size_of(nested)                            the bytes that a nested message takes, asked before
 //     nested(FieldTag<Tag>, nested, size)
 //     list(FieldTag<Tag>, array, count)
+//     repeated(RepeatedTag<...>, array, count)
+//     strings(FieldTag<Tag>, array, count)
+//     blobs(FieldTag<Tag>, array, count)
 #pragma once
 
 #include "runtime/schema.hpp"
@@ -23,16 +26,11 @@ struct Run {
     static constexpr std::size_t last = Last;  // one past it
 };
 
-template <std::uint32_t Tag>
-struct FieldTag {
-    static constexpr std::uint32_t tag = Tag;
-};
-
 template <std::size_t Index, class Message, class Sink>
 VESK_INLINE void visit_field(const Message& message, bool present, Sink& sink) {
     constexpr auto field = field_of<Message, Index>;
     constexpr Kind kind = kind_of<Message, Index>;
-    constexpr FieldTag<tag_of<Message, Index>> tag;
+    constexpr TagOf<Message, Index> tag;
     if constexpr (kind == Kind::message) {
         // A nested message with content is written even if its bit is clear.
         // See encode_nested.content_with_clear_bit_is_written.
@@ -40,6 +38,12 @@ VESK_INLINE void visit_field(const Message& message, bool present, Sink& sink) {
         if (size != 0 || present) sink.nested(tag, message.*field.member, size);
     } else if constexpr (kind == Kind::list) {
         if (present) sink.list(tag, message.*field.array, message.*field.count);
+    } else if constexpr (kind == Kind::repeated) {
+        if (present) sink.repeated(tag, message.*field.array, message.*field.count);
+    } else if constexpr (kind == Kind::strings) {
+        if (present) sink.strings(tag, message.*field.array, message.*field.count);
+    } else if constexpr (kind == Kind::blobs) {
+        if (present) sink.blobs(tag, message.*field.array, message.*field.count);
     } else if constexpr (kind == Kind::string) {
         if (present && message.*field.member != nullptr) sink.string(tag, message.*field.member);
     } else {

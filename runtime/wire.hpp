@@ -8,6 +8,7 @@
 
 #include <vesk/vesk_runtime.h>
 
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #ifdef VESK_PEXT
@@ -113,6 +114,18 @@ inline Input input_between(const std::uint8_t* at, const std::uint8_t* end) {
     return {end - at >= 8 ? end - 7 : nullptr};
 }
 
+// Reads a word of four or eight bytes, the lowest first. The position after it, or null if it is cut short.
+template <class Word>
+inline const std::uint8_t* read_fixed(const std::uint8_t* at, const std::uint8_t* end, Word* word) {
+    if (static_cast<std::size_t>(end - at) < sizeof *word) return nullptr;
+    __builtin_memcpy(word, at, sizeof *word);
+    if constexpr (__BYTE_ORDER__ == __ORDER_BIG_ENDIAN__) {
+        *word = static_cast<Word>(sizeof *word == 8 ? __builtin_bswap64(*word)
+                                                    : __builtin_bswap32(static_cast<std::uint32_t>(*word)));
+    }
+    return at + sizeof *word;
+}
+
 // Reads a tag; the second one, a tag of two bytes or more.
 inline Varint read_tag(const std::uint8_t* at, const std::uint8_t* end);
 Varint read_long_tag(const std::uint8_t* at, const std::uint8_t* end);
@@ -173,6 +186,14 @@ inline std::uint64_t write_varint(std::uint64_t value, std::uint64_t position, B
     return write_byte(static_cast<std::uint8_t>(value), position, buffer);
 }
 
+// Writes a word of four or eight bytes, the lowest first.
+inline std::uint64_t write_fixed(std::unsigned_integral auto word, std::uint64_t position, Buffer buffer) {
+    for (unsigned shift = 0; shift < 8 * sizeof word; shift += 8) {
+        position = write_byte(static_cast<std::uint8_t>(word >> shift), position, buffer);
+    }
+    return position;
+}
+
 // Writes a length, of which only the low 32 bits reach the wire.
 inline std::uint64_t write_length(std::uint64_t length, std::uint64_t position, Buffer buffer) {
     return write_varint(static_cast<std::uint32_t>(length), position, buffer);
@@ -193,15 +214,25 @@ inline std::uint8_t* put_varint(std::uint8_t* at, std::uint64_t value) {
 
 template <std::uint32_t Tag>
 inline std::uint8_t* put_tag(std::uint8_t* at) {
-    static_assert(Tag < 1 << 14);
     if constexpr (Tag < 0x80) {
         *at = static_cast<std::uint8_t>(Tag);
         return at + 1;
+    } else if constexpr (Tag >= 1 << 14) {
+        return put_varint(at, Tag);
     } else {
         at[0] = static_cast<std::uint8_t>(Tag | 0x80);
         at[1] = static_cast<std::uint8_t>(Tag >> 7);
         return at + 2;
     }
+}
+
+// Stores a word of four or eight bytes, the lowest first.
+inline std::uint8_t* put_fixed(std::uint8_t* at, std::unsigned_integral auto word) {
+    if constexpr (__BYTE_ORDER__ == __ORDER_BIG_ENDIAN__) {
+        word = sizeof word == 8 ? __builtin_bswap64(word) : __builtin_bswap32(static_cast<std::uint32_t>(word));
+    }
+    __builtin_memcpy(at, &word, sizeof word);
+    return at + sizeof word;
 }
 
 // Copies bytes; short ones without a call of memcpy.
@@ -283,15 +314,7 @@ VESK_INLINE std::uint8_t* put_tag_before(std::uint8_t* at, std::uint64_t tag) {
     return at - TagSize;
 }
 
-// A scalar with its tag if it is present. It is stored in any case, and the position chosen without a branch.
-template <std::uint32_t Tag, class Wire>
-VESK_INLINE std::uint8_t* put_scalar_before(std::uint8_t* at, Wire value, bool present) {
-    std::uint8_t* const before = put_varint_before(at, value) - measure_varint(Tag);
-    put_tag<Tag>(before);
-    return choose(present, before, at);
-}
-
-// The same for a value below 128.
+// A scalar below 128 with its tag if it is present. It is stored in any case, and the position chosen without a branch.
 template <std::uint32_t Tag>
 VESK_INLINE std::uint8_t* put_narrow_before(std::uint8_t* at, std::uint32_t value, bool present) {
     std::uint8_t* const before = at - 1 - measure_varint(Tag);

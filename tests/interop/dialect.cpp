@@ -128,6 +128,7 @@ private:
                 require(is_first || continues_list || !on(Difference::list_in_two_runs_is_refused));
                 read_nested(*field.nested, value.records.emplace_back());
                 return;
+            default: break;  // a kind that messages of others alone have
         }
     }
 

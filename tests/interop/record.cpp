@@ -62,6 +62,7 @@ Value view(const FieldInfo& field, const void* message, View as) {
                 value.records.push_back(view(*field.nested, pointer + i * field.nested->size, as));
             }
             break;
+        default: break;  // a kind that messages of others alone have
     }
     return value;
 }

@@ -15,6 +15,7 @@ const char* name_of(Kind kind) {
         case Kind::bytes: return "bytes";
         case Kind::message: return "message";
         case Kind::list: return "list";
+        default: break;  // a kind that messages of others alone have
     }
     return "unknown";
 }

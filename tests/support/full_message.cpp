@@ -56,6 +56,7 @@ private:
                 out.append_single_bytes(message(tag(field.number, length_type), varint(nested.bytes.size())));
                 return out.append(nested);
             }
+            default: break;  // a kind that messages of others alone have
         }
     }
 

@@ -70,6 +70,7 @@ void RandomMessage::fill_field(const FieldInfo& field, void* message, bool wante
             return store(message, field.second_offset, static_cast<std::uint32_t>(count));
         }
         case Kind::message: return;
+        default: break;  // a kind that messages of others alone have
     }
 }
 

@@ -122,6 +122,7 @@ bool is_zero(const void* message, const FieldInfo& field) {
             return load<void*>(message, field.offset) == nullptr &&
                    load<std::uint32_t>(message, field.second_offset) == 0;
         case Kind::message: return true;  // visited by itself
+        default: break;                   // a kind that messages of others alone have
     }
     return false;
 }

@@ -63,6 +63,7 @@ std::uint16_t kind_of_fact(Kind kind) {
         case Kind::bytes: return VESK_KIND_BYTES;
         case Kind::message: return VESK_KIND_MESSAGE;
         case Kind::list: return VESK_KIND_LIST;
+        default: break;  // a kind that messages of others alone have
     }
     return 0;
 }
