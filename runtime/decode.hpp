@@ -117,7 +117,7 @@ VESK_INLINE const std::uint8_t* decode_scalar(Member& member, const std::uint8_t
         typename Scalar::Wire word;
         const std::uint8_t* const past = read_fixed(at, end, &word);
         if (past == nullptr) return fail(source, VESK_MALFORMED);
-        member = Scalar::from_wire(word);
+        __builtin_memcpy(&member, &word, sizeof word);
         return past;
     }
     if (at < end && *at < 0x80) [[likely]] {

@@ -83,7 +83,7 @@ template <class Scalar>
                                     Writer& writer) {
     constexpr std::uint64_t longest = 5 + Scalar::longest;
     for (; count != 0; --count, ++array) {
-        const typename Scalar::Wire value = Scalar::to_wire(*array);
+        const typename Scalar::Wire value = wire_word<Scalar>(*array);
         if (has_room(longest, writer)) [[likely]] {
             std::uint8_t* const at = writer.buffer.data + writer.position;
             const std::uint8_t* const past = put_value<Scalar>(tag != 0 ? put_varint(at, tag) : at, value);

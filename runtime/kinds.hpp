@@ -109,7 +109,7 @@ struct Int32 : Signed<Kind::int32, std::int32_t> {};
 struct Int64 : Signed<Kind::int64, std::int64_t> {};
 struct Enum : Signed<Kind::enumeration, std::int32_t> {};  // whatever its value
 
-// A word of four or eight bytes, the lowest first.
+// A word of four or eight bytes, the lowest first: the member's own, bit by bit.
 template <Kind OfKind, class OfMember, class OfWire>
 struct Fixed {
     static constexpr Kind kind = OfKind;
@@ -117,9 +117,6 @@ struct Fixed {
     static constexpr std::uint64_t longest = sizeof(OfWire);
     using Member = OfMember;
     using Wire = OfWire;
-
-    static constexpr Wire to_wire(Member member) { return __builtin_bit_cast(Wire, member); }
-    static constexpr Member from_wire(Wire value) { return __builtin_bit_cast(Member, value); }
 };
 
 struct Fixed32 : Fixed<Kind::fixed32, std::uint32_t, std::uint32_t> {};
@@ -147,6 +144,19 @@ template <>
 struct ScalarOfMember<std::uint8_t> : Bool {};
 
 // ---- A scalar's value on the wire, without its tag ------------------------------------------------------------------
+
+// The word that a member is on the wire. A floating member is not loaded as such: some processors change what is no
+// number.
+template <class Scalar>
+VESK_INLINE auto wire_word(const typename Scalar::Member& member) {
+    if constexpr (Scalar::wire_type != varint_type) {
+        typename Scalar::Wire word;
+        __builtin_memcpy(&word, &member, sizeof word);
+        return word;
+    } else {
+        return Scalar::to_wire(member);
+    }
+}
 
 template <class Scalar>
 VESK_INLINE std::uint64_t measure_value(typename Scalar::Wire value) {

@@ -10,7 +10,7 @@ namespace vesk {
 template <class Scalar>
 [[gnu::noinline]] std::uint64_t measure_values(const typename Scalar::Member* array, std::uint32_t count) {
     std::uint64_t size = 0;
-    for (; count != 0; --count, ++array) size += measure_value<Scalar>(Scalar::to_wire(*array));
+    for (; count != 0; --count, ++array) size += measure_value<Scalar>(wire_word<Scalar>(*array));
     return size;
 }
 

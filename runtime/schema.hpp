@@ -262,7 +262,7 @@ inline constexpr std::uint32_t tag_of = TagOf<Message, Index>::tag;
 // The value that a scalar field has on the wire.
 template <class Message, std::size_t Index>
 VESK_INLINE auto wire_value(const Message& message) {
-    return ScalarOf<Message, Index>::to_wire(message.*field_of<Message, Index>.member);
+    return wire_word<ScalarOf<Message, Index>>(message.*field_of<Message, Index>.member);
 }
 
 // ---- Ranges of fields ----------------------------------------------------------------------------------------------
