@@ -1,0 +1,161 @@
+"""Runs the fleet, and compares the collector's database with what the chassis themselves say they sent.
+
+    fleet_test.py RUN PROGRAMS [unittest arguments]
+"""
+
+import collections
+import os
+import pathlib
+import re
+import signal
+import sqlite3
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+RUN, PROGRAMS = (os.path.abspath(path) for path in sys.argv[1:3])
+PATIENCE = 60  # seconds until something that must happen counts as hanging
+
+Sent = collections.namedtuple("Sent", "chassis session sequence kind body")
+
+
+class Said:
+    """What the chassis say they sent, as the simulator's record has it."""
+
+    def __init__(self, path):
+        self.sent, self.restarts, self.ends, self.states = [], [], {}, {}
+        for line in path.read_text(encoding="utf-8").splitlines():
+            what, chassis, *rest = line.split(" ")
+            if what == "sent":
+                self.sent.append(Sent(chassis, int(rest[0]), int(rest[1]), rest[2], rest[3]))
+            elif what == "restart":
+                self.restarts.append((chassis, *map(int, rest)))
+            elif what == "end":
+                self.ends[chassis] = tuple(map(int, rest))
+            elif what == "state":
+                self.states[chassis, rest[0]] = rest[1]
+
+    def sure(self):
+        """What must have arrived: all but what a chassis had not been answered when it booted again."""
+        answered = {(chassis, session): last for chassis, session, _, last in self.restarts}
+        return [sent for sent in self.sent if sent.sequence <= answered.get((sent.chassis, sent.session), sent.sequence)]
+
+
+def differences(folder):
+    """A line for everything in which the database and the chassis disagree."""
+    said = Said(folder / "record")
+    database = sqlite3.connect(folder / "fleet.db")
+    database.text_factory = lambda text: text.decode(errors="replace")
+
+    def rows(query):
+        return database.execute(query + " AND chassis LIKE 'chassis-%'").fetchall()
+
+    wrong = []
+    sent = {(s.chassis, s.session, s.sequence): s.body for s in said.sent if s.kind == "notification"}
+    sure = {(s.chassis, s.session, s.sequence) for s in said.sure() if s.kind == "notification"}
+    stored = {tuple(key): body.hex() for *key, body in rows("SELECT chassis, session, sequence, body FROM notification WHERE 1")}
+    wrong += [f"notification {key} is lost" for key in sorted(sure - stored.keys())]
+    wrong += [f"notification {key} is not as it was sent" for key, body in stored.items() if sent.get(key) != body]
+
+    inventories = {(s.chassis, s.session, s.sequence): s.body for s in said.sent if s.kind == "inventory"}
+    newest = {}
+    for chassis, session, sequence in sorted(inventories):
+        newest[chassis] = (session, sequence)
+    stored = {chassis: (session, sequence, body.hex()) for chassis, session, sequence, body
+              in rows("SELECT chassis, session, sequence, body FROM inventory WHERE 1")}
+    for chassis, key in newest.items():
+        if stored.get(chassis, (0, 0))[:2] != key:
+            wrong.append(f"the last inventory of {chassis} is {stored.get(chassis, (0, 0))[:2]}, not {key}")
+        elif stored[chassis][2] != inventories[chassis, *key]:
+            wrong.append(f"the last inventory of {chassis} is not as it was sent")
+
+    states = {(chassis, eid): "failed" if state == "down" or alarm else "well" for chassis, eid, state, alarm
+              in rows("SELECT chassis, eid, state, alarm FROM entity WHERE 1")}
+    wrong += [f"{key} is {states.get(key)}, not {said.states.get(key)}" for key in sorted(states.keys() | said.states.keys())
+              if states.get(key) != said.states.get(key)]
+
+    progress = {row[0]: row[1:] for row in database.execute(
+        "SELECT name, session, sequence, messages, dropped, missing, refused FROM chassis WHERE name LIKE 'chassis-%'")}
+    for chassis, (session, last, answered, dropped) in said.ends.items():
+        if answered != last:
+            wrong.append(f"{chassis} still waits for the answers after {answered} of {last}")
+        if progress.get(chassis, (0, 0))[:2] != (session, last):
+            wrong.append(f"{chassis} is at {progress.get(chassis)}, not at {session}, {last}")
+            continue
+        _, _, messages, said_dropped, missing, refused = progress[chassis]
+        all_sent = sum(s.chassis == chassis for s in said.sent)
+        all_sure = sum(s.chassis == chassis for s in said.sure())
+        if not all_sure <= messages <= all_sent:
+            wrong.append(f"{chassis}: {messages} messages were taken, of {all_sent} that were sent")
+        if missing or refused:
+            wrong.append(f"{chassis}: {missing} missing, {refused} refused")
+        if said_dropped > dropped:
+            wrong.append(f"{chassis}: {said_dropped} dropped, it says {dropped}")
+    if not said.sent or not said.states:
+        wrong.append("the chassis sent nothing")
+    return wrong
+
+
+def descendants(folder):
+    """Processes that have the folder of a run in their arguments."""
+    found = []
+    for path in pathlib.Path("/proc").glob("[0-9]*/cmdline"):
+        try:
+            if str(folder).encode() in path.read_bytes():
+                found.append(path.parent.name)
+        except OSError:
+            pass
+    return found
+
+
+class FleetTest(unittest.TestCase):
+    def setUp(self):
+        directory = tempfile.TemporaryDirectory(prefix="fleet_test")
+        self.addCleanup(directory.cleanup)
+        self.folder = pathlib.Path(directory.name)
+        self.kept = self.folder / "kept"
+
+    def start(self, *options):
+        return subprocess.Popen([RUN, PROGRAMS, *map(str, options)], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+                                env=dict(os.environ, TMPDIR=str(self.folder)), start_new_session=True)
+
+    def run_fleet(self, *options, status=0):
+        process = self.start("--keep", self.kept, *options)
+        output, errors = process.communicate(timeout=600)
+        logs = "".join(f"{path.name}: {path.read_text(errors='replace')[-500:]}" for path in self.kept.glob("*.log"))
+        self.assertEqual(process.returncode, status, output + errors + logs)
+        self.assertEqual(os.listdir(self.folder), ["kept"], "the run left something")
+        self.assertEqual(descendants(self.folder), [])
+        return output
+
+    def assert_nothing_differs(self):
+        wrong = differences(self.kept)
+        self.assertEqual(wrong, [], f"{len(wrong)} differences, the first: {wrong[:5]}")
+
+    def database(self, query):
+        database = sqlite3.connect(self.kept / "fleet.db")
+        database.text_factory = lambda text: text.decode(errors="replace")
+        return database.execute(query).fetchall()
+
+    def assert_hostile_was_counted(self):
+        [(refused, over_pace, out_of_turn, words)] = self.database(
+            "SELECT refused, over_pace, out_of_turn, last_refusal FROM chassis WHERE name = 'hostile'")
+        self.assertGreater(min(refused, over_pace, out_of_turn), 0)
+        self.assertTrue(words)
+
+
+class Quick(FleetTest):
+    def test_ten_chassis_and_a_hostile_one_are_in_the_database_as_they_say(self):
+        output = self.run_fleet("--chassis", 10, "--seconds", 2, "--rate", 20, "--inventory-every", 1, "--hostile")
+        self.assert_nothing_differs()
+        self.assert_hostile_was_counted()
+        self.assertIn("who is where (11)", output)
+        self.assertRegex(output, "what failed \\([1-9]")
+        self.assertIn("heard 0 messages of others", output)
+        self.assertTrue(output.endswith("all is well\n"), output)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=[sys.argv[0], *sys.argv[3:]])
