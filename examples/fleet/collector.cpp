@@ -6,17 +6,17 @@
 // remember for each chassis, and nothing of a message that was not taken.
 
 #include <poll.h>
-#include <signal.h>
 
-#include <CLI/CLI.hpp>
 #include <array>
 #include <cstdio>
 #include <set>
 #include <string>
 #include <unordered_map>
+#include <vesk/vesk.hpp>
 
 #include "envelope.hpp"
 #include "link.hpp"
+#include "program.hpp"
 #include "store.hpp"
 
 namespace fleet {
@@ -24,10 +24,6 @@ namespace fleet {
 namespace {
 
 constexpr std::uint64_t trim_each = 1000;  // notifications of a chassis between two looks at how many are kept
-
-volatile sig_atomic_t stop_requested = 0;
-
-void log(const std::string& line) { std::fprintf(stderr, "fleet_collector: %s\n", line.c_str()); }
 
 // Where the time goes.
 enum Work { waiting, receiving, decoding, storing, committing, answering, works };
@@ -82,7 +78,11 @@ public:
             account_for(receiving);
             if (batch_ >= batch_limit) commit();
             answer();
-            if (link_.ready() != was_ready) log((was_ready = link_.ready()) ? "connected" : "connection lost");
+            if (link_.ready() != was_ready) {
+                was_ready = link_.ready();
+                std::puts(was_ready ? "connected" : "connection lost");
+                std::fflush(stdout);  // whoever started it may wait for this line
+            }
         }
         if (batch_ > 0) commit();
         answer();
@@ -112,7 +112,7 @@ private:
         Chassis& chassis = chassis_[name];
         changed_.insert(name);
         if (++chassis.in_batch > turn_limit) {
-            chassis.progress.over_pace += 1;
+            chassis.progress.count[over_pace] += 1;
             return;
         }
         const auto envelope = opened(payload);
@@ -124,7 +124,7 @@ private:
     }
 
     static void refuse(Chassis& chassis, const std::string& why) {
-        chassis.progress.refused += 1;
+        chassis.progress.count[refused] += 1;
         chassis.progress.last_refusal = why;
     }
 
@@ -134,28 +134,28 @@ private:
         if (envelope.session < progress.session) return false;
         if (envelope.session > progress.session) {
             if (envelope.sequence > envelope.first) {
-                progress.out_of_turn += 1;
+                progress.count[out_of_turn] += 1;
                 return false;
             }
             progress.session = envelope.session;
             progress.sequence = 0;
         }
         if (envelope.sequence <= progress.sequence) {
-            progress.repeated += 1;
+            progress.count[repeated] += 1;
             return false;
         }
         if (envelope.sequence > std::max(progress.sequence + 1, envelope.first)) {
-            progress.out_of_turn += 1;
+            progress.count[out_of_turn] += 1;
             return false;
         }
-        progress.missing += envelope.sequence - progress.sequence - 1;
+        progress.count[missing] += envelope.sequence - progress.sequence - 1;
         return true;
     }
 
     void take(const std::string& name, Chassis& chassis, const Envelope& envelope, std::span<const std::byte> body) {
         const bool inventory = envelope.kind == Kind::inventory;
         if (inventory && chassis.inventory_in_batch) {
-            chassis.progress.over_pace += 1;
+            chassis.progress.count[over_pace] += 1;
             return;
         }
         answers_due_.insert(name);
@@ -174,8 +174,8 @@ private:
         }
         account_for(storing);
         chassis.progress.sequence = envelope.sequence;
-        chassis.progress.dropped = envelope.dropped;
-        chassis.progress.messages += 1;
+        chassis.progress.count[dropped] = envelope.dropped;
+        chassis.progress.count[messages] += 1;
         taken_ += 1;
     }
 
@@ -264,20 +264,10 @@ int main(int count, char** arguments) {
     app.add_option("--secrets", secrets, "file with the collector's line NAME:PASSWORD")->required()->type_name("FILE");
     app.add_option("--database", database, "SQLite database")->required()->type_name("FILE");
     app.add_option("--keep", kept, "notifications that are kept of each chassis")->capture_default_str();
-    try {
-        app.parse(count, arguments);
-        for (int number : {SIGTERM, SIGINT}) signal(number, [](int) { fleet::stop_requested = 1; });
+    return fleet::run_program(app, count, arguments, [&] {
         fleet::Collector collector(fleet::read_accounts(secrets, broker).front(), database, kept);
         collector.run();
         collector.report();
         return 0;
-    } catch (const CLI::CallForHelp& help) {
-        return app.exit(help);
-    } catch (const CLI::ParseError& error) {
-        fleet::log(error.what());
-        return 2;
-    } catch (const std::exception& error) {
-        fleet::log(error.what());
-        return 1;
-    }
+    });
 }

@@ -19,7 +19,9 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <vector>
+#include <vesk/vesk.hpp>
 
 namespace fleet {
 
@@ -53,6 +55,15 @@ struct Answer {
     std::uint64_t session;
     std::uint64_t sequence;
 };
+
+template <vesk::message_structure Structure>
+Bytes encoded(const Structure& structure) {
+    const vesk::view view(structure);
+    Bytes bytes(view.encoded_size());
+    std::uint64_t length = 0;
+    if (const std::error_code error = view.encode(bytes, length)) throw std::system_error(error);
+    return bytes;
+}
 
 inline void append_number(Bytes* bytes, std::uint64_t number, unsigned length) {
     while (length-- > 0) bytes->push_back(static_cast<std::byte>(number >> (8 * length)));

@@ -2,9 +2,7 @@
 // until SIGTERM or SIGINT. At the end it says what it did, and whether it heard anything that was not for it.
 
 #include <poll.h>
-#include <signal.h>
 
-#include <CLI/CLI.hpp>
 #include <array>
 #include <cstdio>
 #include <random>
@@ -15,14 +13,11 @@
 #include "chassis.hpp"
 #include "envelope.hpp"
 #include "link.hpp"
+#include "program.hpp"
 
 namespace fleet {
 
 namespace {
-
-volatile sig_atomic_t stop_requested = 0;
-
-void log(const std::string& line) { std::fprintf(stderr, "fleet_hostile: %s\n", line.c_str()); }
 
 class Hostile {
 public:
@@ -30,11 +25,19 @@ public:
         : name_(account.name),
           victim_(std::move(victim)),
           link_(account, "#", [this](auto topic, auto payload) { hear(topic, payload); }) {
-        const vesk_resp_inv_data all = description.everything();
-        const vesk::view view(all);
-        honest_.resize(view.encoded_size());
-        std::uint64_t length = 0;
-        if (const std::error_code error = view.encode(honest_, length)) throw std::system_error(error);
+        honest_ = encoded(description.everything());
+        // An EID of very many elements, and all of it twice.
+        std::vector<vesk_drin_eid_element> elements(5000);
+        vesk_sensor_data sensor{};
+        sensor.entity_common.eid.element_list = elements.data();
+        sensor.entity_common.eid.element_list_count = 5000;
+        VESK_MARK(&sensor.entity_common.eid, VESK_DRIN_EID_ST_ELEMENT_LIST);
+        vesk_resp_inv_data inventory{};
+        inventory.sensor_list = &sensor;
+        inventory.sensor_list_count = 1;
+        VESK_MARK(&inventory, VESK_RESP_INV_DATA_SENSOR_LIST);
+        deep_ = encoded(inventory);
+        deep_.insert(deep_.end(), deep_.begin(), deep_.end());
     }
 
     void run() {
@@ -88,20 +91,10 @@ private:
         for (std::byte& byte : bytes) byte = static_cast<std::byte>(random_());
         return bytes;
     }
-    static Bytes repeated(std::initializer_list<unsigned char> pattern, std::size_t length) {
-        Bytes bytes;
-        while (bytes.size() + pattern.size() <= length) {
-            for (unsigned char byte : pattern) bytes.push_back(static_cast<std::byte>(byte));
-        }
-        return bytes;
-    }
-    static Bytes inside(unsigned char tag, const Bytes& body) {
-        Bytes bytes{static_cast<std::byte>(tag)};
-        for (std::size_t length = body.size();; length >>= 7) {
-            bytes.push_back(static_cast<std::byte>(length < 128 ? length : length % 128 + 128));
-            if (length < 128) break;
-        }
-        bytes.insert(bytes.end(), body.begin(), body.end());
+    // Empty elements of a list: each two bytes ask for 568.
+    static Bytes elements(std::size_t length) {
+        Bytes bytes(length, std::byte{0});
+        for (std::size_t i = 0; i < length; i += 2) bytes[i] = std::byte{0x3A};
         return bytes;
     }
 
@@ -115,16 +108,8 @@ private:
         if (random_() % 2 == 0) bytes.resize(random_() % bytes.size());
         send_next(Kind::inventory, bytes);
     }
-    // Empty elements of a list: 1 MiB that asks for 284 MiB.
-    void greedy() { send_next(Kind::inventory, repeated({0x3A, 0}, random_() % 50 == 0 ? inventory_limit : 4000)); }
-    // An EID of very many elements in the head of a sensor, and the same again and again.
-    void deep() {
-        const Bytes sensor = inside(0x0A, inside(0x0A, repeated({0x32, 4, 8, 1, 16, 1}, 20000)));
-        Bytes inventory = inside(0x32, sensor);
-        const Bytes once_more = inventory;
-        inventory.insert(inventory.end(), once_more.begin(), once_more.end());
-        send_next(Kind::inventory, inventory);
-    }
+    void greedy() { send_next(Kind::inventory, elements(random_() % 50 == 0 ? inventory_limit : 4000)); }
+    void deep() { send_next(Kind::inventory, deep_); }
     // The broker lets none of these three through.
     void as_somebody_else() {
         send(up_topic(victim_), sealed({Kind::notification, INT64_MAX, 1, 1, 0}, random_bytes(100)));
@@ -136,11 +121,11 @@ private:
         send(sealed({Kind::notification, random_() % 2 == 0 ? session_ : random_(), sequence, random_(), random_()},
                     {}));
     }
-    void too_long() { send(repeated({0x3A, 0}, 2 * inventory_limit)); }  // the broker ends the connection
+    void too_long() { send(elements(2 * inventory_limit)); }  // the broker ends the connection
     void good_manners() { send_next(Kind::inventory, honest_); }
 
     std::string name_, victim_;
-    Bytes honest_;
+    Bytes honest_, deep_;
     std::mt19937 random_{std::random_device{}()};
     std::uint64_t session_ = 1;
     Answer committed_{};
@@ -161,20 +146,10 @@ int main(int count, char** arguments) {
     app.add_option("--chassis", chassis, "description of a chassis, in JSON, to be damaged")
         ->required()
         ->type_name("FILE");
-    try {
-        app.parse(count, arguments);
-        for (int number : {SIGTERM, SIGINT}) signal(number, [](int) { fleet::stop_requested = 1; });
+    return fleet::run_program(app, count, arguments, [&] {
         const Chassis description(chassis);
         fleet::Hostile hostile(fleet::read_accounts(secrets, broker).front(), victim, description);
         hostile.run();
         return hostile.report() ? 0 : 1;
-    } catch (const CLI::CallForHelp& help) {
-        return app.exit(help);
-    } catch (const CLI::ParseError& error) {
-        fleet::log(error.what());
-        return 2;
-    } catch (const std::exception& error) {
-        fleet::log(error.what());
-        return 1;
-    }
+    });
 }

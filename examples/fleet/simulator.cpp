@@ -5,10 +5,8 @@
 // soon as all is answered. The status tells whether all was.
 
 #include <poll.h>
-#include <signal.h>
 #include <sys/resource.h>
 
-#include <CLI/CLI.hpp>
 #include <array>
 #include <cstdio>
 #include <ctime>
@@ -21,14 +19,11 @@
 #include "chassis.hpp"
 #include "link.hpp"
 #include "outbox.hpp"
+#include "program.hpp"
 
 namespace fleet {
 
 namespace {
-
-volatile sig_atomic_t stop_requested = 0;
-
-void log(const std::string& line) { std::fprintf(stderr, "fleet_simulator: %s\n", line.c_str()); }
 
 struct Options {
     std::string broker, secrets, chassis, record;
@@ -71,15 +66,6 @@ std::string hexadecimal(const Bytes& bytes) {
         text += digits[std::to_integer<unsigned>(byte) & 15];
     }
     return text;
-}
-
-template <class Structure>
-Bytes encoded(const Structure& structure) {
-    const vesk::view view(structure);
-    Bytes bytes(view.encoded_size());
-    std::uint64_t length = 0;
-    if (const std::error_code error = view.encode(bytes, length)) throw std::system_error(error);
-    return bytes;
 }
 
 const meaning& row(const char* key) { return *meaning_of_key(KIND_ANY, key); }
@@ -321,17 +307,5 @@ int main(int count, char** arguments) {
         ->capture_default_str();
     app.add_option("--record", options.record, "file for what was sent, for tests")->type_name("FILE");
     app.add_flag("--no-resend", options.no_resend, "send everything once, for the test that then something is lost");
-    try {
-        app.parse(count, arguments);
-        for (int number : {SIGTERM, SIGINT}) signal(number, [](int) { fleet::stop_requested = 1; });
-        return fleet::simulate(options);
-    } catch (const CLI::CallForHelp& help) {
-        return app.exit(help);
-    } catch (const CLI::ParseError& error) {
-        fleet::log(error.what());
-        return 2;
-    } catch (const std::exception& error) {
-        fleet::log(error.what());
-        return 1;
-    }
+    return fleet::run_program(app, count, arguments, [&] { return fleet::simulate(options); });
 }

@@ -1,7 +1,6 @@
 #include "store.hpp"
 
-#include <array>
-#include <type_traits>
+#include <stdexcept>
 
 #include "eid_text.h"
 #include "meanings.h"
@@ -10,65 +9,30 @@ namespace fleet {
 
 namespace {
 
-// The view what_failed is what its name says; who_is_where has a line for each chassis.
 constexpr const char* schema = R"(
     PRAGMA journal_mode = WAL;
     PRAGMA synchronous = FULL;  -- a commit outlives a power failure, too
+    PRAGMA busy_timeout = 5000; -- somebody else may look at the database
     CREATE TABLE IF NOT EXISTS chassis(
         name TEXT PRIMARY KEY, session INTEGER, sequence INTEGER, messages INTEGER, dropped INTEGER, missing INTEGER,
         repeated INTEGER, out_of_turn INTEGER, over_pace INTEGER, refused INTEGER, last_refusal TEXT,
         heard INTEGER DEFAULT (unixepoch())) WITHOUT ROWID;
-    CREATE TABLE IF NOT EXISTS inventory(
-        chassis TEXT PRIMARY KEY, session INTEGER, sequence INTEGER, body BLOB);
+    CREATE TABLE IF NOT EXISTS inventory(chassis TEXT PRIMARY KEY, session INTEGER, sequence INTEGER, body BLOB);
     CREATE TABLE IF NOT EXISTS entity(
-        chassis TEXT, eid TEXT, kind TEXT, name TEXT, location TEXT, part_number TEXT, serial_number TEXT,
-        state TEXT, alarm INTEGER, temperature INTEGER, PRIMARY KEY(chassis, eid)) WITHOUT ROWID;
+        chassis TEXT, eid TEXT, kind TEXT, name TEXT, location TEXT, part_number TEXT, serial_number TEXT, state TEXT,
+        alarm INTEGER, temperature INTEGER, PRIMARY KEY(chassis, eid)) WITHOUT ROWID;
     CREATE TABLE IF NOT EXISTS notification(
         chassis TEXT, session INTEGER, sequence INTEGER, time INTEGER, eid TEXT, state TEXT, alarm INTEGER, body BLOB,
         PRIMARY KEY(chassis, session, sequence)) WITHOUT ROWID;
     CREATE VIEW IF NOT EXISTS who_is_where AS
-        SELECT chassis.name AS chassis, entity.name AS is_a, entity.location, entity.serial_number, chassis.messages,
+        SELECT chassis.name AS chassis, entity.name AS is_a, location, serial_number, messages,
             datetime(heard, 'unixepoch') AS heard
         FROM chassis LEFT JOIN entity ON entity.chassis = chassis.name AND entity.kind = 'chassis';
     CREATE VIEW IF NOT EXISTS what_failed AS
         SELECT entity.chassis, who_is_where.location, eid, entity.name, state, alarm
         FROM entity JOIN who_is_where ON who_is_where.chassis = entity.chassis WHERE state = 'down' OR alarm;)";
 
-constexpr const char* forget_entities = "DELETE FROM entity WHERE chassis = ?";
-constexpr const char* put_entity = "INSERT OR REPLACE INTO entity VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?)";
-constexpr const char* put_inventory = "INSERT OR REPLACE INTO inventory VALUES(?, ?, ?, ?)";
-constexpr const char* put_notification = "INSERT INTO notification VALUES(?, ?, ?, ?, ?, ?, ?, ?)";
-constexpr const char* change_entity =
-    "UPDATE entity SET state = coalesce(?, state), alarm = coalesce(?, alarm), temperature = coalesce(?, temperature) "
-    "WHERE chassis = ? AND eid = ?";
-constexpr const char* put_progress =
-    "INSERT OR REPLACE INTO chassis(name, session, sequence, messages, dropped, missing, repeated, out_of_turn, "
-    "over_pace, "
-    "refused, last_refusal) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)";
-constexpr const char* read_progress =
-    "SELECT name, session, sequence, messages, dropped, missing, repeated, out_of_turn, over_pace, refused, "
-    "last_refusal "
-    "FROM chassis";
-constexpr const char* trim =
-    "DELETE FROM notification WHERE chassis = ?1 AND (session, sequence) <= (SELECT session, sequence FROM "
-    "notification "
-    "WHERE chassis = ?1 ORDER BY session DESC, sequence DESC LIMIT 1 OFFSET ?2)";
-
-[[noreturn]] void fail(sqlite3* database) {
-    throw StoreError(std::string("the database: ") + sqlite3_errmsg(database));
-}
-
-std::unique_ptr<sqlite3, void (*)(sqlite3*)> opened_with_schema(const std::string& path) {
-    sqlite3* database = nullptr;
-    const int result = sqlite3_open(path.c_str(), &database);
-    std::unique_ptr<sqlite3, void (*)(sqlite3*)> owner(database, [](sqlite3* other) { sqlite3_close(other); });
-    if (result != SQLITE_OK || sqlite3_exec(database, schema, nullptr, nullptr, nullptr) != SQLITE_OK) {
-        throw StoreError(path + ": " + sqlite3_errmsg(database));
-    }
-    return owner;
-}
-
-// A member of a record as a value for the database; nothing if it is absent.
+// A member of a record, nothing if it is absent or its text is longer than such texts are.
 struct Value {
     const void* record;
     const meaning* row;
@@ -95,110 +59,126 @@ int bind(sqlite3_stmt* statement, int at, const Value& value) {
     if (!meaning_has(value.row, value.record)) return sqlite3_bind_null(statement, at);
     if (value.row->form == FORM_TEXT) {
         const char* text = meaning_text(value.row, value.record);
-        return bind(statement, at, std::string_view(text != nullptr ? text : ""));
+        const std::string_view view(text != nullptr ? text : "");
+        return view.size() <= value.row->highest ? bind(statement, at, view) : sqlite3_bind_null(statement, at);
     }
     const std::uint64_t number = meaning_number(value.row, value.record);
+    if (value.row->form != FORM_CHOICE || number > value.row->highest) return bind(statement, at, number);
     std::size_t length = 0;
-    const char* word = value.row->form == FORM_CHOICE && number <= value.row->highest
-                           ? meaning_word(value.row, number, &length)
-                           : nullptr;
-    return word != nullptr ? bind(statement, at, std::string_view(word, length)) : bind(statement, at, number);
+    const char* word = meaning_word(value.row, number, &length);
+    return bind(statement, at, std::string_view(word, length));
 }
 
-}  // namespace
-
-Store::Statement::Statement(sqlite3* database, const std::string& text) {
-    sqlite3_stmt* statement = nullptr;
-    if (sqlite3_prepare_v3(database, text.c_str(), -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr) != SQLITE_OK) {
-        fail(database);
-    }
-    statement_.reset(statement);
-}
-
-template <class... Values>
-void Store::Statement::run(const Values&... values) {
-    int at = 0;
-    if (((bind(get(), ++at, values) != SQLITE_OK) || ...) || step()) fail(sqlite3_db_handle(get()));
+[[noreturn]] void fail(sqlite3* database) {
+    throw std::runtime_error(std::string("database: ") + sqlite3_errmsg(database));
 }
 
 // Whether there is a row; if not, the statement is ready for its next run.
-bool Store::Statement::step() {
-    const int result = sqlite3_step(get());
+bool step(sqlite3_stmt* statement) {
+    const int result = sqlite3_step(statement);
     if (result == SQLITE_ROW) return true;
-    sqlite3_reset(get());
-    if (result != SQLITE_DONE) fail(sqlite3_db_handle(get()));
+    sqlite3_reset(statement);
+    if (result != SQLITE_DONE) fail(sqlite3_db_handle(statement));
     return false;
 }
 
-std::string Store::Statement::text(int column) {
-    const unsigned char* text = sqlite3_column_text(get(), column);
-    return text != nullptr ? reinterpret_cast<const char*>(text) : "";
+// Runs a statement whose parameters are the values, in their order.
+template <class Pointer, class... Values>
+void run(const Pointer& statement, const Values&... values) {
+    int at = 0;
+    if (((bind(statement.get(), ++at, values) != SQLITE_OK) || ...)) fail(sqlite3_db_handle(statement.get()));
+    step(statement.get());
 }
 
-Store::Store(const std::string& path)
-    : database_(opened_with_schema(path).release()),
-      begin_(database_.get(), "BEGIN IMMEDIATE"),
-      commit_(database_.get(), "COMMIT"),
-      forget_entities_(database_.get(), forget_entities),
-      put_entity_(database_.get(), fleet::put_entity),
-      put_inventory_(database_.get(), fleet::put_inventory),
-      put_notification_(database_.get(), fleet::put_notification),
-      change_entity_(database_.get(), change_entity),
-      put_progress_(database_.get(), fleet::put_progress),
-      trim_(database_.get(), trim) {
-    sqlite3_busy_timeout(database_.get(), 5000);  // somebody else may look at the database
+struct EidText {
+    explicit EidText(const vesk_drin_eid_st& eid) { eid_to_text(&eid, text.data()); }
+    operator std::string_view() const { return text.data(); }
+    std::array<char, EID_TEXT_SIZE> text;
+};
+
+}  // namespace
+
+Store::Statement Store::prepare(const char* text) {
+    sqlite3_stmt* statement = nullptr;
+    if (sqlite3_prepare_v3(database_.get(), text, -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr) != SQLITE_OK) {
+        fail(database_.get());
+    }
+    return Statement(statement);
+}
+
+Store::Store(const std::string& path) {
+    sqlite3* database = nullptr;
+    const int result = sqlite3_open(path.c_str(), &database);
+    database_.reset(database);
+    if (result != SQLITE_OK || sqlite3_exec(database, schema, nullptr, nullptr, nullptr) != SQLITE_OK) fail(database);
+    begin_ = prepare("BEGIN IMMEDIATE");
+    commit_ = prepare("COMMIT");
+    forget_entities_ = prepare("DELETE FROM entity WHERE chassis = ?");
+    put_entity_ = prepare("INSERT OR REPLACE INTO entity VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+    put_inventory_ = prepare("INSERT OR REPLACE INTO inventory VALUES(?, ?, ?, ?)");
+    put_notification_ = prepare("INSERT INTO notification VALUES(?, ?, ?, ?, ?, ?, ?, ?)");
+    change_entity_ = prepare(
+        "UPDATE entity SET state = coalesce(?, state), alarm = coalesce(?, alarm), "
+        "temperature = coalesce(?, temperature) WHERE chassis = ? AND eid = ?");
+    put_progress_ = prepare(
+        "INSERT OR REPLACE INTO chassis(name, session, sequence, last_refusal, messages, dropped, missing, "
+        "repeated, out_of_turn, over_pace, refused) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+    trim_ = prepare(
+        "DELETE FROM notification WHERE chassis = ?1 AND (session, sequence) <= (SELECT session, sequence "
+        "FROM notification WHERE chassis = ?1 ORDER BY session DESC, sequence DESC LIMIT 1 OFFSET ?2)");
 }
 
 std::unordered_map<std::string, Progress> Store::read_progress() {
     std::unordered_map<std::string, Progress> all;
-    Statement rows(database_.get(), fleet::read_progress);
-    while (rows.step()) {
-        all[rows.text(0)] = {rows.number(1), rows.number(2), rows.number(3), rows.number(4), rows.number(5),
-                             rows.number(6), rows.number(7), rows.number(8), rows.number(9), rows.text(10)};
+    const Statement rows = prepare(
+        "SELECT name, last_refusal, session, sequence, messages, dropped, missing, repeated, "
+        "out_of_turn, over_pace, refused FROM chassis");
+    const auto text = [&rows](int column) {
+        return reinterpret_cast<const char*>(sqlite3_column_text(rows.get(), column));
+    };
+    const auto number = [&rows](int column) {
+        return static_cast<std::uint64_t>(sqlite3_column_int64(rows.get(), column));
+    };
+    while (step(rows.get())) {
+        Progress& progress = all[text(0)] = {number(2), number(3), {}, text(1)};
+        for (int i = 0; i < counters; ++i) progress.count[static_cast<std::size_t>(i)] = number(4 + i);
     }
     return all;
 }
 
-void Store::begin() { begin_.run(); }
+void Store::begin() { run(begin_); }
 
-void Store::commit() { commit_.run(); }
-
-template <class Record>
-void Store::put_entity(const std::string& chassis, const char* kind, const Record& record) {
-    std::array<char, EID_TEXT_SIZE> eid;
-    eid_to_text(&record.entity_common.eid, eid.data());
-    put_entity_.run(chassis, std::string_view(eid.data()), std::string_view(kind), value_of(record, "name"),
-                    value_of(record, "location"), value_of(record, "part_number"), value_of(record, "serial_number"),
-                    value_of(record, "state"), value_of(record, "alarm"), value_of(record, "temperature"));
-}
+void Store::commit() { run(commit_); }
 
 void Store::put_inventory(const std::string& chassis, const Envelope& envelope, std::span<const std::byte> body,
                           const vesk_resp_inv_data& inventory) {
-    forget_entities_.run(chassis);
-#define KIND(code, name, NAME, record)                                                       \
-    for (const record& each : std::span(inventory.name##_list, inventory.name##_list_count)) \
-        put_entity(chassis, #name, each);
+    run(forget_entities_, chassis);
+    const auto put_entity = [&](std::string_view kind, const auto& record) {
+        run(put_entity_, chassis, EidText(record.entity_common.eid), kind, value_of(record, "name"),
+            value_of(record, "location"), value_of(record, "part_number"), value_of(record, "serial_number"),
+            value_of(record, "state"), value_of(record, "alarm"), value_of(record, "temperature"));
+    };
+#define KIND(code, name, NAME, record) \
+    for (const record& each : std::span(inventory.name##_list, inventory.name##_list_count)) put_entity(#name, each);
 #include "meanings.def"
-    put_inventory_.run(chassis, envelope.session, envelope.sequence, body);
+    run(put_inventory_, chassis, envelope.session, envelope.sequence, body);
 }
 
 void Store::put_notification(const std::string& chassis, const Envelope& envelope, std::span<const std::byte> body,
                              const vesk_notify_event_data& event) {
-    std::array<char, EID_TEXT_SIZE> text;
-    eid_to_text(&event.eid, text.data());
-    const std::string_view eid(text.data());
+    const EidText eid(event.eid);
     const Value state = value_of(event.base, "state"), alarm = value_of(event.base, "alarm");
     const std::uint64_t time = notify_event_data_time(&event);
-    put_notification_.run(chassis, envelope.session, envelope.sequence, time, eid, state, alarm, body);
-    change_entity_.run(state, alarm, value_of(event.base, "temperature"), chassis, eid);
+    run(put_notification_, chassis, envelope.session, envelope.sequence, time, eid, state, alarm, body);
+    run(change_entity_, state, alarm, value_of(event.base, "temperature"), chassis, eid);
 }
 
 void Store::put_progress(const std::string& chassis, const Progress& progress) {
-    put_progress_.run(chassis, progress.session, progress.sequence, progress.messages, progress.dropped,
-                      progress.missing, progress.repeated, progress.out_of_turn, progress.over_pace, progress.refused,
-                      progress.last_refusal);
+    const auto& [taken, dropped_there, missed, again, early, fast, bad] = progress.count;
+    run(put_progress_, chassis, progress.session, progress.sequence, progress.last_refusal, taken, dropped_there,
+        missed, again, early, fast, bad);
 }
 
-void Store::trim_notifications(const std::string& chassis, std::uint64_t kept) { trim_.run(chassis, kept); }
+void Store::trim_notifications(const std::string& chassis, std::uint64_t kept) { run(trim_, chassis, kept); }
 
 }  // namespace fleet

@@ -146,8 +146,10 @@ class FleetTest(unittest.TestCase):
         self.assertTrue(words)
 
 
-class Quick(FleetTest):
-    def test_ten_chassis_and_a_hostile_one_are_in_the_database_as_they_say(self):
+class Ten(FleetTest):
+    """Ten chassis, a few seconds."""
+
+    def test_database_is_as_the_chassis_say(self):
         output = self.run_fleet("--chassis", 10, "--seconds", 2, "--rate", 20, "--inventory-every", 1, "--hostile")
         self.assert_nothing_differs()
         self.assert_hostile_was_counted()
@@ -155,6 +157,126 @@ class Quick(FleetTest):
         self.assertRegex(output, "what failed \\([1-9]")
         self.assertIn("heard 0 messages of others", output)
         self.assertTrue(output.endswith("all is well\n"), output)
+
+    def test_broker_and_collector_that_die_over_tcp_lose_nothing(self):
+        self.run_fleet("--chassis", 10, "--seconds", 3, "--rate", 20, "--inventory-every", 1, "--kill-broker", 0.5,
+                       "--kill-collector", 0.5, "--tcp")
+        self.assert_nothing_differs()
+
+
+class Limits(FleetTest):
+    def test_boots_lose_only_what_was_not_answered(self):
+        self.run_fleet("--chassis", 10, "--seconds", 2, "--rate", 20, "--restart-every", 0.5)
+        self.assert_nothing_differs()
+        self.assertTrue(Said(self.kept / "record").restarts)
+
+    def test_queue_that_is_full_drops_the_oldest_and_the_last_state_is_right(self):
+        output = self.run_fleet("--chassis", 10, "--seconds", 4, "--rate", 50, "--inventory-every", 100, "--kill-broker", 0.5,
+                                "--down", 2)
+        self.assert_nothing_differs()
+        dropped = {chassis: end[3] for chassis, end in Said(self.kept / "record").ends.items()}
+        self.assertGreater(sum(dropped.values()), 0)
+        self.assertEqual(dict(self.database("SELECT name, dropped FROM chassis")), dropped)
+        self.assertIn(f" {sum(dropped.values())} dropped by full queues", output)
+
+    def test_old_notifications_are_forgotten_and_nothing_else(self):
+        self.run_fleet("--chassis", 2, "--seconds", 2, "--rate", 0, "--keep-notifications", 500)
+        kept = self.database("SELECT chassis, count(*), min(sequence), max(sequence) FROM notification GROUP BY chassis")
+        for chassis, count, first, last in kept:
+            self.assertLess(count, 1600, chassis)  # it looks after each thousand
+            self.assertGreater(first, 500, chassis)
+            self.assertLessEqual(last - first - count, 5, chassis)  # inventories have sequences, too
+        self.assertEqual(len(kept), 2)
+
+
+class Processes(FleetTest):
+    def assert_run_that_gets(self, number, leaves):
+        process = self.start("--chassis", 3, "--seconds", PATIENCE)
+        end = time.monotonic() + PATIENCE
+        while len(descendants(self.folder)) < 3:
+            self.assertLess(time.monotonic(), end, "broker, collector and simulator do not start")
+            time.sleep(0.05)
+        process.send_signal(number)
+        process.communicate(timeout=PATIENCE)
+        self.assertNotEqual(process.returncode, 0)
+        while descendants(self.folder):
+            self.assertLess(time.monotonic(), end, f"still there: {descendants(self.folder)}")
+            time.sleep(0.05)
+        self.assertEqual(len(os.listdir(self.folder)), leaves)
+
+    def test_run_that_is_interrupted_leaves_nothing(self):
+        self.assert_run_that_gets(signal.SIGINT, leaves=0)
+
+    def test_run_that_is_ended_leaves_nothing(self):
+        self.assert_run_that_gets(signal.SIGTERM, leaves=0)
+
+    def test_run_that_is_killed_leaves_no_process(self):
+        self.assert_run_that_gets(signal.SIGKILL, leaves=1)
+
+    def test_run_without_its_programs_says_so_and_leaves_nothing(self):
+        process = subprocess.run([RUN, str(self.folder)], capture_output=True, text=True, timeout=PATIENCE,
+                                 env=dict(os.environ, TMPDIR=str(self.folder)), check=False)
+        self.assertEqual((process.returncode, process.stderr.count("\n")), (1, 1), process.stderr)
+        self.assertIn("fleet_collector", process.stderr)
+        self.assertEqual((os.listdir(self.folder), descendants(self.folder)), ([], []))
+
+    def test_program_that_fails_ends_the_run_with_its_words(self):
+        process = subprocess.run([RUN, PROGRAMS, "--rate", "many"], capture_output=True, text=True, timeout=PATIENCE,
+                                 env=dict(os.environ, TMPDIR=str(self.folder)), check=False)
+        self.assertEqual((process.returncode, process.stderr.count("\n")), (1, 1), process.stderr)
+        self.assertIn("the simulator ended with status 2: fleet_simulator: ", process.stderr)
+        self.assertEqual((os.listdir(self.folder), descendants(self.folder)), ([], []))
+
+
+class Loss(FleetTest):
+    """The comparison sees a loss: chassis that send everything once lose what was under way when the broker died."""
+
+    def test_without_sending_again_nothing_is_lost_while_the_broker_lives(self):
+        self.run_fleet("--chassis", 10, "--seconds", 1, "--rate", 20, "--no-resend")
+        self.assert_nothing_differs()
+
+    def test_without_sending_again_a_broker_that_dies_loses_messages(self):
+        self.run_fleet("--chassis", 10, "--seconds", 3, "--rate", 50, "--kill-broker", 0.3, "--down", 0.2, "--no-resend",
+                       "--patience", 1, status=1)
+        wrong = differences(self.kept)
+        self.assertRegex("\n".join(wrong), "notification .* is lost")
+        self.assertRegex("\n".join(wrong), "still waits for the answers")
+
+
+class TwoHundred(FleetTest):
+    """What a fleet goes through in earnest."""
+
+    def assert_deaths(self, output, what, most_likely):
+        deaths = int(re.search(what + ".*killed ([0-9]+) times", output).group(1))
+        self.assertGreater(deaths, most_likely / 3)
+
+    def test_database_is_as_the_chassis_say(self):
+        self.run_fleet("--seconds", 30, "--inventory-every", 5)
+        self.assert_nothing_differs()
+
+    def test_broker_that_dies_at_any_moment_loses_nothing(self):
+        output = self.run_fleet("--seconds", 60, "--rate", 5, "--kill-broker", 1)
+        self.assert_nothing_differs()
+        self.assert_deaths(output, "broker:", 60)
+
+    def test_broker_and_collector_that_die_and_chassis_that_boot_lose_nothing_that_was_kept(self):
+        output = self.run_fleet("--seconds", 60, "--rate", 5, "--kill-broker", 2, "--kill-collector", 2, "--restart-every", 20)
+        self.assert_nothing_differs()
+        self.assert_deaths(output, "broker:", 30)
+        self.assert_deaths(output, "collector:", 30)
+
+    def test_hostile_chassis_disturbs_nobody(self):
+        output = self.run_fleet("--seconds", 30, "--rate", 5, "--hostile")
+        self.assert_nothing_differs()
+        self.assert_hostile_was_counted()
+        self.assertIn("heard 0 messages of others", output)
+        answered, again = map(int, re.search("([0-9]+) messages answered.* ([0-9]+) sent again", output).groups())
+        self.assertLess(again, answered / 10, "the answers were late")
+
+    def test_hostile_chassis_does_not_help_a_dying_broker(self):
+        self.run_fleet("--seconds", 30, "--rate", 5, "--kill-broker", 1, "--kill-collector", 3, "--hostile")
+        self.assert_nothing_differs()
+        self.assert_hostile_was_counted()
 
 
 if __name__ == "__main__":
