@@ -27,6 +27,7 @@ public:
     struct Message {
         Envelope envelope;
         Bytes body;
+        Time since;  // when it got its number
     };
 
     // The session of a boot; nothing is due but the inventory.
@@ -37,6 +38,7 @@ public:
     std::uint64_t answered() const { return next_sequence_ - 1 - window_.size(); }
     std::uint64_t dropped() const { return dropped_; }
     std::uint64_t sent_again() const { return sent_again_; }
+    Time::duration longest_wait() const { return longest_wait_; }  // of a message for its answer
     std::size_t waiting() const { return waiting_.size(); }
     bool empty() const { return window_.empty() && waiting_.empty() && !inventory_due_; }
 
@@ -55,6 +57,7 @@ public:
         if (answer.session != session_ || answer.sequence > numbered()) return;
         bool news = false;
         for (; !window_.empty() && window_.front().envelope.sequence <= answer.sequence; news = true) {
+            longest_wait_ = std::max(longest_wait_, now - window_.front().since);
             inventory_in_window_ &= window_.front().envelope.kind != Kind::inventory;
             window_.pop_front();
             sent_ -= sent_ > 0;
@@ -67,10 +70,11 @@ public:
     // The next message that has no number and for which the window has room gets its number; null if there is none.
     // `inventory` encodes what the chassis has now.
     template <class Encode>
-    const Message* number_next(Encode inventory) {
+    const Message* number_next(Time now, Encode inventory) {
         const bool now_inventory = inventory_due_ && !inventory_in_window_;
         if (window_.size() == window || (!now_inventory && waiting_.empty())) return nullptr;
         Message& message = window_.emplace_back();
+        message.since = now;
         message.envelope.session = session_;
         message.envelope.sequence = next_sequence_++;
         if (now_inventory) {
@@ -116,6 +120,7 @@ private:
     std::uint64_t next_sequence_ = 1;
     std::uint64_t dropped_ = 0;
     std::uint64_t sent_again_ = 0;
+    Time::duration longest_wait_{};
     std::deque<Message> window_;
     std::size_t sent_ = 0;  // of the window, from its front
     std::deque<Bytes> waiting_;

@@ -35,29 +35,6 @@ struct Options {
     bool no_resend = false;
 };
 
-// What happened, one line each, for those who compare it with the collector's database.
-class Record {
-public:
-    explicit Record(const std::string& file) {
-        if (!file.empty()) lines_.open(file);
-        if (!file.empty() && !lines_) throw LinkError(file + ": cannot be written");
-    }
-    template <class... Words>
-    void line(const Words&... words) {
-        if (!lines_.is_open()) return;
-        const char* between = "";
-        ((lines_ << std::exchange(between, " ") << words), ...);
-        lines_ << '\n';
-    }
-    bool finish() {
-        lines_.close();
-        return !lines_.fail();
-    }
-
-private:
-    std::ofstream lines_;
-};
-
 std::string hexadecimal(const Bytes& bytes) {
     constexpr const char* digits = "0123456789abcdef";
     std::string text;
@@ -123,11 +100,11 @@ public:
 
     Bytes bytes() const { return encoded(message_.c()); }
 
-    void write(Record* record, const std::string& name) const {
+    void write(std::ofstream* record, const std::string& name) const {
         for (const Entity& entity : entities_) {
             std::array<char, EID_TEXT_SIZE> eid;
             eid_to_text(&entity.head->eid, eid.data());
-            record->line("state", name, eid.data(), is_failed(entity.record) ? "failed" : "well");
+            *record << "state " << name << ' ' << eid.data() << (is_failed(entity.record) ? " failed\n" : " well\n");
         }
     }
 
@@ -154,7 +131,7 @@ private:
 class Simulated {
 public:
     Simulated(const Account& account, const Chassis& description, unsigned number, std::uint64_t session,
-              const Options& options, Record* record)
+              const Options& options, std::ofstream* record)
         : name_(account.name),
           options_(options),
           record_(*record),
@@ -172,10 +149,12 @@ public:
     void proceed(short events, Clock::time_point now, bool things_happen) {
         link_.proceed(events, now);
         if (things_happen) happen(now);
-        while (const auto* message = outbox_.number_next([this] { return inventory_.bytes(); })) {
+        while (const auto* message = outbox_.number_next(now, [this] { return inventory_.bytes(); })) {
+            if (!record_.is_open()) continue;
             const Envelope& envelope = message->envelope;
-            record_.line("sent", name_, envelope.session, envelope.sequence,
-                         envelope.kind == Kind::inventory ? "inventory" : "notification", hexadecimal(message->body));
+            record_ << "sent " << name_ << ' ' << envelope.session << ' ' << envelope.sequence
+                    << (envelope.kind == Kind::inventory ? " inventory " : " notification ")
+                    << hexadecimal(message->body) << '\n';
         }
         if (link_.times_ready() != times_ready_) {
             times_ready_ = link_.times_ready();
@@ -186,11 +165,16 @@ public:
     }
 
     void write_end() {
-        record_.line("end", name_, outbox_.session(), outbox_.numbered(), outbox_.answered(), outbox_.dropped());
+        write_line("end ");
         inventory_.write(&record_, name_);
     }
 
 private:
+    void write_line(const char* what) {
+        record_ << what << name_ << ' ' << outbox_.session() << ' ' << outbox_.numbered() << ' ' << outbox_.answered()
+                << ' ' << outbox_.dropped() << '\n';
+    }
+
     void receive(std::span<const std::byte> payload) {
         if (const auto answer = opened_answer(payload)) outbox_.take_answer(*answer, Clock::now());
     }
@@ -206,7 +190,7 @@ private:
 
     void happen(Clock::time_point now) {
         if (due(options_.restart_every, now, &restart_)) {
-            record_.line("restart", name_, outbox_.session(), outbox_.numbered(), outbox_.answered());
+            write_line("restart ");
             answered_before_ += outbox_.answered();
             lost_ += outbox_.numbered() - outbox_.answered() + outbox_.waiting();
             outbox_ = Outbox(outbox_.session() + 1);
@@ -221,7 +205,7 @@ private:
 
     std::string name_;
     const Options& options_;
-    Record& record_;
+    std::ofstream& record_;  // of what happened, for tests; closed if nobody wants it
     std::minstd_rand random_;
     Inventory inventory_;
     Outbox outbox_;
@@ -239,7 +223,8 @@ int simulate(const Options& options) {
     setrlimit(RLIMIT_NOFILE, &files);
 
     const Chassis description(options.chassis);
-    Record record(options.record);
+    std::ofstream record;
+    if (!options.record.empty()) record.open(options.record);
     std::vector<std::unique_ptr<Simulated>> fleet;
     // A chassis counts its boots in its own memory; the time does as well for one that is simulated.
     const auto session = static_cast<std::uint64_t>(std::time(nullptr));
@@ -264,23 +249,26 @@ int simulate(const Options& options) {
     }
 
     std::uint64_t answered = 0, unanswered = 0, again = 0, dropped = 0, lost = 0;
+    Clock::duration wait{};
     for (const auto& chassis : fleet) {
         const Outbox& outbox = chassis->outbox();
         answered += outbox.answered() + chassis->answered_before();
         unanswered += outbox.numbered() - outbox.answered() + outbox.waiting();
         again += outbox.sent_again();
         dropped += outbox.dropped();
+        wait = std::max(wait, outbox.longest_wait());
         lost += chassis->lost_by_restarts();
         chassis->write_end();
     }
     const double seconds = passed();
     std::printf(
-        "%zu chassis: %llu messages answered in %.1f s (%.0f a second), %llu not answered; %llu sent again, "
-        "%llu dropped by full queues, %llu lost by restarts\n",
+        "%zu chassis: %llu messages answered in %.1f s (%.0f a second), each within %.2f s, %llu not; %llu sent "
+        "again, %llu dropped by full queues, %llu lost by restarts\n",
         fleet.size(), static_cast<unsigned long long>(answered), seconds, static_cast<double>(answered) / seconds,
-        static_cast<unsigned long long>(unanswered), static_cast<unsigned long long>(again),
-        static_cast<unsigned long long>(dropped), static_cast<unsigned long long>(lost));
-    if (!record.finish()) throw LinkError(options.record + ": cannot be written");
+        std::chrono::duration<double>(wait).count(), static_cast<unsigned long long>(unanswered),
+        static_cast<unsigned long long>(again), static_cast<unsigned long long>(dropped),
+        static_cast<unsigned long long>(lost));
+    if (!options.record.empty() && !record.flush()) throw std::runtime_error(options.record + ": cannot be written");
     return finished == fleet.size() ? 0 : 1;
 }
 
