@@ -12,15 +12,17 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <new>
 #include <optional>
+#include <span>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
+#include <vesk/vesk.hpp>
 
 #include "chassis.hpp"
 #include "exchange.h"
@@ -43,35 +45,23 @@ struct Refusal : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// The memory that one request may take. It is dropped as a whole, so nothing is lost when a hostile request repeats a
-// nested message and decode overwrites the earlier one.
-class Arena {
+// A request with the memory that it may take, which is dropped as a whole: nothing is lost when a hostile request
+// repeats a nested message and decode overwrites the earlier one.
+template <vesk::message_structure Structure>
+class Request {
 public:
-    static void* allocate(std::uint64_t size, void* context) {
-        auto* arena = static_cast<Arena*>(context);
-        std::uint64_t left = arena->block_.size() - arena->used_;
-        if (size > left) return nullptr;
-        void* block = arena->block_.data() + arena->used_;
-        constexpr std::uint64_t alignment = alignof(std::max_align_t);
-        arena->used_ += std::min(left, (size + alignment - 1) / alignment * alignment);
-        return block;
+    explicit Request(const Bytes& body) {
+        vesk_arena_of_buffer(&arena_, block_.data(), block_.size());
+        const std::error_code error = message_.decode(std::as_bytes(std::span(body)));
+        if (error) throw Refusal(std::string("the request does not decode: ") + exchange_result_words(error.value()));
     }
+    const Structure* get() const { return &message_.c(); }
 
 private:
-    alignas(std::max_align_t) std::array<std::uint8_t, std::size_t{64} * 1024> block_;
-    std::uint64_t used_ = 0;
+    std::array<std::uint8_t, std::size_t{64} * 1024> block_;
+    vesk_arena arena_;
+    vesk::message<Structure> message_{vesk::memory_of(arena_)};
 };
-
-template <typename Message>
-using DecodeFunction = std::int32_t(Message*, const void*, std::uint64_t, vesk_alloc, void*, std::uint32_t);
-
-template <typename Message>
-Message decode(DecodeFunction<Message>* function, const Bytes& body, Arena* arena) {
-    Message request;
-    std::int32_t result = function(&request, body.data(), body.size(), Arena::allocate, arena, 0);
-    if (result != VESK_OK) throw Refusal(std::string("the request does not decode: ") + exchange_result_words(result));
-    return request;
-}
 
 // A frame on its way out, which drops itself.
 class OutgoingFrame {
@@ -104,24 +94,21 @@ OutgoingFrame frame_list(vesk_resp_inv_data answer, std::uint32_t sequence) {
 }
 
 OutgoingFrame answer_everything(const Chassis& chassis, const Bytes& body) {
-    Arena arena;
-    auto request = decode(vesk_req_inv_data_decode_ext, body, &arena);
-    return frame_list(chassis.everything(), req_inv_data_sequence(&request));
+    const Request<vesk_req_inv_data> request(body);
+    return frame_list(chassis.everything(), req_inv_data_sequence(request.get()));
 }
 
 OutgoingFrame answer_by_type(const Chassis& chassis, const Bytes& body) {
-    Arena arena;
-    auto request = decode(vesk_req_inv_data_by_type_decode_ext, body, &arena);
-    std::uint32_t kind = req_inv_data_by_type_kind(&request);
+    const Request<vesk_req_inv_data_by_type> request(body);
+    std::uint32_t kind = req_inv_data_by_type_kind(request.get());
     if (kind_name(kind) == nullptr) throw Refusal("there is no kind of entity with the code " + std::to_string(kind));
-    return frame_list(chassis.all_of(static_cast<entity_kind>(kind)), req_inv_data_by_type_sequence(&request));
+    return frame_list(chassis.all_of(static_cast<entity_kind>(kind)), req_inv_data_by_type_sequence(request.get()));
 }
 
 OutgoingFrame answer_by_eid(const Chassis& chassis, const Bytes& body) {
-    Arena arena;
-    auto request = decode(vesk_req_inv_data_by_eid_decode_ext, body, &arena);
-    auto answer = chassis.find(request.eid);
-    resp_inv_data_by_eid_set_sequence(&answer, req_inv_data_by_eid_sequence(&request));
+    const Request<vesk_req_inv_data_by_eid> request(body);
+    auto answer = chassis.find(request.get()->eid);
+    resp_inv_data_by_eid_set_sequence(&answer, req_inv_data_by_eid_sequence(request.get()));
     return {EXCHANGE_RESP_INV_DATA_BY_EID, "resp_inv_data_by_eid", &answer};
 }
 
@@ -141,7 +128,7 @@ Answerer answerer(std::uint32_t kind) {
 void check_size(const Chassis& chassis, const std::string& path) {
     auto everything = chassis.everything();
     resp_inv_data_set_sequence(&everything, UINT32_MAX);
-    std::uint64_t length = vesk_resp_inv_data_encode_ext(&everything, nullptr, 0, nullptr, nullptr, 0);
+    const std::uint64_t length = vesk::view(everything).encoded_size();
     if (length > EXCHANGE_BODY_LIMIT) {
         throw ChassisError(path + ": the chassis takes " + std::to_string(length) + " bytes, and a frame holds " +
                            std::to_string(EXCHANGE_BODY_LIMIT));
