@@ -131,12 +131,12 @@ private:
     // Whether the message is the next one of its chassis. What a chassis no longer keeps is missing and not waited for:
     // that is so if this database is younger than the session.
     static bool is_next(Progress& progress, const Envelope& envelope) {
-        if (envelope.session < progress.session) return false;
-        if (envelope.session > progress.session) {
-            if (envelope.sequence > envelope.first) {
-                progress.count[out_of_turn] += 1;
-                return false;
-            }
+        const bool new_session = envelope.session > progress.session;
+        if (envelope.session < progress.session || (new_session && envelope.sequence > envelope.first)) {
+            progress.count[out_of_turn] += 1;
+            return false;
+        }
+        if (new_session) {
             progress.session = envelope.session;
             progress.sequence = 0;
         }

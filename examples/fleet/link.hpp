@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <exception>
 #include <fstream>
 #include <functional>
 #include <memory>
@@ -16,6 +17,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace fleet {
@@ -63,7 +65,11 @@ public:
         mosquitto_disconnect_callback_set(client_.get(), [](mosquitto*, void* self, int) { of(self).ready_ = false; });
         mosquitto_message_callback_set(client_.get(), [](mosquitto*, void* self, const mosquitto_message* message) {
             const auto* payload = static_cast<const std::byte*>(message->payload);
-            of(self).receive_(message->topic, {payload, static_cast<std::size_t>(message->payloadlen)});
+            try {
+                of(self).receive_(message->topic, {payload, static_cast<std::size_t>(message->payloadlen)});
+            } catch (...) {
+                of(self).failure_ = std::current_exception();  // not through the client library, which is in C
+            }
         });
     }
     Link(const Link&) = delete;
@@ -88,7 +94,8 @@ public:
         return {mosquitto_socket(client_.get()), static_cast<short>(events), 0};
     }
 
-    // Goes on with whatever is going on; messages come in here. To be called often, also if nothing happened.
+    // Goes on with whatever is going on; messages come in here, and what their receiver throws comes out. To be called
+    // often, also if nothing happened.
     void proceed(short events, Clock::time_point now) {
         if (mosquitto_socket(client_.get()) < 0) {
             ready_ = false;
@@ -99,6 +106,7 @@ public:
         if ((events & POLLOUT) != 0) mosquitto_loop_write(client_.get(), 1);
         if ((events & ~POLLOUT) != 0) mosquitto_loop_read(client_.get(), 1);
         mosquitto_loop_misc(client_.get());
+        if (failure_) std::rethrow_exception(std::exchange(failure_, nullptr));
     }
 
 private:
@@ -130,6 +138,7 @@ private:
     std::string subscription_;
     Receive receive_;
     std::unique_ptr<mosquitto, Destroy> client_;
+    std::exception_ptr failure_;
     bool ready_ = false;
     std::uint64_t times_ready_ = 0;
     Clock::time_point connect_again_{};

@@ -22,7 +22,7 @@ enum Counter {
     dropped,      // by the chassis in this session, as it says
     missing,      // sequences that the chassis no longer kept when they were wanted
     repeated,     // received again, and not taken again
-    out_of_turn,  // received before an earlier one and dropped: it will come again
+    out_of_turn,  // received before an earlier one and dropped: it will come again; or of a session that is over
     over_pace,    // more than a chassis may have in a batch, dropped unread
     refused,      // no envelope, or nothing that decodes within its budget
     counters
