@@ -6,6 +6,7 @@
 #include <poll.h>
 
 #include <algorithm>
+#include <charconv>
 #include <chrono>
 #include <cstdint>
 #include <exception>
@@ -49,7 +50,8 @@ public:
 
     Link(Account account, std::string subscription, Receive receive)
         : account_(std::move(account)), subscription_(std::move(subscription)), receive_(std::move(receive)) {
-        static const Library library;
+        [[maybe_unused]] static const int initialised = mosquitto_lib_init();
+        find_broker();
         client_.reset(mosquitto_new(account_.name.c_str(), true, this));
         if (!client_) throw std::runtime_error(account_.name + ": no memory for a client");
         mosquitto_username_pw_set(client_.get(), account_.name.c_str(), account_.password.c_str());
@@ -113,10 +115,6 @@ private:
     static constexpr std::chrono::milliseconds shortest_pause{50}, longest_pause{2000};
     static constexpr int keep_alive = 10;  // seconds; a broker that is silent for longer is left
 
-    struct Library {
-        Library() { mosquitto_lib_init(); }
-        ~Library() { mosquitto_lib_cleanup(); }
-    };
     struct Destroy {
         void operator()(mosquitto* client) const { mosquitto_destroy(client); }
     };
@@ -128,13 +126,23 @@ private:
         static std::minstd_rand random{std::random_device{}()};
         pause_ = std::clamp(pause_ * 2, shortest_pause, longest_pause);
         connect_again_ = now + pause_ * std::uniform_int_distribution(50, 150)(random) / 100;
-        const std::size_t colon = account_.broker.rfind(':');
-        const bool is_path = account_.broker.find('/') != std::string::npos || colon == std::string::npos;
-        mosquitto_connect(client_.get(), account_.broker.substr(0, is_path ? std::string::npos : colon).c_str(),
-                          is_path ? 0 : std::atoi(account_.broker.c_str() + colon + 1), keep_alive);
+        mosquitto_connect(client_.get(), host_.c_str(), port_, keep_alive);
+    }
+
+    void find_broker() {
+        const std::string& broker = account_.broker;
+        const std::size_t colon = broker.rfind(':');
+        host_ = broker.substr(0, colon);
+        if (colon == broker.npos || broker.find('/') != broker.npos) {
+            host_ = broker;
+        } else if (std::from_chars(broker.data() + colon + 1, broker.data() + broker.size(), port_).ec != std::errc()) {
+            throw std::runtime_error(broker + ": neither HOST:PORT nor the path of a socket");
+        }
     }
 
     Account account_;
+    std::string host_;  // or, without a port, the path of a socket
+    int port_ = 0;
     std::string subscription_;
     Receive receive_;
     std::unique_ptr<mosquitto, Destroy> client_;
