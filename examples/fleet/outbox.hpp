@@ -114,7 +114,7 @@ public:
     }
 
 private:
-    static constexpr std::chrono::milliseconds shortest_pause = 250ms, longest_pause = 4s;
+    static constexpr std::chrono::milliseconds shortest_pause = 500ms, longest_pause = 4s;
 
     std::uint64_t session_;
     std::uint64_t next_sequence_ = 1;
