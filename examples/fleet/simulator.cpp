@@ -5,7 +5,6 @@
 // soon as all is answered. The status tells whether all was.
 
 #include <poll.h>
-#include <sys/resource.h>
 
 #include <array>
 #include <cstdio>
@@ -216,12 +215,6 @@ private:
 };
 
 int simulate(const Options& options) {
-    // Three files for each connection.
-    rlimit files{};
-    getrlimit(RLIMIT_NOFILE, &files);
-    files.rlim_cur = files.rlim_max;
-    setrlimit(RLIMIT_NOFILE, &files);
-
     const Chassis description(options.chassis);
     std::ofstream record;
     if (!options.record.empty()) record.open(options.record);

@@ -55,7 +55,8 @@ def differences(folder):
     wrong = []
     sent = {(s.chassis, s.session, s.sequence): s.body for s in said.sent if s.kind == "notification"}
     sure = {(s.chassis, s.session, s.sequence) for s in said.sure() if s.kind == "notification"}
-    stored = {tuple(key): body.hex() for *key, body in rows("SELECT chassis, session, sequence, body FROM notification WHERE 1")}
+    stored = {tuple(key): body.hex() for *key, body
+              in rows("SELECT chassis, session, sequence, body FROM notification WHERE 1")}
     wrong += [f"notification {key} is lost" for key in sorted(sure - stored.keys())]
     wrong += [f"notification {key} is not as it was sent" for key, body in stored.items() if sent.get(key) != body]
 
