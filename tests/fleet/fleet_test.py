@@ -180,6 +180,14 @@ class Limits(FleetTest):
         self.assertEqual(dict(self.database("SELECT name, dropped FROM chassis")), dropped)
         self.assertIn(f" {sum(dropped.values())} dropped by full queues", output)
 
+    def test_collector_that_loses_its_database_goes_on_with_what_is_still_kept(self):
+        self.run_fleet("--chassis", 10, "--seconds", 4, "--rate", 20, "--kill-collector", 1, "--lose-database")
+        ends = {chassis: end[:2] for chassis, end in Said(self.kept / "record").ends.items()}
+        rows = self.database("SELECT name, session, sequence, messages, missing FROM chassis")
+        self.assertEqual({name: (session, sequence) for name, session, sequence, _, _ in rows}, ends)
+        self.assertTrue(all(messages + missing == sequence for _, _, sequence, messages, missing in rows))
+        self.assertGreater(sum(missing for *_, missing in rows), 0)
+
     def test_old_notifications_are_forgotten_and_nothing_else(self):
         self.run_fleet("--chassis", 2, "--seconds", 2, "--rate", 0, "--keep-notifications", 500)
         kept = self.database("SELECT chassis, count(*), min(sequence), max(sequence) FROM notification GROUP BY chassis")
@@ -229,7 +237,7 @@ class Processes(FleetTest):
         self.assertEqual((os.listdir(self.folder), descendants(self.folder)), ([], []))
 
 
-class Loss(FleetTest):
+class CatchesLoss(FleetTest):
     """The comparison sees a loss: chassis that send everything once lose what was under way when the broker died."""
 
     def test_without_sending_again_nothing_is_lost_while_the_broker_lives(self):
