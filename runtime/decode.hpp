@@ -119,16 +119,17 @@ VESK_INLINE const std::uint8_t* decode_scalar(Member& member, const std::uint8_t
         if (past == nullptr) return fail(source, VESK_MALFORMED);
         __builtin_memcpy(&member, &word, sizeof word);
         return past;
+    } else {
+        if (at < end && *at < 0x80) [[likely]] {
+            member = Scalar::from_wire(*at);
+            return at + 1;
+        }
+        const Varint varint = sizeof(typename Scalar::Wire) == 8 ? read_word_varint64(at, end, source.input)
+                                                                 : read_word_varint32(at, end, source.input);
+        if (varint.at == nullptr) return fail(source, VESK_MALFORMED);
+        member = Scalar::from_wire(static_cast<typename Scalar::Wire>(varint.value));
+        return varint.at;
     }
-    if (at < end && *at < 0x80) [[likely]] {
-        member = Scalar::from_wire(*at);
-        return at + 1;
-    }
-    const Varint varint = sizeof(typename Scalar::Wire) == 8 ? read_word_varint64(at, end, source.input)
-                                                             : read_word_varint32(at, end, source.input);
-    if (varint.at == nullptr) return fail(source, VESK_MALFORMED);
-    member = Scalar::from_wire(static_cast<typename Scalar::Wire>(varint.value));
-    return varint.at;
 }
 
 // Reads a repeated field of scalars, whose first tag has been read: as a list, one unbroken run of fields of one
