@@ -6,6 +6,7 @@
 
 #include "runtime/wire.hpp"
 #include "toolkit/arena.hpp"
+#include "toolkit/encoded.hpp"
 #include "toolkit/identifier.hpp"
 #include "toolkit/options.hpp"
 #include "toolkit/path.hpp"
@@ -17,7 +18,8 @@ namespace {
 // What stays the same while a message and all that is in it are checked, and what has been found.
 struct Check {
     const vesk_options& options;
-    const vesk_type* identifier;  // its description; null if there is none
+    const vesk_type* identifier;      // its description; null if there is none
+    const vesk_type* identifier_row;  // what the table at hand has in its place, if the description has no flags
     std::uint32_t flags;
     char* path;  // of the error; VESK_PATH_SIZE bytes
     std::uint32_t opaque = 0;
@@ -68,6 +70,10 @@ inline void lose(Check& check, Owned owned) {
     return fail(check, code, tag, &place);
 }
 
+// Types that have no kind but the library's own are read without a thought of the others.
+enum class Kinds { own, all };
+
+template <Kinds kinds>
 const std::uint8_t* check_message(Check& check, const vesk_type* type, const Place* outer, const std::uint8_t* at,
                                   const std::uint8_t* end);
 
@@ -87,14 +93,32 @@ const std::uint8_t* check_undescribed(Check& check, const Place* place, const st
     return code == VESK_OK ? end : fail(check, code, tag, place);
 }
 
+// The content of a message whose type's row has flags.
+[[gnu::noinline]] const std::uint8_t* check_flagged(Check& check, const vesk_type* type, const Place* place,
+                                                    const std::uint8_t* tag, const std::uint8_t* at,
+                                                    const std::uint8_t* end) {
+    if (is_elsewhere(type)) {
+        if (!is_identifier(type)) {
+            ++check.opaque;
+            return end;
+        }
+        if (check.identifier == nullptr) return check_undescribed(check, place, tag, at, end);
+        if (check.identifier->flags == 0) check.identifier_row = type;
+        type = check.identifier;
+    }
+    if (at == end) return at;
+    return (type->flags & has_other_kinds) != 0 ? check_message<Kinds::all>(check, type, place, at, end)
+                                                : check_message<Kinds::own>(check, type, place, at, end);
+}
+
 // What a nested message or element holds; `tag` is the position of its tag.
 inline const std::uint8_t* check_content(Check& check, const vesk_type* type, const Place* place,
                                          const std::uint8_t* tag, const std::uint8_t* at, const std::uint8_t* end) {
-    if (is_elsewhere(type)) {
-        if (check.identifier == nullptr) return check_undescribed(check, place, tag, at, end);
+    if (type->flags != 0) {
+        if (type != check.identifier_row) return check_flagged(check, type, place, tag, at, end);
         type = check.identifier;
     }
-    return at != end ? check_message(check, type, place, at, end) : at;
+    return at != end ? check_message<Kinds::own>(check, type, place, at, end) : at;
 }
 
 // A nested message that is read from its length at `at` on. Of an earlier occurrence `owned` says what is lost.
@@ -112,31 +136,41 @@ inline const std::uint8_t* check_nested(Check& check, const vesk_type* type, con
     return at;
 }
 
-// A list is counted to its end and paid for before its first element is read. Only field numbers are compared: an
-// element of another wire type counts, and is then read as a length.
+// Counts the elements of a list, or of strings or bytes fields, `at` being the position after the first one's tag. Only
+// field numbers are compared: an element of another wire type counts, and is then read as a length.
+inline bool count_elements(Check& check, const vesk_field* field, const Place* outer, const std::uint8_t* tag,
+                           const std::uint8_t* at, const std::uint8_t* end, std::uint32_t* elements) {
+    const std::uint32_t number = vesk_field_number(field);
+    std::uint32_t count = 0;
+    while (true) {
+        const Varint length = read_length(at, end);
+        if (length.at == nullptr) [[unlikely]] {
+            const Place place{outer, field, count};
+            fail(check, VESK_MALFORMED, tag, &place);
+            return false;
+        }
+        ++count;
+        at = tag = length.at + length.value;
+        if (at == end) break;
+        const Varint read = read_tag(at, end);
+        if (read.at == nullptr) [[unlikely]] {
+            fail(check, VESK_MALFORMED, tag, outer);
+            return false;
+        }
+        at = read.at;
+        if (field_number_of_tag(static_cast<std::uint32_t>(read.value)) != number) break;
+    }
+    *elements = count;
+    return true;
+}
+
+// A list is counted to its end and paid for before its first element is read.
 const std::uint8_t* check_list(Check& check, const vesk_field* field, const Place* outer, const std::uint8_t* tag,
                                const std::uint8_t* at, const std::uint8_t* end) {
     const vesk_type* const type = vesk_field_nested(field);
-    const std::uint32_t number = vesk_field_number(field);
     Place place{outer, field, 0};
-    const std::uint8_t* next_tag = tag;
-    const std::uint8_t* next = at;
-    std::uint32_t count = 0;
-    while (true) {
-        const Varint length = read_length(next, end);
-        if (length.at == nullptr) [[unlikely]] {
-            place.element = count;
-            return fail(check, VESK_MALFORMED, next_tag, &place);
-        }
-        ++count;
-        next = next_tag = length.at + length.value;
-        if (next == end) break;
-        const Varint read = read_tag(next, end);
-        if (read.at == nullptr) [[unlikely]]
-            return fail(check, VESK_MALFORMED, next_tag, outer);
-        next = read.at;
-        if (field_number_of_tag(static_cast<std::uint32_t>(read.value)) != number) break;
-    }
+    std::uint32_t count;
+    if (!count_elements(check, field, outer, tag, at, end, &count)) return nullptr;
     ask_for(check, std::uint64_t{count} * type->structure_size);
 
     for (; place.element < count; ++place.element) {
@@ -176,13 +210,68 @@ inline const std::uint8_t* check_string(Check& check, const vesk_field* field, c
     return length.at + length.value;
 }
 
+// ---- Kinds that messages of others have ----
+
+// A run of strings or bytes fields, `at` being the position after the first tag.
+const std::uint8_t* check_contents(Check& check, const vesk_field* field, const Place* outer, const std::uint8_t* tag,
+                                   const std::uint8_t* at, const std::uint8_t* end, std::uint32_t* count) {
+    if (!count_elements(check, field, outer, tag, at, end, count)) return nullptr;
+    const std::uint16_t kind = kind_of_values(field);
+    ask_for(check, std::uint64_t{*count} * size_of_element(kind));
+    for (std::uint32_t left = *count; left != 0; --left) {
+        if (left != *count) at = read_tag(at, end).at;
+        const Varint length = read_length(at, end);  // which counting has seen
+        if (kind == VESK_KIND_STRING) {
+            ask_for(check, length.value + 1);
+        } else if ((check.flags & VESK_BYTES_BY_REFERENCE) == 0) {
+            ask_for(check, length.value);
+        }
+        at = length.at + length.value;
+    }
+    return at;
+}
+
+// A run of scalars, which may hold none at all: then there is no array.
+const std::uint8_t* check_scalars(Check& check, const vesk_field* field, const Place* outer, const std::uint8_t* tag,
+                                  const std::uint8_t* end, std::uint32_t* count) {
+    const CountedRun run = count_run(field, tag, end);
+    if (run.code != VESK_OK) {
+        if (run.fault == CountedRun::Fault::of_message) return fail(check, run.code, run.at, outer);
+        const bool of_element = run.fault == CountedRun::Fault::of_element;
+        const Place place{outer, field, of_element ? static_cast<std::uint32_t>(run.count) : no_element};
+        return fail(check, run.code, run.at, &place);
+    }
+    *count = static_cast<std::uint32_t>(run.count);
+    if (*count != 0) ask_for(check, run.count * size_of_element(kind_of_values(field)));
+    return run.at;
+}
+
+// `owned` is not needed for what it is there for, and notes whether the field has an array.
+const std::uint8_t* check_repeated(Check& check, const vesk_field* field, bool again, Owned* owned, const Place* outer,
+                                   const std::uint8_t* tag, const std::uint8_t* at, const std::uint8_t* end) {
+    if (again && owned->blocks != 0) return fail_in(check, VESK_MALFORMED, tag, outer, field);
+    std::uint32_t count = 0;
+    at = is_repeated_scalar(field) ? check_scalars(check, field, outer, tag, end, &count)
+                                   : check_contents(check, field, outer, tag, at, end, &count);
+    *owned = {0, count};
+    return at;
+}
+
+const std::uint8_t* check_other(Check& check, const vesk_field* field, bool again, Owned* owned, const Place* outer,
+                                const std::uint8_t* tag, const std::uint8_t* at, const std::uint8_t* end) {
+    if (is_repeated(field)) return check_repeated(check, field, again, owned, outer, tag, at, end);
+    at = skip_number(field->kind, at, end);
+    return at != nullptr ? at : fail_in(check, VESK_MALFORMED, tag, outer, field);
+}
+
 // Reads a tag of two bytes or more.
 inline Varint read_tag_of_two(const std::uint8_t* at, const std::uint8_t* end) {
     if (end - at >= 2 && at[1] < 0x80) return {at + 2, (at[0] & 0x7Fu) | std::uint32_t{at[1]} << 7};
     return read_long_tag(at, end);
 }
 
-// A field whose content has a length.
+// A field that is none of the scalars which the library's own messages have.
+template <Kinds kinds>
 inline const std::uint8_t* check_sized(Check& check, const vesk_field* field, bool again, Owned* owned,
                                        const Place* outer, const std::uint8_t* tag, const std::uint8_t* at,
                                        const std::uint8_t* end) {
@@ -190,15 +279,25 @@ inline const std::uint8_t* check_sized(Check& check, const vesk_field* field, bo
         const Place place{outer, field, no_element};
         return check_nested(check, vesk_field_nested(field), &place, again, owned, tag, at, end);
     }
+    if (kinds == Kinds::all && field->kind > VESK_KIND_LIST) {
+        return check_other(check, field, again, owned, outer, tag, at, end);
+    }
     if (again) [[unlikely]]
         return fail_in(check, VESK_MALFORMED, tag, outer, field);
     if (field->kind == VESK_KIND_LIST) return check_list(check, field, outer, tag, at, end);
     return check_string(check, field, outer, tag, at, end);
 }
 
+// Whether a tag that is not the field's own is one that decode takes for it.
+template <Kinds kinds>
+inline bool is_other_form(const vesk_field* field, std::uint32_t tag) {
+    return kinds == Kinds::all && takes_tag(field, tag);
+}
+
+template <Kinds kinds>
 const std::uint8_t* check_message(Check& check, const vesk_type* type, const Place* outer, const std::uint8_t* at,
                                   const std::uint8_t* end) {
-    std::uint64_t occurred = 0;  // of the fields that are no scalars
+    std::uint64_t occurred = 0;  // of the fields that are no such scalars
     Owned owned[most_fields];    // of the nested ones that have occurred
     const vesk_field* const past = vesk_type_field(type, type->field_count);
     const vesk_field* likely = vesk_type_field(type, 0);  // fields usually come in the order of their declaration
@@ -215,21 +314,21 @@ const std::uint8_t* check_message(Check& check, const vesk_type* type, const Pla
         const vesk_field* field = likely;
         if (field == past || field->tag != tag_value) {
             field = vesk_type_field_numbered(type, field_number_of_tag(tag_value));
-            if (field == nullptr || field->tag != tag_value) [[unlikely]] {
+            if (field == nullptr || (field->tag != tag_value && !is_other_form<kinds>(field, tag_value))) [[unlikely]] {
                 at = check_unknown(check, field, tag_value, outer, tag, at, end);
                 if (at == nullptr) return nullptr;
                 continue;
             }
         }
         likely = next_row(type, field);
-        if (wire_type_of_tag(tag_value) == varint_type) {
+        if (kinds == Kinds::own ? wire_type_of_tag(tag_value) == varint_type : field->kind <= VESK_KIND_BOOL) {
             at = skip_varint(at, end);
             if (at == nullptr) [[unlikely]]
                 return fail_in(check, VESK_MALFORMED, tag, outer, field);
             continue;
         }
         const std::uint64_t bit = std::uint64_t{1} << field->presence_bit;
-        at = check_sized(check, field, (occurred & bit) != 0, &owned[field->presence_bit], outer, tag, at, end);
+        at = check_sized<kinds>(check, field, (occurred & bit) != 0, &owned[field->presence_bit], outer, tag, at, end);
         if (at == nullptr) return nullptr;
         occurred |= bit;
     }
@@ -253,7 +352,9 @@ void fill(vesk_report* report, const Check& check, std::int32_t code, const std:
 std::int32_t check_input(const vesk_type* type, const void* input, std::uint64_t length, std::uint32_t flags,
                          vesk_report* report, const vesk_options& options) {
     report->path[0] = '\0';
-    Check check{options, describe_elsewhere(), flags, report->path};
+    const vesk_type* const identifier = describe_elsewhere();
+    const bool is_plain = identifier != nullptr && identifier->flags == 0;
+    Check check{options, identifier, is_plain ? own_identifier() : nullptr, flags, report->path};
     const std::uint8_t* const begin = static_cast<const std::uint8_t*>(input);
     const std::uint8_t* const end = end_of_input(begin, length);
     check_content(check, type, nullptr, begin, begin, end);

@@ -39,35 +39,53 @@ vesk_value structure_value(const vesk_type* type, const void* structure) {
     return value;
 }
 
-// Of a field that is encoded and no list.
+vesk_value empty_value(std::uint16_t kind) {
+    vesk_value value{};
+    value.size = sizeof value;
+    value.kind = kind;
+    return value;
+}
+
+vesk_value string_value(const char* string) {
+    vesk_value value = empty_value(VESK_KIND_STRING);
+    value.data = string;
+    value.length = std::strlen(string);
+    return value;
+}
+
+vesk_value data_value(Data data) {
+    vesk_value value = empty_value(VESK_KIND_BYTES);
+    value.data = data.at;
+    value.length = data.length;
+    return value;
+}
+
+vesk_value number_value(std::uint16_t kind, std::uint64_t number) {
+    vesk_value value = empty_value(kind);
+    value.number = number;
+    return value;
+}
+
+// Of a field that is encoded, and no list or repeated field.
 vesk_value field_value(const vesk_field* field, const void* message) {
     if (field->kind == VESK_KIND_MESSAGE) {
         return structure_value(vesk_field_nested(field), member_at(message, field->offset));
     }
-    vesk_value value{};
-    value.size = sizeof value;
-    value.kind = field->kind;
-    if (field->kind == VESK_KIND_STRING) {
-        value.data = load_string(field, message);
-        value.length = std::strlen(load_string(field, message));
-    } else if (field->kind == VESK_KIND_BYTES) {
-        const Data data = load_data(field, message);
-        value.data = data.at;
-        value.length = data.length;
-    } else {
-        value.number = load_scalar(field, message);
-    }
-    return value;
+    if (field->kind == VESK_KIND_STRING) return string_value(load_string(field, message));
+    if (field->kind == VESK_KIND_BYTES) return data_value(load_data(field, message));
+    return number_value(field->kind, load_scalar(field, message));
 }
 
-// Of a field that both messages encode, and no list or nested message.
+bool is_same(Data one, Data other) {
+    return one.length == other.length &&
+           (one.length == 0 || std::memcmp(one.at, other.at, static_cast<std::size_t>(one.length)) == 0);
+}
+
+// Of a field that both messages encode, and no list, repeated field or nested message.
 bool is_same_value(const vesk_field* field, const void* left, const void* right) {
     if (field->kind == VESK_KIND_STRING) return std::strcmp(load_string(field, left), load_string(field, right)) == 0;
     if (field->kind != VESK_KIND_BYTES) return load_scalar(field, left) == load_scalar(field, right);
-    const Data one = load_data(field, left);
-    const Data other = load_data(field, right);
-    return one.length == other.length &&
-           (one.length == 0 || std::memcmp(one.at, other.at, static_cast<std::size_t>(one.length)) == 0);
+    return is_same(load_data(field, left), load_data(field, right));
 }
 
 // ---- Identifiers that nobody describes -----------------------------------------------------------------------------
@@ -75,6 +93,10 @@ bool is_same_value(const vesk_field* field, const void* left, const void* right)
 // By their encodings, of which two must fit into the memory at hand.
 bool compare_encodings(Comparison& comparison, const vesk_type* type, const Place* place, const void* left,
                        const void* right) {
+    if (!is_identifier(type)) {
+        comparison.opaque = true;
+        return true;
+    }
     std::uint8_t small[512];
     const std::uint64_t size = measure_identifier(left);
     bool same = size == measure_identifier(right);
@@ -142,10 +164,48 @@ bool compare_lists(Comparison& comparison, const vesk_field* field, const Place*
     return true;
 }
 
+Repeated repeated_encoded(const Side& side, const vesk_field* field) {
+    Repeated repeated = load_repeated(field, side.message);
+    if (!is_written(side.presence, field, side.message)) repeated.count = 0;
+    return repeated;
+}
+
+vesk_value element_value(const Repeated& repeated, std::uint32_t index) {
+    if (repeated.kind == VESK_KIND_STRING) return string_value(string_at(repeated, index));
+    if (repeated.kind == VESK_KIND_BYTES) return data_value(data_at(repeated, index));
+    return number_value(repeated.kind, load_number(repeated.kind, element_at(repeated, index)));
+}
+
+bool is_same_element(const vesk_value& left, const vesk_value& right) {
+    const Data one{static_cast<const std::uint8_t*>(left.data), left.length};
+    const Data other{static_cast<const std::uint8_t*>(right.data), right.length};
+    return left.number == right.number && is_same(one, other);
+}
+
+bool compare_repeated(Comparison& comparison, const vesk_field* field, const Place* outer, const Repeated& left,
+                      const Repeated& right) {
+    const std::uint32_t count = left.count > right.count ? left.count : right.count;
+    Place place{outer, field, 0};
+    for (; place.element < count; ++place.element) {
+        const bool in_left = place.element < left.count;
+        const bool in_right = place.element < right.count;
+        vesk_value values[2];
+        if (in_left) values[0] = element_value(left, place.element);
+        if (in_right) values[1] = element_value(right, place.element);
+        if (in_left && in_right && is_same_element(values[0], values[1])) continue;
+        if (!report(comparison, &place, in_left ? &values[0] : nullptr, in_right ? &values[1] : nullptr)) return false;
+    }
+    return true;
+}
+
 bool compare_field(Comparison& comparison, const vesk_field* field, const Place* outer, const Side& left,
                    const Side& right) {
     if (field->kind == VESK_KIND_LIST) {
         return compare_lists(comparison, field, outer, list_encoded(left, field), list_encoded(right, field));
+    }
+    if (is_repeated(field)) {
+        return compare_repeated(comparison, field, outer, repeated_encoded(left, field),
+                                repeated_encoded(right, field));
     }
     const Place place{outer, field, no_element};
     const bool in_left = is_encoded(left.presence, field, left.message);

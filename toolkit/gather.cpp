@@ -23,6 +23,7 @@ struct Writer {
     std::uint64_t used = 0;     // of these, those in the buffer
     std::uint64_t covered = 0;  // of these, those that segments cover
     std::uint64_t count = 0;    // of segments
+    bool opaque = false;        // there was a message of another library, whose functions nobody here knows
 };
 
 constexpr std::uint64_t list_none = UINT64_MAX;  // as a threshold
@@ -100,7 +101,11 @@ void write_string(Writer& writer, std::uint32_t tag, const char* characters) {
     put_head(writer, tag, length);
 }
 
-void write_identifier(Writer& writer, const void* identifier) {
+void write_elsewhere(Writer& writer, const vesk_type* type, const void* identifier) {
+    if (type != own_identifier() && !is_identifier(type)) {
+        writer.opaque = writer.opaque || has_content(type, identifier);
+        return;
+    }
     const std::uint64_t size = measure_identifier(identifier);
     if (size > longest_content) return give_up(writer);
     std::uint8_t* const at = take(writer, size);
@@ -110,7 +115,7 @@ void write_identifier(Writer& writer, const void* identifier) {
 void write_fields(Writer& writer, const vesk_type* type, const void* message);
 
 void write_content(Writer& writer, const vesk_type* type, const void* message) {
-    if (is_elsewhere(type)) return write_identifier(writer, message);
+    if (is_elsewhere(type)) return write_elsewhere(writer, type, message);
     write_fields(writer, type, message);
 }
 
@@ -120,6 +125,61 @@ void write_nested(Writer& writer, const vesk_type* type, std::uint32_t tag, cons
     const std::uint64_t length = writer.total - before;
     if (length > longest_content) return give_up(writer);
     if (length != 0 || even_if_empty) put_head(writer, tag, length);
+}
+
+// ---- Kinds that messages of others have ----
+
+// A scalar's value without a tag.
+void put_value(Writer& writer, std::uint16_t kind, std::uint64_t number) {
+    const std::uint64_t wire = wire_of_number(kind, number);
+    const std::uint32_t size = fixed_size(kind);
+    std::uint8_t* const at = take(writer, size != 0 ? size : measure_varint(wire));
+    if (at == nullptr) return;
+    if (size == 0) {
+        put_varint(at, wire);
+        return;
+    }
+    for (std::uint32_t i = 0; i < size; ++i) at[i] = static_cast<std::uint8_t>(wire >> 8 * i);
+}
+
+void put_tag(Writer& writer, std::uint32_t tag) {
+    std::uint8_t* const at = take(writer, measure_varint(tag));
+    if (at != nullptr) put_varint(at, tag);
+}
+
+void write_scalar(Writer& writer, std::uint32_t tag, std::uint16_t kind, std::uint64_t number) {
+    put_value(writer, kind, number);
+    put_tag(writer, tag);
+}
+
+// There is an element.
+void write_packed(Writer& writer, std::uint32_t tag, const Repeated& repeated) {
+    const std::uint64_t before = writer.total;
+    for (std::uint32_t left = repeated.count; left != 0 && !is_too_long(writer); --left) {
+        put_value(writer, repeated.kind, load_number(repeated.kind, element_at(repeated, left - 1)));
+    }
+    const std::uint64_t length = writer.total - before;
+    if (length > longest_content) return give_up(writer);
+    put_head(writer, tag, length);
+}
+
+void write_repeated(Writer& writer, const vesk_field* field, const void* message) {
+    const Repeated repeated = load_repeated(field, message);
+    if (is_packed(field)) return write_packed(writer, field->tag, repeated);
+    for (std::uint32_t left = repeated.count; left != 0; --left) {
+        switch (repeated.kind) {
+            case VESK_KIND_STRING: write_string(writer, field->tag, string_at(repeated, left - 1)); break;
+            case VESK_KIND_BYTES: write_bytes(writer, field->tag, data_at(repeated, left - 1)); break;
+            default:
+                write_scalar(writer, field->tag, repeated.kind,
+                             load_number(repeated.kind, element_at(repeated, left - 1)));
+        }
+    }
+}
+
+[[gnu::noinline]] void write_other(Writer& writer, const vesk_field* field, const void* message) {
+    if (is_repeated(field)) return write_repeated(writer, field, message);
+    write_scalar(writer, field->tag, field->kind, load_number(field->kind, member_at(message, field->offset)));
 }
 
 VESK_INLINE void write_field(Writer& writer, const vesk_field* field, std::uint64_t presence, const void* message) {
@@ -138,7 +198,10 @@ VESK_INLINE void write_field(Writer& writer, const vesk_field* field, std::uint6
             }
             return;
         }
-        default: return put_head(writer, field->tag, load_scalar(field, message));
+        case VESK_KIND_UINT32:
+        case VESK_KIND_UINT64:
+        case VESK_KIND_BOOL: return put_head(writer, field->tag, load_scalar(field, message));
+        default: return write_other(writer, field, message);
     }
 }
 
@@ -154,10 +217,10 @@ void write_fields(Writer& writer, const vesk_type* type, const void* message) {
 // What the whole takes; the segments then stand at the front of the list.
 std::int32_t finish(Writer& writer, std::uint64_t* length, std::uint32_t* segment_count) {
     end_stretch(writer);
-    if (is_too_long(writer) || writer.count > UINT32_MAX) {
+    if (writer.opaque || is_too_long(writer) || writer.count > UINT32_MAX) {
         *length = 0;
         *segment_count = 0;
-        return VESK_TOO_LONG;
+        return writer.opaque ? VESK_OPAQUE : VESK_TOO_LONG;
     }
     *length = writer.used;
     *segment_count = static_cast<std::uint32_t>(writer.count);
@@ -188,6 +251,7 @@ int32_t vesk_encode(const vesk_type* type, const void* message, vesk_alloc alloc
     *length = 0;
     vesk::Writer measuring{nullptr, 0, nullptr, 0, vesk::list_none};
     vesk::write_content(measuring, type, message);
+    if (measuring.opaque) return VESK_OPAQUE;
     if (vesk::is_too_long(measuring)) return VESK_TOO_LONG;
     void* const block = alloc(measuring.total, context);
     if (block == nullptr) return VESK_NO_MEMORY;

@@ -72,11 +72,16 @@ std::uint64_t lint_bytes(Lint& lint, const Place& place, bool marked, Data data)
     return marked ? measure_content(lint, place.field->tag, data.length, place) : 0;
 }
 
+// Whether a list or repeated field has elements that are encoded, and can be looked at.
+bool has_elements(Lint& lint, const Place& place, bool marked, const void* array, std::uint32_t count) {
+    if (!marked && count != 0) report(lint, VESK_LINT_NOT_MARKED, &place);
+    if (marked && count == 0) report(lint, VESK_LINT_EMPTY_LIST, &place);
+    if (array == nullptr && count != 0) report(lint, VESK_LINT_NULL_DATA, &place);
+    return marked && array != nullptr && count != 0;
+}
+
 std::uint64_t lint_list(Lint& lint, Place& place, bool marked, const List& list) {
-    if (!marked && list.count != 0) report(lint, VESK_LINT_NOT_MARKED, &place);
-    if (marked && list.count == 0) report(lint, VESK_LINT_EMPTY_LIST, &place);
-    if (list.array == nullptr && list.count != 0) report(lint, VESK_LINT_NULL_DATA, &place);
-    if (!marked || list.array == nullptr) return 0;
+    if (!has_elements(lint, place, marked, list.array, list.count)) return 0;
     std::uint64_t size = 0;
     for (place.element = 0; place.element < list.count && !lint.stopped; ++place.element) {
         size += lint_nested(lint, place, list.type, element_at(list, place.element), true);
@@ -89,6 +94,43 @@ std::uint64_t lint_scalar(Lint& lint, const Place& place, bool marked, std::uint
     return marked ? measure_varint(place.field->tag) + measure_varint(value) : 0;
 }
 
+// ---- Kinds that messages of others have ----
+
+std::uint64_t measure_number(std::uint16_t kind, std::uint64_t number) {
+    const std::uint32_t size = fixed_size(kind);
+    return size != 0 ? size : measure_varint(wire_of_number(kind, number));
+}
+
+std::uint64_t lint_other_scalar(Lint& lint, const Place& place, bool marked, std::uint64_t number) {
+    if (!marked && number != 0) report(lint, VESK_LINT_NOT_MARKED, &place);
+    return marked ? measure_varint(place.field->tag) + measure_number(place.field->kind, number) : 0;
+}
+
+// A null string among the elements is encoded as an empty one, and so it is probably meant.
+std::uint64_t lint_element(Lint& lint, const Place& place, const Repeated& repeated) {
+    switch (repeated.kind) {
+        case VESK_KIND_STRING: return lint_string(lint, place, true, string_at(repeated, place.element));
+        case VESK_KIND_BYTES: return lint_bytes(lint, place, true, data_at(repeated, place.element));
+        default: return measure_number(repeated.kind, load_number(repeated.kind, element_at(repeated, place.element)));
+    }
+}
+
+std::uint64_t lint_repeated(Lint& lint, Place& place, bool marked, const Repeated& repeated) {
+    if (!has_elements(lint, place, marked, repeated.array, repeated.count)) return 0;
+    std::uint64_t size = 0;
+    for (place.element = 0; place.element < repeated.count && !lint.stopped; ++place.element) {
+        size += lint_element(lint, place, repeated);
+    }
+    place.element = no_element;
+    if (is_packed(place.field)) return measure_content(lint, place.field->tag, size, place);
+    return is_scalar(repeated.kind) ? size + repeated.count * measure_varint(place.field->tag) : size;
+}
+
+std::uint64_t lint_other(Lint& lint, Place& place, bool marked, const void* message) {
+    if (is_repeated(place.field)) return lint_repeated(lint, place, marked, load_repeated(place.field, message));
+    return lint_other_scalar(lint, place, marked, load_scalar(place.field, message));
+}
+
 std::uint64_t lint_field(Lint& lint, const vesk_field* field, bool marked, const void* message, const Place* outer) {
     Place place{outer, field, no_element};
     switch (field->kind) {
@@ -97,7 +139,10 @@ std::uint64_t lint_field(Lint& lint, const vesk_field* field, bool marked, const
         case VESK_KIND_LIST: return lint_list(lint, place, marked, load_list(field, message));
         case VESK_KIND_MESSAGE:
             return lint_nested(lint, place, vesk_field_nested(field), member_at(message, field->offset), marked);
-        default: return lint_scalar(lint, place, marked, load_scalar(field, message));
+        case VESK_KIND_UINT32:
+        case VESK_KIND_UINT64:
+        case VESK_KIND_BOOL: return lint_scalar(lint, place, marked, load_scalar(field, message));
+        default: return lint_other(lint, place, marked, message);
     }
 }
 

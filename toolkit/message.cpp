@@ -2,9 +2,31 @@
 
 namespace vesk {
 
+// "drin_eid_st", or the C name as in the tables of others.
+bool is_identifier(const vesk_type* type) {
+    const char* name = vesk_type_name(type);
+    if (std::strncmp(name, "vesk_", 5) == 0) name += 5;
+    return std::strcmp(name, "drin_eid_st") == 0;
+}
+
+namespace {
+
+// Of a structure that nobody here can look into: one that is cleared has no content.
+bool has_any_byte(const vesk_type* type, const void* structure) {
+    const std::uint8_t* const bytes = static_cast<const std::uint8_t*>(structure);
+    for (std::uint32_t i = 0; i < type->structure_size; ++i) {
+        if (bytes[i] != 0) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
 bool has_content(const vesk_type* type, const void* message) {
     const vesk_type* const described = describe(type);
-    if (described == nullptr) return measure_identifier(message) != 0;
+    if (described == nullptr) {
+        return is_identifier(type) ? measure_identifier(message) != 0 : has_any_byte(type, message);
+    }
     const std::uint64_t presence = load_presence(described, message);
     const vesk_field* field = vesk_type_field(described, 0);
     for (std::uint32_t left = described->field_count; left != 0; --left) {

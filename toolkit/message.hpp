@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "toolkit/kinds.hpp"
 #include "toolkit/types.hpp"
 
 namespace vesk {
@@ -27,12 +28,13 @@ Member load_member(const void* message, std::uint32_t offset) {
     return member;
 }
 
-// As it stands on the wire; of a flag that is neither 0 nor 1 the byte.
+// A scalar's number (kinds.hpp).
 inline std::uint64_t load_scalar(const vesk_field* field, const void* message) {
     switch (field->kind) {
         case VESK_KIND_UINT32: return load_member<std::uint32_t>(message, field->offset);
         case VESK_KIND_UINT64: return load_member<std::uint64_t>(message, field->offset);
-        default: return load_member<std::uint8_t>(message, field->offset);
+        case VESK_KIND_BOOL: return load_member<std::uint8_t>(message, field->offset);
+        default: return load_number(field->kind, member_at(message, field->offset));
     }
 }
 
@@ -65,6 +67,29 @@ inline const void* element_at(const List& list, std::uint32_t index) {
     return member_at(list.array, std::uint64_t{index} * list.type->structure_size);
 }
 
+// A repeated field.
+struct Repeated {
+    std::uint16_t kind;  // of its elements
+    const void* array;
+    std::uint32_t count;
+};
+inline Repeated load_repeated(const vesk_field* field, const void* message) {
+    return {kind_of_values(field), load_member<const void*>(message, field->offset),
+            load_member<std::uint32_t>(message, field->size_offset)};
+}
+inline const void* element_at(const Repeated& repeated, std::uint32_t index) {
+    return member_at(repeated.array, std::uint64_t{index} * size_of_element(repeated.kind));
+}
+// A null string is encoded as an empty one.
+inline const char* string_at(const Repeated& repeated, std::uint32_t index) {
+    const char* const string = load_member<const char*>(element_at(repeated, index), 0);
+    return string != nullptr ? string : "";
+}
+inline Data data_at(const Repeated& repeated, std::uint32_t index) {
+    const vesk_bytes bytes = load_member<vesk_bytes>(element_at(repeated, index), 0);
+    return {bytes.data, bytes.length};
+}
+
 // The field that is declared before this one, which may be the address past the last.
 inline const vesk_field* previous_row(const vesk_type* type, const vesk_field* field) {
     return reinterpret_cast<const vesk_field*>(reinterpret_cast<const char*>(field) - type->field_size);
@@ -88,10 +113,12 @@ inline bool is_marked(std::uint64_t presence, const vesk_field* field) {
 inline bool is_written(std::uint64_t presence, const vesk_field* field, const void* message) {
     if (!is_marked(presence, field)) return false;
     if (field->kind == VESK_KIND_STRING) return load_string(field, message) != nullptr;
-    return field->kind != VESK_KIND_LIST || load_list(field, message).count != 0;
+    if (field->kind < VESK_KIND_LIST || !has_count(field)) return true;
+    return load_member<std::uint32_t>(message, field->size_offset) != 0;
 }
 
-// Whether encoding the message would write anything; of an identifier that nobody describes its library says so.
+// Whether encoding the message would write anything; of an identifier that nobody describes its library says so, of
+// another library's message whether a byte of it is not 0.
 bool has_content(const vesk_type* type, const void* message);
 
 // Whether a field is encoded: a nested message with its bit or with content.

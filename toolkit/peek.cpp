@@ -13,7 +13,8 @@ namespace {
 
 // ---- Paths ----------------------------------------------------------------------------------------------------------
 
-// A step of a path: a field of a message, and which of its elements if it is a list; no element is the list itself.
+// A step of a path: a field of a message, and which of its elements if it is a list or repeated; no element is the
+// whole.
 struct PathStep {
     const vesk_field* field;
     bool has_element;
@@ -47,14 +48,15 @@ PathStep read_step(const vesk_type* type, const char* path) {
     if (step.field == nullptr) return step;
     const char* at = path + length;
     if (*at == '[') {
-        if (step.field->kind != VESK_KIND_LIST) return step;
+        if (!has_count(step.field)) return step;
         at = read_index(at, &step.element);
         if (at == nullptr) return step;
         step.has_element = true;
     }
     if (*at == '\0') step.rest = at;
     // A list as a whole, a string and the like have nothing in them.
-    const bool holds_fields = step.field->kind == VESK_KIND_MESSAGE || step.has_element;
+    const bool holds_fields =
+        step.field->kind == VESK_KIND_MESSAGE || (step.field->kind == VESK_KIND_LIST && step.has_element);
     if (*at == '.' && at[1] != '\0' && holds_fields) step.rest = at + 1;
     return step;
 }
@@ -82,47 +84,59 @@ struct Range {
     const std::uint8_t* end;
 };
 
-// Steps over a field's content, a list as a whole, `at` being the position after the tag.
-const std::uint8_t* skip_content(const vesk_field* field, const std::uint8_t* at, const std::uint8_t* end) {
-    if (field->kind <= VESK_KIND_BOOL) return skip_varint(at, end);
+// Steps over a field's content, a list or repeated field as a whole: `tag` is the position of its first tag, `at` that
+// after it. The code is an error of the bytes.
+Step skip_content(const vesk_field* field, const std::uint8_t* tag, const std::uint8_t* at, const std::uint8_t* end) {
+    const Step malformed{nullptr, VESK_MALFORMED};
+    const std::uint16_t kind = kind_of_values(field);
+    if (is_scalar(kind)) {
+        if (!is_repeated(field)) {
+            at = skip_number(kind, at, end);
+            return at != nullptr ? Step{at, VESK_OK} : malformed;
+        }
+        const CountedRun run = count_run(field, tag, end);
+        return {run.code == VESK_OK ? run.at : nullptr, run.code};
+    }
     while (true) {
         const Varint length = read_length(at, end);
-        if (length.at == nullptr) return nullptr;
+        if (length.at == nullptr) return malformed;
         at = length.at + length.value;
-        if (field->kind != VESK_KIND_LIST) return at;
+        if (!has_count(field)) return {at, VESK_OK};
         const std::uint8_t* const next = next_element(vesk_field_number(field), at, end);
-        if (next == nullptr) return at;
+        if (next == nullptr) return {at, VESK_OK};
         at = next;
     }
 }
 
 struct Found {
-    std::int32_t code;       // VESK_OK, VESK_ABSENT, or the error of the bytes
+    std::int32_t code;  // VESK_OK, VESK_ABSENT, or the error of the bytes
+    const std::uint8_t* tag;
     const std::uint8_t* at;  // after the tag
 };
 
 // The last occurrence of a field in a message, or the first one.
 Found find_field(const vesk_type* type, const vesk_field* wanted, Range range, bool first) {
-    Found found{VESK_ABSENT, nullptr};
+    Found found{VESK_ABSENT, nullptr, nullptr};
     const std::uint8_t* at = range.at;
     while (at != range.end) {
         const Varint read = read_tag(at, range.end);
-        if (read.at == nullptr) return {VESK_MALFORMED, nullptr};
+        if (read.at == nullptr) return {VESK_MALFORMED, nullptr, nullptr};
         const std::uint32_t tag = static_cast<std::uint32_t>(read.value);
-        if (tag == wanted->tag) {
-            found = {VESK_OK, read.at};
+        if (tag == wanted->tag || (field_number_of_tag(tag) == vesk_field_number(wanted) && takes_tag(wanted, tag))) {
+            found = {VESK_OK, at, read.at};
             if (first) break;
         }
         const vesk_field* const field = vesk_type_field_numbered(type, field_number_of_tag(tag));
         if (field == nullptr) {
             const Step step = skip_field(wire_type_of_tag(tag), read.at, range.end);
-            if (step.code != VESK_OK) return {step.code, nullptr};
+            if (step.code != VESK_OK) return {step.code, nullptr, nullptr};
             at = step.at;
             continue;
         }
-        if (field->tag != tag) return {VESK_WRONG_WIRE_TYPE, nullptr};
-        at = skip_content(field, read.at, range.end);
-        if (at == nullptr) return {VESK_MALFORMED, nullptr};
+        if (!takes_tag(field, tag)) return {VESK_WRONG_WIRE_TYPE, nullptr, nullptr};
+        const Step step = skip_content(field, at, read.at, range.end);
+        if (step.code != VESK_OK) return {step.code, nullptr, nullptr};
+        at = step.at;
     }
     return found;
 }
@@ -155,36 +169,57 @@ std::uint32_t count_elements(std::uint32_t number, const std::uint8_t* at, const
     return count;
 }
 
-std::uint64_t read_scalar(std::uint16_t kind, const std::uint8_t* at, const std::uint8_t* end) {
-    std::uint64_t value = 0;
-    read_long_varint64(at, end, &value);
-    if (kind == VESK_KIND_BOOL) return static_cast<std::uint32_t>(value) != 0;
-    return kind == VESK_KIND_UINT32 ? static_cast<std::uint32_t>(value) : value;
+vesk_value make_number(std::uint16_t kind, std::uint64_t number) {
+    vesk_value value = make_value(kind, nullptr, {nullptr, nullptr});
+    value.number = number;
+    return value;
 }
 
-// The field at `at`, the position after its tag, as a whole.
-bool read_value(const vesk_field* field, const std::uint8_t* at, const std::uint8_t* end, vesk_value* value) {
+// Of a list, or of a repeated string or bytes field.
+vesk_value make_element(const vesk_field* field, Range content) {
     const vesk_type* const nested = vesk_field_nested(field);
-    if (field->kind <= VESK_KIND_BOOL) {
-        const std::uint8_t* const after = skip_varint(at, end);
-        if (after == nullptr) return false;
-        *value = make_value(field->kind, nullptr, {at, after});
-        value->number = read_scalar(field->kind, at, end);
-        value->data = nullptr;
-        value->length = 0;
-        return true;
+    if (nested != nullptr) return make_value(VESK_KIND_MESSAGE, describe(nested), content);
+    return make_value(kind_of_values(field), nullptr, content);
+}
+
+// What was found of a field as a whole. VESK_OK, or an error of the bytes.
+std::int32_t read_value(const vesk_field* field, const Found& found, const std::uint8_t* end, vesk_value* value) {
+    const vesk_type* const nested = vesk_field_nested(field);
+    if (has_count(field)) {
+        const Step after = skip_content(field, found.tag, found.at, end);
+        if (after.code != VESK_OK) return after.code;
+        const bool of_scalars = is_repeated_scalar(field);
+        *value = make_value(field->kind, nested != nullptr ? describe(nested) : nullptr,
+                            {of_scalars ? found.tag : found.at, after.at});
+        value->count = of_scalars ? static_cast<std::uint32_t>(count_run(field, found.tag, end).count)
+                                  : count_elements(vesk_field_number(field), found.at, end);
+        return VESK_OK;
     }
-    if (field->kind == VESK_KIND_LIST) {
-        const std::uint8_t* const after = skip_content(field, at, end);
-        if (after == nullptr) return false;
-        *value = make_value(VESK_KIND_LIST, describe(nested), {at, after});
-        value->count = count_elements(vesk_field_number(field), at, end);
-        return true;
+    if (is_scalar(field->kind)) {
+        std::uint64_t number;
+        if (read_number(field->kind, found.at, end, &number) == nullptr) return VESK_MALFORMED;
+        *value = make_number(field->kind, number);
+        return VESK_OK;
     }
-    const Range content = content_at(at, end);
-    if (content.at == nullptr) return false;
+    const Range content = content_at(found.at, end);
+    if (content.at == nullptr) return VESK_MALFORMED;
     *value = make_value(field->kind, nested != nullptr ? describe(nested) : nullptr, content);
-    return true;
+    return VESK_OK;
+}
+
+// One of a run of scalars.
+std::int32_t read_scalar_element(const vesk_field* field, std::uint32_t element, const std::uint8_t* tag,
+                                 const std::uint8_t* end, vesk_value* value) {
+    const CountedRun counted = count_run(field, tag, end);
+    if (counted.code != VESK_OK) return counted.code;
+    if (element >= counted.count) return VESK_PAST_THE_END;
+    ScalarRun run(field, tag, end);
+    std::uint64_t number = 0;
+    for (std::uint64_t left = std::uint64_t{element} + 1; left != 0; --left) {
+        if (!run.next(&number)) return VESK_MALFORMED;
+    }
+    *value = make_number(kind_of_values(field), number);
+    return VESK_OK;
 }
 
 // The content of an element, `at` being the position after the tag of the first.
@@ -207,15 +242,17 @@ std::int32_t follow(const vesk_type* type, const char* path, Range range, bool f
         const PathStep step = read_step(type, path);
         const Found found = find_field(type, step.field, range, first);
         if (found.code != VESK_OK) return found.code;
-        if (step.has_element) {
-            const std::int32_t code =
-                find_element(vesk_field_number(step.field), step.element, found.at, range.end, &range);
-            if (code != VESK_OK) return code;
-            *value = make_value(VESK_KIND_MESSAGE, describe(vesk_field_nested(step.field)), range);
+        std::int32_t code;
+        if (step.has_element && is_repeated_scalar(step.field)) {
+            code = read_scalar_element(step.field, step.element, found.tag, range.end, value);
+        } else if (step.has_element) {
+            code = find_element(vesk_field_number(step.field), step.element, found.at, range.end, &range);
+            if (code == VESK_OK) *value = make_element(step.field, range);
         } else {
-            if (!read_value(step.field, found.at, range.end, value)) return VESK_MALFORMED;
-            range = content_at(found.at, range.end);
+            code = read_value(step.field, found, range.end, value);
+            if (step.field->kind == VESK_KIND_MESSAGE) range = content_at(found.at, range.end);
         }
+        if (code != VESK_OK) return code;
         path = step.rest;
         type = vesk_field_nested(step.field);
     }
@@ -258,20 +295,28 @@ int32_t vesk_iterate(vesk_iterator* iterator, const vesk_type* type, const char*
     vesk_value list;
     const std::int32_t code = vesk::peek(type, path, input, length, &list, options, &last);
     if (code != VESK_OK) return code;
-    if (list.kind != VESK_KIND_LIST) return VESK_NO_SUCH_PATH;
-    iterator->type = list.type;
+    if (last == nullptr || list.kind != last->kind || !vesk::has_count(last)) return VESK_NO_SUCH_PATH;
+    iterator->field = last;
     iterator->next = static_cast<const unsigned char*>(list.data);
     iterator->end = iterator->next + list.length;
-    iterator->number = vesk_field_number(last);
     return VESK_OK;
 }
 
 int vesk_next(vesk_iterator* iterator, vesk_value* element) {
     if (iterator->next == nullptr) return 0;
+    const vesk_field* const field = iterator->field;
+    if (vesk::is_repeated_scalar(field)) {
+        vesk::ScalarRun run(field, iterator->next, iterator->end, iterator->packed_left);
+        std::uint64_t number;
+        if (!run.next(&number)) return 0;
+        iterator->next = run.at();
+        iterator->packed_left = run.packed_left();
+        vesk::write_common(element, vesk::make_number(vesk::kind_of_values(field), number));
+        return 1;
+    }
     const vesk::Range content = vesk::content_at(iterator->next, iterator->end);
     if (content.at == nullptr) return 0;  // of an input that has changed meanwhile
-    iterator->next = vesk::next_element(iterator->number, content.end, iterator->end);
-    vesk_value value = vesk::make_value(VESK_KIND_MESSAGE, iterator->type, content);
-    vesk::write_common(element, value);
+    iterator->next = vesk::next_element(vesk_field_number(field), content.end, iterator->end);
+    vesk::write_common(element, vesk::make_element(field, content));
     return 1;
 }

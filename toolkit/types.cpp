@@ -39,7 +39,16 @@ const vesk_type* find(const vesk_type* first, const char* name) {
     return nullptr;
 }
 
+consteval std::size_t place_of_identifier() {
+    std::size_t place = 0;
+    while (!is_elsewhere(&table.types[place])) ++place;
+    return place;
+}
+
 }  // namespace
+
+const vesk_type* own_identifier() { return &table.types[place_of_identifier()]; }
+
 }  // namespace vesk
 
 const char* vesk_version() { return VESK_VERSION; }

@@ -1,4 +1,4 @@
-// The types that the toolkit knows, and what the entity identifier's library says of its own.
+// Types that are described here, by the entity identifier's library, or nowhere.
 #pragma once
 
 #include <vesk/vesk_toolkit.h>
@@ -10,14 +10,28 @@ extern "C" [[gnu::weak]] const vesk_type vesk_drin_eid_st_type;
 
 namespace vesk {
 
-// The description of a type of another library, by that library itself; null if it has none.
+// The description of the entity identifier, by its library itself; null if it has none.
 inline const vesk_type* describe_elsewhere() { return &vesk_drin_eid_st_type; }
+
+// A flag of a type: it has fields of kinds above VESK_KIND_LIST.
+inline constexpr std::uint16_t has_other_kinds = 4;
 
 constexpr bool is_elsewhere(const vesk_type* type) { return (type->flags & VESK_TYPE_ELSEWHERE) != 0; }
 
+// Whether a type of another library is the entity identifier; its name says so. One that is not is opaque: nobody here
+// knows the functions of its library.
+bool is_identifier(const vesk_type* type);
+
 // The type whose fields can be looked at: that itself, or of an identifier the description that its library brings.
 // Null if there is none.
-inline const vesk_type* describe(const vesk_type* type) { return is_elsewhere(type) ? describe_elsewhere() : type; }
+inline const vesk_type* describe(const vesk_type* type) {
+    if (!is_elsewhere(type)) return type;
+    return is_identifier(type) ? describe_elsewhere() : nullptr;
+}
+
+// What the table of the 95 types has in the identifier's place, so that it need not be known by its name. Of this
+// library alone: libvesk_text has no table.
+const vesk_type* own_identifier();
 
 inline constexpr std::uint32_t most_fields = 64;  // of a type: its presence bits fit into a word
 

@@ -346,10 +346,10 @@ VESK_API int32_t vesk_peek(const vesk_type *type, const char *path, const void *
  * into the input. One thread at a time. */
 typedef struct vesk_iterator {
     size_t size; /* sizeof(vesk_iterator), by vesk_iterate */
-    const vesk_type *type;
+    const vesk_field *field;
     const unsigned char *next;
     const unsigned char *end;
-    uint32_t number;
+    uint32_t packed_left;
 } vesk_iterator;
 
 /* Sets up an iterator over the list at `path`; arguments and results as vesk_peek's, and VESK_NO_SUCH_PATH also where

@@ -1,0 +1,85 @@
+// What the kinds of fields are in a structure and on the wire, those of other people's messages included. Where the
+// library's own kinds are met first, and speed counts, they are told apart before anything here is asked.
+//
+// A scalar's number has 64 bits: of a kind with a sign two's complement, of a float or double its bits, of a flag the
+// byte that the member has, or 0 or 1 if it was read from the wire.
+#pragma once
+
+#include <vesk/vesk_facts.h>
+
+#include <cstdint>
+
+#include "runtime/wire.hpp"
+
+namespace vesk {
+
+constexpr bool is_repeated(const vesk_field* field) { return field->kind >= VESK_KIND_REPEATED; }
+
+// Of a repeated field its elements' kind, of any other its own.
+constexpr std::uint16_t kind_of_values(const vesk_field* field) {
+    return static_cast<std::uint16_t>(field->kind & ~VESK_KIND_REPEATED);
+}
+
+// Of a kind without VESK_KIND_REPEATED.
+constexpr bool is_scalar(std::uint16_t kind) { return kind <= VESK_KIND_BOOL || kind > VESK_KIND_LIST; }
+
+// Whether a field has a number of elements beside its pointer.
+constexpr bool has_count(const vesk_field* field) { return field->kind == VESK_KIND_LIST || is_repeated(field); }
+
+constexpr bool is_repeated_scalar(const vesk_field* field) {
+    return is_repeated(field) && is_scalar(kind_of_values(field));
+}
+
+// Bytes that a scalar kind always takes on the wire; 0 if that is a varint.
+constexpr std::uint32_t fixed_size(std::uint16_t kind) {
+    switch (kind) {
+        case VESK_KIND_FIXED32:
+        case VESK_KIND_SFIXED32:
+        case VESK_KIND_FLOAT: return 4;
+        case VESK_KIND_FIXED64:
+        case VESK_KIND_SFIXED64:
+        case VESK_KIND_DOUBLE: return 8;
+        default: return 0;
+    }
+}
+
+// Of a scalar that stands by itself.
+constexpr WireType wire_type_of_scalar(std::uint16_t kind) {
+    const std::uint32_t size = fixed_size(kind);
+    return size == 0 ? varint_type : size == 4 ? fixed32_type : fixed64_type;
+}
+
+// Whether decode reads a tag of the field's number as this field: a repeated scalar field may come packed or not.
+constexpr bool takes_tag(const vesk_field* field, std::uint32_t tag) {
+    if (field->tag == tag) return true;
+    const std::uint32_t wire_type = wire_type_of_tag(tag);
+    return is_repeated_scalar(field) &&
+           (wire_type == length_type || wire_type == wire_type_of_scalar(kind_of_values(field)));
+}
+
+constexpr bool is_packed(const vesk_field* field) {
+    return is_repeated_scalar(field) && wire_type_of_tag(field->tag) == length_type;
+}
+
+// Bytes of an element in a repeated field's array.
+std::uint32_t size_of_element(std::uint16_t kind);
+
+// A scalar's member, and its number.
+std::uint64_t load_number(std::uint16_t kind, const void* member);
+void store_number(std::uint16_t kind, void* member, std::uint64_t number);
+
+// What stands on the wire for a scalar's number: a varint's value, or the bits of four or eight bytes.
+std::uint64_t wire_of_number(std::uint16_t kind, std::uint64_t number);
+
+// Reads a scalar. The position after it, or null if it runs past `end`; `*number` is written only on success.
+const std::uint8_t* read_number(std::uint16_t kind, const std::uint8_t* at, const std::uint8_t* end,
+                                std::uint64_t* number);
+
+// Steps over one; null if it runs past `end`.
+inline const std::uint8_t* skip_number(std::uint16_t kind, const std::uint8_t* at, const std::uint8_t* end) {
+    const std::uint32_t size = fixed_size(kind);
+    if (size == 0) return skip_varint(at, end);
+    return size <= static_cast<std::uint64_t>(end - at) ? at + size : nullptr;
+}
+
+}  // namespace vesk
