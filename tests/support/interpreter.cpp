@@ -2,6 +2,7 @@
 
 #include <vesk/drin_eid.h>
 
+#include <cstddef>
 #include <cstring>
 #include <optional>
 
@@ -37,6 +38,71 @@ void set_bit(const TableType& type, const TableField& field, void* message, bool
 }
 
 std::size_t size_of(const TableType* nested) { return nested == nullptr ? sizeof(vesk_drin_eid_st) : nested->size; }
+
+// ---- Scalars ----
+
+// What a kind of scalar takes in a structure, and on the wire: 0 is a varint.
+struct ScalarForm {
+    std::size_t size;
+    unsigned width;
+    bool has_sign;
+    bool zigzag;
+};
+
+std::optional<ScalarForm> form_of(TableKind kind) {
+    switch (kind) {
+        case TableKind::uint32: return ScalarForm{4, 0, false, false};
+        case TableKind::uint64: return ScalarForm{8, 0, false, false};
+        case TableKind::boolean: return ScalarForm{1, 0, false, false};
+        case TableKind::sint32: return ScalarForm{4, 0, true, true};
+        case TableKind::sint64: return ScalarForm{8, 0, true, true};
+        case TableKind::int32: return ScalarForm{4, 0, true, false};
+        case TableKind::int64: return ScalarForm{8, 0, true, false};
+        case TableKind::enumeration: return ScalarForm{4, 0, true, false};
+        case TableKind::fixed32: return ScalarForm{4, 4, false, false};
+        case TableKind::sfixed32: return ScalarForm{4, 4, true, false};
+        case TableKind::float32: return ScalarForm{4, 4, false, false};
+        case TableKind::fixed64: return ScalarForm{8, 8, false, false};
+        case TableKind::sfixed64: return ScalarForm{8, 8, true, false};
+        case TableKind::float64: return ScalarForm{8, 8, false, false};
+        default: return std::nullopt;
+    }
+}
+
+unsigned wire_type_of(const ScalarForm& form) { return form.width == 0 ? 0 : form.width == 4 ? 5 : 1; }
+
+// The value of a member as it stands on the wire.
+std::uint64_t to_wire(const ScalarForm& form, const void* at) {
+    std::uint64_t value = form.size == 1   ? load<std::uint8_t>(at, 0)
+                          : form.size == 4 ? load<std::uint32_t>(at, 0)
+                                           : load<std::uint64_t>(at, 0);
+    if (form.width != 0 || !form.has_sign) return value;
+    const std::int64_t number =
+        form.size == 4 ? load<std::int32_t>(at, 0) : static_cast<std::int64_t>(load<std::uint64_t>(at, 0));
+    if (!form.zigzag) return static_cast<std::uint64_t>(number);
+    const std::uint64_t magnitude = static_cast<std::uint64_t>(number < 0 ? -(number + 1) : number);
+    return magnitude * 2 + (number < 0 ? 1 : 0);
+}
+
+void from_wire(const ScalarForm& form, std::uint64_t value, void* at) {
+    if (form.size != 8) value %= std::uint64_t{1} << 32;
+    if (form.zigzag) {
+        const auto half = static_cast<std::int64_t>(value / 2);
+        value = static_cast<std::uint64_t>(value % 2 == 0 ? half : -half - 1);
+    }
+    if (form.size == 1) {
+        store(at, 0, static_cast<std::uint8_t>(value != 0));
+    } else if (form.size == 4) {
+        store(at, 0, static_cast<std::uint32_t>(value % (std::uint64_t{1} << 32)));
+    } else {
+        store(at, 0, value);
+    }
+}
+
+std::size_t element_size_of(const TableField& field) {
+    const std::optional<ScalarForm> form = form_of(field.kind);
+    return form ? form->size : field.kind == TableKind::string ? sizeof(char*) : sizeof(vesk_bytes);
+}
 
 // ---- The four operations of a nested type; null stands for the entity identifier ----
 
@@ -99,12 +165,12 @@ public:
             }
         } else if (!present) {
             return;
-        } else if (field.kind == TableKind::uint32) {
-            put_number(field, load<std::uint32_t>(message, field.offset));
-        } else if (field.kind == TableKind::uint64) {
-            put_number(field, load<std::uint64_t>(message, field.offset));
-        } else if (field.kind == TableKind::boolean) {
-            put_number(field, load<std::uint8_t>(message, field.offset));
+        } else if (field.repeated) {
+            put_repeated(field, load<const char*>(message, field.offset),
+                         load<std::uint32_t>(message, field.second_offset));
+        } else if (const std::optional<ScalarForm> form = form_of(field.kind)) {
+            put_tag(field, wire_type_of(*form));
+            put_scalar(*form, member(message, field.offset));
         } else if (field.kind == TableKind::string) {
             put_string(field, load<const char*>(message, field.offset));
         } else if (field.kind == TableKind::bytes) {
@@ -139,9 +205,35 @@ private:
     void put_length(std::uint64_t value) { put_varint(value % (std::uint64_t{1} << 32)); }
     void put_tag(const TableField& field, unsigned wire_type) { put_varint(field.number * 8 + wire_type); }
 
-    void put_number(const TableField& field, std::uint64_t value) {
-        put_tag(field, 0);
-        put_varint(value);
+    void put_scalar(const ScalarForm& form, const void* at) {
+        const std::uint64_t value = to_wire(form, at);
+        if (form.width == 0) return put_varint(value);
+        for (unsigned i = 0; i < form.width; ++i) put_byte(static_cast<unsigned>(value >> 8 * i & 255));
+    }
+
+    void put_repeated(const TableField& field, const char* array, std::uint32_t count) {
+        const std::size_t size = element_size_of(field);
+        const std::optional<ScalarForm> form = form_of(field.kind);
+        if (form && field.packed) {
+            if (count == 0) return;
+            Encoder measuring(nullptr, 0, nullptr, nullptr, 0);
+            for (std::uint32_t i = 0; i < count; ++i) measuring.put_scalar(*form, array + i * size);
+            put_tag(field, 2);
+            put_length(measuring.position_);
+        }
+        for (std::uint32_t i = 0; i < count; ++i) {
+            const void* element = array + i * size;
+            if (form) {
+                if (!field.packed) put_tag(field, wire_type_of(*form));
+                put_scalar(*form, element);
+            } else if (field.kind == TableKind::string) {
+                const char* string = load<const char*>(element, 0);
+                put_string(field, string != nullptr ? string : "");
+            } else {
+                const auto bytes = load<vesk_bytes>(element, 0);
+                put_bytes(field, bytes.data, bytes.length);
+            }
+        }
     }
 
     bool has_room_for(std::uint64_t size) const {
@@ -282,10 +374,12 @@ private:
     }
 
     std::int32_t get_known(const TableField& field, std::uint64_t wire_type) {
-        const bool is_number =
-            field.kind == TableKind::uint32 || field.kind == TableKind::uint64 || field.kind == TableKind::boolean;
-        if (wire_type != (is_number ? 0 : 2)) return -3;
-        const std::int32_t code = is_number                          ? get_number(field)
+        const std::optional<ScalarForm> form = form_of(field.kind);
+        const bool fits = wire_type == (form ? wire_type_of(*form) : 2) || (form && field.repeated && wire_type == 2);
+        if (!fits) return -3;
+        const std::int32_t code = field.repeated && form             ? get_scalars(field, *form, wire_type)
+                                  : field.repeated                   ? get_contents(field)
+                                  : form                             ? get_scalar(*form, member(message_, field.offset))
                                   : field.kind == TableKind::string  ? get_string(field)
                                   : field.kind == TableKind::bytes   ? get_bytes(field)
                                   : field.kind == TableKind::message ? get_nested(field, member(message_, field.offset))
@@ -294,17 +388,97 @@ private:
         return code;
     }
 
-    std::int32_t get_number(const TableField& field) {
-        std::uint64_t value;
-        if (!get_varint(field.kind == TableKind::uint64 ? 10 : 5, &value)) return -1;
-        if (field.kind == TableKind::uint64) {
-            store(message_, field.offset, value);
-        } else if (field.kind == TableKind::uint32) {
-            store(message_, field.offset, static_cast<std::uint32_t>(value));
+    // Into a member, or nowhere if it is null.
+    std::int32_t get_scalar(const ScalarForm& form, void* at) {
+        std::uint64_t value = 0;
+        if (form.width == 0) {
+            if (!get_varint(form.size == 8 ? 10 : 5, &value)) return -1;
         } else {
-            store(message_, field.offset, static_cast<std::uint8_t>(value != 0));
+            if (length_ - position_ < form.width) return -1;
+            for (unsigned i = 0; i < form.width; ++i) value += std::uint64_t{buffer_[position_++]} << 8 * i;
         }
+        if (at != nullptr) from_wire(form, value, at);
         return 0;
+    }
+
+    std::int32_t get_element(const ScalarForm& form, char* array, std::uint64_t* count) {
+        const std::int32_t code = get_scalar(form, array != nullptr ? array + *count * form.size : nullptr);
+        if (code == 0) ++*count;
+        return code == 0 && *count > UINT32_MAX ? -1 : code;
+    }
+
+    // Goes over a run of fields of this number, the first one's tag read: into an array, or to count if it is null.
+    std::int32_t get_run(const TableField& field, const ScalarForm& form, std::uint64_t wire_type, char* array,
+                         std::uint64_t* count) {
+        while (true) {
+            std::int32_t code = 0;
+            if (wire_type == 2) {
+                std::uint64_t size;
+                if (!get_size(&size)) return -1;
+                const std::uint64_t whole = length_;
+                length_ = position_ + size;
+                while (code == 0 && position_ < length_) code = get_element(form, array, count);
+                length_ = whole;
+            } else {
+                code = wire_type == wire_type_of(form) ? get_element(form, array, count) : -3;
+            }
+            if (code != 0 || position_ == length_) return code;
+            const std::uint64_t before = position_;
+            std::uint64_t tag;
+            if (!get_varint(5, &tag)) return -1;
+            if (tag >> 3 != field.number) {
+                position_ = before;
+                return 0;
+            }
+            wire_type = tag & 7;
+        }
+    }
+
+    std::int32_t get_scalars(const TableField& field, const ScalarForm& form, std::uint64_t wire_type) {
+        if (load<void*>(message_, field.offset) != nullptr) return -1;
+        if (alloc_ == nullptr) return -4;
+        const std::uint64_t start = position_;
+        std::uint64_t count = 0;
+        if (const std::int32_t code = get_run(field, form, wire_type, nullptr, &count); code != 0) return code;
+        if (count == 0) return 0;
+        char* array = new_array(field, count, form.size);
+        if (array == nullptr) return -4;
+        position_ = start;
+        count = 0;
+        return get_run(field, form, wire_type, array, &count);
+    }
+
+    char* new_array(const TableField& field, std::uint64_t count, std::uint64_t element_size) {
+        char* array = static_cast<char*>(alloc_(count * element_size, context_));
+        if (array == nullptr) return nullptr;
+        std::memset(array, 0, count * element_size);
+        store(message_, field.offset, array);
+        store(message_, field.second_offset, static_cast<std::uint32_t>(count));
+        return array;
+    }
+
+    // Strings or bytes fields: each is a field of its own, of a message that holds it alone.
+    std::int32_t get_contents(const TableField& field) {
+        if (load<void*>(message_, field.offset) != nullptr) return -1;
+        if (alloc_ == nullptr) return -4;
+        const std::optional<std::uint32_t> count = count_run(field);
+        if (!count) return -1;
+        const std::size_t size = element_size_of(field);
+        char* array = new_array(field, *count, size);
+        if (array == nullptr) return -4;
+        TableField element = field;
+        element.offset = 0;
+        element.second_offset = offsetof(vesk_bytes, length);
+        void* const whole = message_;
+        std::int32_t code = 0;
+        for (std::uint32_t i = 0; i < *count && code == 0; ++i) {
+            std::uint64_t tag;
+            if (i > 0 && !get_varint(5, &tag)) return -1;
+            message_ = array + i * size;
+            code = field.kind == TableKind::string ? get_string(element) : get_bytes(element);
+            message_ = whole;
+        }
+        return code;
     }
 
     std::int32_t get_string(const TableField& field) {
@@ -405,12 +579,10 @@ public:
 
     void copy_field(const TableType& type, const TableField& field) {
         copied_ = true;
-        if (field.kind == TableKind::uint32) {
-            store(destination_, field.offset, load<std::uint32_t>(source_, field.offset));
-        } else if (field.kind == TableKind::uint64) {
-            store(destination_, field.offset, load<std::uint64_t>(source_, field.offset));
-        } else if (field.kind == TableKind::boolean) {
-            store(destination_, field.offset, load<std::uint8_t>(source_, field.offset));
+        if (field.repeated) {
+            copy_repeated(field);
+        } else if (const std::optional<ScalarForm> form = form_of(field.kind)) {
+            std::memcpy(member(destination_, field.offset), member(source_, field.offset), form->size);
         } else if (field.kind == TableKind::message) {
             note(duplicate_nested(field.nested, member(destination_, field.offset), member(source_, field.offset),
                                   alloc_, context_));
@@ -448,6 +620,31 @@ private:
         return block;
     }
 
+    void copy_repeated(const TableField& field) {
+        const std::uint32_t count = load<std::uint32_t>(source_, field.second_offset);
+        const std::uint64_t size = element_size_of(field);
+        const char* from = load<const char*>(source_, field.offset);
+        char* array = count == 0 ? nullptr : static_cast<char*>(ask_for(count * size));
+        store(destination_, field.offset, array);
+        store(destination_, field.second_offset, array != nullptr ? count : 0);
+        if (array == nullptr) return;
+        for (std::uint32_t i = 0; i < count; ++i) copy_element(field, array + i * size, from + i * size);
+        copied_ = true;
+    }
+
+    void copy_element(const TableField& field, void* to, const void* from) {
+        if (field.kind == TableKind::string) {
+            const char* string = load<const char*>(from, 0);
+            store(to, 0, copy_block(string, string == nullptr ? 0 : std::strlen(string) + 1));
+        } else if (field.kind == TableKind::bytes) {
+            const auto bytes = load<vesk_bytes>(from, 0);
+            auto* data = static_cast<std::uint8_t*>(copy_block(bytes.data, bytes.length));
+            store(to, 0, vesk_bytes{data, data != nullptr ? bytes.length : 0});
+        } else {
+            std::memcpy(to, from, element_size_of(field));
+        }
+    }
+
     void copy_list(const TableField& field) {
         const std::uint32_t count = load<std::uint32_t>(source_, field.second_offset);
         const std::uint64_t element_size = size_of(field.nested);
@@ -467,6 +664,23 @@ private:
     bool copied_ = true;  // the current field
     std::int32_t code_ = 0;
 };
+
+// ---- Releasing ----
+
+void release_repeated(const TableField& field, void* message, vesk_release release_block, void* context,
+                      std::uint32_t flags) {
+    char* array = load<char*>(message, field.offset);
+    if (array == nullptr) return;
+    const bool owns = field.kind == TableKind::string || (field.kind == TableKind::bytes && (flags & 1) == 0);
+    const std::uint32_t count = load<std::uint32_t>(message, field.second_offset);
+    for (std::uint32_t i = 0; owns && i < count; ++i) {
+        char* block = load<char*>(array + i * element_size_of(field), 0);
+        if (block != nullptr) release_block(block, context);
+    }
+    release_block(array, context);
+    store<void*>(message, field.offset, nullptr);
+    store(message, field.second_offset, std::uint32_t{0});
+}
 
 }  // namespace
 
@@ -493,6 +707,10 @@ void release(const TableType& type, void* message, vesk_release release_block, v
     for (const TableField& field : type.fields) {
         if (field.kind == TableKind::message) {
             release_nested(field.nested, member(message, field.offset), release_block, context, flags);
+            continue;
+        }
+        if (field.repeated) {
+            release_repeated(field, message, release_block, context, flags);
             continue;
         }
         const bool owns = field.kind == TableKind::string || field.kind == TableKind::list ||

@@ -15,8 +15,27 @@
 
 namespace vesk::test::interpreter {
 
-// The words of the table for what a field is.
-enum class TableKind { uint32, uint64, boolean, string, bytes, message, list };
+// The words of the table for what a field is; from sint32 on those that messages of others have.
+enum class TableKind {
+    uint32,
+    uint64,
+    boolean,
+    string,
+    bytes,
+    message,
+    list,
+    sint32,
+    sint64,
+    int32,
+    int64,
+    fixed32,
+    fixed64,
+    sfixed32,
+    sfixed64,
+    float32,
+    float64,
+    enumeration,
+};
 
 struct TableType;
 
@@ -27,7 +46,10 @@ struct TableField {
     std::size_t bit;
     const TableType* nested;    // of a message or list; null for the entity identifier
     std::size_t offset;         // of the value, or of the pointer
-    std::size_t second_offset;  // of a bytes field's length or a list's count
+    std::size_t second_offset;  // of a bytes field's length or a list's or repeated field's count
+    // Of messages of others: any number of scalars, strings or bytes; of scalars whether they are written in one piece.
+    bool repeated = false;
+    bool packed = false;
 };
 
 struct TableType {
