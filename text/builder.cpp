@@ -5,7 +5,7 @@
 namespace vesk {
 
 Builder::Builder(const vesk_type* type, Outcome& outcome, Work& work) : outcome_(outcome), work_(work) {
-    const vesk_type* const described = is_elsewhere(type) ? describe_elsewhere() : type;
+    const vesk_type* const described = describe(type);
     if (described == nullptr) {
         outcome.fail(VESK_OPAQUE, nullptr);
         return;
@@ -26,7 +26,7 @@ void Builder::open_level(const vesk_type* type, const Place* outer) {
 bool Builder::enter(const vesk_field* field, Lists lists) {
     level().place = {level().place.outer, field, no_element};
     const std::uint64_t bit = std::uint64_t{1} << field->presence_bit;
-    const bool may_go_on = lists == Lists::may_go_on && field->kind == VESK_KIND_LIST;
+    const bool may_go_on = lists == Lists::may_go_on && has_count(field);
     if ((level().entered & bit) != 0 && !may_go_on) return fail(VESK_TEXT_REPEATED);
     level().entered |= bit;
     level().likeliest = field->presence_bit + 1u;
@@ -40,20 +40,33 @@ void Builder::enter_list() {
     here.place.element = goes_on ? static_cast<std::uint32_t>(items_[here.first_element[bit]].number) : 0;
 }
 
-bool Builder::add_number(std::uint64_t value) {
-    const vesk_field* const entered = field();
-    leave();
-    return add(entered, value, nullptr);
+bool Builder::count_element() {
+    Level& here = level();
+    const std::uint32_t bit = field()->presence_bit;
+    if ((here.listed >> bit & 1) != 0) {
+        ++items_[here.first_element[bit]].number;
+        return false;
+    }
+    here.listed |= std::uint64_t{1} << bit;
+    here.first_element[bit] = static_cast<std::uint32_t>(count_);
+    return true;
 }
 
+bool Builder::add_value(std::uint64_t number, const std::uint8_t* data) {
+    const vesk_field* const entered = field();
+    if (is_in_list() && count_element() && !add(entered, 1, &new_array)) return false;
+    leave();
+    return add(entered, number, data);
+}
+
+bool Builder::add_number(std::uint64_t value) { return add_value(value, nullptr); }
+
 bool Builder::add_data(const std::uint8_t* data, std::uint64_t length) {
-    if (field()->kind == VESK_KIND_STRING && length != 0 &&
+    if (wanted() == VESK_KIND_STRING && length != 0 &&
         std::memchr(data, 0, static_cast<std::size_t>(length)) != nullptr) {
         return fail(VESK_TEXT_NUL);
     }
-    const vesk_field* const entered = field();
-    leave();
-    return add(entered, length, data);
+    return add_value(length, data);
 }
 
 bool Builder::add_nothing() {
@@ -63,23 +76,12 @@ bool Builder::add_nothing() {
 }
 
 bool Builder::begin_message() {
-    const vesk_type* type = vesk_field_nested(field());
-    if (is_elsewhere(type)) type = describe_elsewhere();
+    const vesk_type* const type = describe(vesk_field_nested(field()));
     if (type == nullptr) return fail(VESK_OPAQUE);
     if (depth_ + 1 == VESK_TEXT_MOST_LEVELS) return fail(VESK_TEXT_TOO_DEEP);
 
     Level& here = level();
-    std::uint64_t elements = 0;
-    if (is_in_list()) {
-        const std::uint32_t bit = field()->presence_bit;
-        if ((here.listed >> bit & 1) == 0) {
-            here.listed |= std::uint64_t{1} << bit;
-            here.first_element[bit] = static_cast<std::uint32_t>(count_);
-            elements = 1;
-        } else {
-            ++items_[here.first_element[bit]].number;
-        }
-    }
+    const std::uint64_t elements = is_in_list() && count_element() ? 1 : 0;
     if (!add(field(), elements, nullptr)) return false;
     const Place* const outer = &here.place;
     ++depth_;
@@ -129,16 +131,6 @@ struct Target {
     }
 };
 
-const vesk_type* described(const vesk_type* type) { return is_elsewhere(type) ? describe_elsewhere() : type; }
-
-void store_number(const Target& target, const vesk_field* field, std::uint64_t number) {
-    switch (field->kind) {
-        case VESK_KIND_UINT32: return target.store(field->offset, static_cast<std::uint32_t>(number));
-        case VESK_KIND_UINT64: return target.store(field->offset, number);
-        default: return target.store(field->offset, static_cast<std::uint8_t>(number));
-    }
-}
-
 // The next one becomes a nested message or element.
 Target* step_into(Target* target, const vesk_type* type, std::uint8_t* message) {
     *++target = {type, message};
@@ -149,7 +141,58 @@ void* ask(vesk_alloc alloc, void* context, std::uint64_t size) {
     return alloc != nullptr ? alloc(size, context) : nullptr;
 }
 
+// Room for `count` elements; they are counted as they come: up to their number all of them may be freed.
+bool make_array(const Target& target, const vesk_field* field, std::uint64_t count, std::uint64_t element_size,
+                vesk_alloc alloc, void* context) {
+    const std::uint64_t size = count * element_size;
+    void* const array = ask(alloc, context, size);
+    if (array == nullptr) return false;
+    std::memset(array, 0, static_cast<std::size_t>(size));
+    target.store(field->offset, array);
+    target.mark(field);
+    return true;
+}
+
+// The next element of such an array.
+std::uint8_t* take_element(const Target& target, const vesk_field* field, std::uint64_t element_size) {
+    const std::uint32_t index = load_member<std::uint32_t>(target.message, field->size_offset);
+    target.store(field->size_offset, index + 1);
+    return load_member<std::uint8_t*>(target.message, field->offset) + index * element_size;
+}
+
+// A copy of a string, with its NUL, or of bytes.
+std::uint8_t* copy_data(const std::uint8_t* data, std::uint64_t length, bool is_string, vesk_alloc alloc,
+                        void* context) {
+    std::uint8_t* const block = static_cast<std::uint8_t*>(ask(alloc, context, length + (is_string ? 1 : 0)));
+    if (block == nullptr) return nullptr;
+    if (length != 0) std::memcpy(block, data, static_cast<std::size_t>(length));
+    if (is_string) block[length] = 0;
+    return block;
+}
+
 }  // namespace
+
+const std::uint8_t Builder::new_array = 0;
+
+// An element of a repeated field, or the array that comes first.
+bool Builder::fill_repeated(std::uint8_t* message, const vesk_type* type, const Item& item, vesk_alloc alloc,
+                            void* context) {
+    const Target target{type, message};
+    const std::uint16_t kind = kind_of_values(item.field);
+    const std::uint32_t size = size_of_element(kind);
+    if (item.data == &new_array) return make_array(target, item.field, item.number, size, alloc, context);
+    std::uint8_t* const element = take_element(target, item.field, size);
+    if (is_scalar(kind)) {
+        store_number(kind, element, item.number);
+        return true;
+    }
+    const bool is_string = kind == VESK_KIND_STRING;
+    std::uint8_t* const block = copy_data(item.data, item.number, is_string, alloc, context);
+    if (block == nullptr) return false;
+    const vesk_bytes bytes{block, item.number};
+    std::memcpy(element, &bytes, is_string ? sizeof(char*) : sizeof bytes);
+    return true;
+}
 
 std::int32_t Builder::fill(void* message, vesk_alloc alloc, void* context) const {
     Target targets[VESK_TEXT_MOST_LEVELS];
@@ -164,41 +207,32 @@ std::int32_t Builder::fill(void* message, vesk_alloc alloc, void* context) const
         switch (field->kind) {
             case VESK_KIND_MESSAGE:
                 target->mark(field);
-                target = step_into(target, described(vesk_field_nested(field)), target->message + field->offset);
+                target = step_into(target, describe(vesk_field_nested(field)), target->message + field->offset);
                 continue;
             case VESK_KIND_LIST: {
-                const vesk_type* const type = described(vesk_field_nested(field));
-                if (item->number != 0) {
-                    const std::uint64_t size = item->number * type->structure_size;
-                    void* const array = ask(alloc, context, size);
-                    if (array == nullptr) return VESK_NO_MEMORY;
-                    std::memset(array, 0, static_cast<std::size_t>(size));
-                    target->store(field->offset, array);
-                    target->mark(field);
+                const vesk_type* const type = describe(vesk_field_nested(field));
+                const std::uint32_t size = type->structure_size;
+                if (item->number != 0 && !make_array(*target, field, item->number, size, alloc, context)) {
+                    return VESK_NO_MEMORY;
                 }
-                // The count grows with the elements: up to it, all of them may be freed.
-                const std::uint32_t index = load_member<std::uint32_t>(target->message, field->size_offset);
-                target->store(field->size_offset, index + 1);
-                std::uint8_t* const array_begin = load_member<std::uint8_t*>(target->message, field->offset);
-                target = step_into(target, type, array_begin + std::uint64_t{index} * type->structure_size);
+                target = step_into(target, type, take_element(*target, field, size));
                 continue;
             }
             case VESK_KIND_STRING:
             case VESK_KIND_BYTES: {
                 const bool is_string = field->kind == VESK_KIND_STRING;
-                std::uint8_t* const block =
-                    static_cast<std::uint8_t*>(ask(alloc, context, item->number + (is_string ? 1 : 0)));
+                std::uint8_t* const block = copy_data(item->data, item->number, is_string, alloc, context);
                 if (block == nullptr) return VESK_NO_MEMORY;
-                if (item->number != 0) std::memcpy(block, item->data, static_cast<std::size_t>(item->number));
-                if (is_string) {
-                    block[item->number] = 0;
-                } else {
-                    target->store(field->size_offset, item->number);
-                }
+                if (!is_string) target->store(field->size_offset, item->number);
                 target->store(field->offset, block);
                 break;
             }
-            default: store_number(*target, field, item->number);
+            default:
+                if (is_repeated(field)) {
+                    if (!fill_repeated(target->message, target->type, *item, alloc, context)) return VESK_NO_MEMORY;
+                    continue;
+                }
+                store_number(field->kind, target->message + field->offset, item->number);
         }
         target->mark(field);
     }

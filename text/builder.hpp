@@ -22,6 +22,12 @@ public:
     // The field whose value comes next; null between two fields.
     const vesk_field* field() const { return level().place.field; }
     bool is_in_list() const { return level().place.element != no_element; }
+    // What the value that comes next must be: of a list or repeated field as a whole its kind, of an element the
+    // element's.
+    std::uint16_t wanted() const {
+        if (!is_in_list()) return field()->kind;
+        return field()->kind == VESK_KIND_LIST ? std::uint16_t{VESK_KIND_MESSAGE} : kind_of_values(field());
+    }
     // The place of the field that probably comes next: that after the one entered last.
     std::uint32_t likeliest() const { return level().likeliest; }
     const Place* place() const { return field() != nullptr ? &level().place : level().place.outer; }
@@ -52,25 +58,32 @@ public:
     std::int32_t fill(void* message, vesk_alloc alloc, void* context) const;
 
 private:
-    // Of a nested message or element its beginning; without a field its end.
+    // Of a nested message or element its beginning; without a field its end. The elements of a repeated field come
+    // after an item of its own, whose data is `new_array`.
     struct Item {
         const vesk_field* field;
-        std::uint64_t number;  // a scalar; a length; of a list's first element how many there are, of the others 0
+        std::uint64_t number;  // a scalar; a length; of an array or a list's first element how many elements there are
         const std::uint8_t* data;
     };
+    static const std::uint8_t new_array;
 
     struct Level {
         const vesk_type* type;
         Place place;
         std::uint32_t likeliest;
         std::uint64_t entered;                     // a bit for each field that has been
-        std::uint64_t listed;                      // a bit for each list that has an element
+        std::uint64_t listed;                      // a bit for each list or repeated field that has an element
         std::uint32_t first_element[most_fields];  // of these, the item
     };
 
     Level& level() { return levels_[depth_]; }
     const Level& level() const { return levels_[depth_]; }
     void open_level(const vesk_type* type, const Place* outer);
+    static bool fill_repeated(std::uint8_t* message, const vesk_type* type, const Item& item, vesk_alloc alloc,
+                              void* context);
+    // Counts one more element of the list or repeated field that is entered; true if it is the first.
+    bool count_element();
+    bool add_value(std::uint64_t number, const std::uint8_t* data);
     bool add(const vesk_field* field, std::uint64_t number, const std::uint8_t* data);
     bool grow();
     void leave() {

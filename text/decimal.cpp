@@ -1,5 +1,9 @@
 #include "text/decimal.hpp"
 
+#include <charconv>
+#include <cstring>
+#include <limits>
+
 namespace vesk {
 namespace {
 
@@ -58,12 +62,8 @@ bool read_parts(const char* at, const char* end, Parts* parts) {
     return at == end;
 }
 
-}  // namespace
-
-Decimal read_decimal(const char* at, const char* end, std::uint64_t* value) {
-    Parts parts;
-    if (!read_parts(at, end, &parts)) return Decimal::no_number;
-
+// The digits of a whole number, whatever its sign.
+Decimal read_magnitude(const Parts& parts, std::uint64_t* value) {
     // Zeros at the end are left for the exponent: 1000e-3 is whole. Those of the whole count only if nothing follows.
     std::uint64_t result = 0;
     std::int64_t zeros = 0;
@@ -90,12 +90,75 @@ Decimal read_decimal(const char* at, const char* end, std::uint64_t* value) {
         return Decimal::good;
     }
     moved += zeros;
-    if (parts.is_negative || moved < 0) return Decimal::out_of_range;
+    if (moved < 0) return Decimal::out_of_range;
     for (; moved != 0; --moved) {
         if (!append_digit(&result, 0)) return Decimal::out_of_range;
     }
     *value = result;
     return Decimal::good;
+}
+
+template <class Real, class Bits>
+Decimal read_as(const char* at, const char* end, std::uint64_t* bits) {
+    Real real;
+    const std::from_chars_result result = std::from_chars(at, end, real);
+    if (result.ptr != end || result.ec == std::errc::invalid_argument) return Decimal::no_number;
+    if (result.ec != std::errc()) return Decimal::out_of_range;
+    Bits copy;
+    std::memcpy(&copy, &real, sizeof copy);
+    *bits = copy;
+    return Decimal::good;
+}
+
+template <class Real, class Bits>
+std::uint64_t bits_of(Real real) {
+    Bits bits;
+    std::memcpy(&bits, &real, sizeof bits);
+    return bits;
+}
+
+}  // namespace
+
+Decimal read_decimal(const char* at, const char* end, std::uint64_t* value) {
+    Parts parts;
+    if (!read_parts(at, end, &parts)) return Decimal::no_number;
+    std::uint64_t magnitude = 0;
+    const Decimal read = read_magnitude(parts, &magnitude);
+    if (read != Decimal::good || (parts.is_negative && magnitude != 0)) return Decimal::out_of_range;
+    *value = magnitude;
+    return Decimal::good;
+}
+
+Decimal read_signed_decimal(const char* at, const char* end, std::uint64_t* value) {
+    constexpr std::uint64_t lowest = std::uint64_t{1} << 63;
+    Parts parts;
+    if (!read_parts(at, end, &parts)) return Decimal::no_number;
+    std::uint64_t magnitude = 0;
+    const Decimal read = read_magnitude(parts, &magnitude);
+    const std::uint64_t most = parts.is_negative ? lowest : lowest - 1;
+    if (read != Decimal::good || magnitude > most) return Decimal::out_of_range;
+    *value = parts.is_negative ? 0 - magnitude : magnitude;
+    return Decimal::good;
+}
+
+Decimal read_real(const char* at, const char* end, bool is_float, std::uint64_t* bits) {
+    Parts parts;
+    return read_parts(at, end, &parts) ? read_lenient_real(at, end, is_float, bits) : Decimal::no_number;
+}
+
+Decimal read_lenient_real(const char* at, const char* end, bool is_float, std::uint64_t* bits) {
+    return is_float ? read_as<float, std::uint32_t>(at, end, bits) : read_as<double, std::uint64_t>(at, end, bits);
+}
+
+std::uint64_t infinity_bits(bool is_float, bool is_negative) {
+    const double infinity = std::numeric_limits<double>::infinity();
+    const double real = is_negative ? -infinity : infinity;
+    return is_float ? bits_of<float, std::uint32_t>(static_cast<float>(real)) : bits_of<double, std::uint64_t>(real);
+}
+
+std::uint64_t nan_bits(bool is_float) {
+    return is_float ? bits_of<float, std::uint32_t>(std::numeric_limits<float>::quiet_NaN())
+                    : bits_of<double, std::uint64_t>(std::numeric_limits<double>::quiet_NaN());
 }
 
 }  // namespace vesk

@@ -1,4 +1,4 @@
-// A number as JSON writes it, 300, 3e2 or 300.0, of which only whole ones of up to 64 bits are of use here.
+// A number as JSON writes it, 300, 3e2 or 300.0: a whole one of up to 64 bits, or a float or double.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,18 @@ namespace vesk {
 
 enum class Decimal { good, no_number, out_of_range };
 
-// `*value` is written only on success.
+// `*value` is written only on success. The second reads numbers below 0, too, and gives two's complement.
 Decimal read_decimal(const char* at, const char* end, std::uint64_t* value);
+Decimal read_signed_decimal(const char* at, const char* end, std::uint64_t* value);
+
+// The nearest float or double, as its bits; one that is too large or, but for 0, too small is out of range.
+Decimal read_real(const char* at, const char* end, bool is_float, std::uint64_t* bits);
+
+// The same without a look at the form that JSON demands: 1. and .5 are numbers, too.
+Decimal read_lenient_real(const char* at, const char* end, bool is_float, std::uint64_t* bits);
+
+// Bits of a float or double that no decimal says.
+std::uint64_t infinity_bits(bool is_float, bool is_negative);
+std::uint64_t nan_bits(bool is_float);
 
 }  // namespace vesk

@@ -1,7 +1,5 @@
 #include "text/fields.hpp"
 
-#include "toolkit/encoded.hpp"
-
 namespace vesk {
 
 // ---- In a structure ------------------------------------------------------------------------------------------------
@@ -10,6 +8,21 @@ Data StructureFields::data(const vesk_field* field) const {
     if (field->kind == VESK_KIND_BYTES) return load_data(field, message_);
     const char* const string = load_string(field, message_);
     return {reinterpret_cast<const std::uint8_t*>(string), std::strlen(string)};
+}
+
+bool StructureFields::Values::next(Value* value) {
+    if (index_ == repeated_.count) return false;
+    if (repeated_.kind == VESK_KIND_STRING) {
+        const char* const string = string_at(repeated_, index_);
+        value->data = {reinterpret_cast<const std::uint8_t*>(string), std::strlen(string)};
+    } else if (repeated_.kind == VESK_KIND_BYTES) {
+        value->data = data_at(repeated_, index_);
+    } else {
+        const std::uint64_t number = load_number(repeated_.kind, element_at(repeated_, index_));
+        value->number = repeated_.kind == VESK_KIND_BOOL ? number != 0 : number;
+    }
+    ++index_;
+    return true;
 }
 
 // ---- In encoded bytes ----------------------------------------------------------------------------------------------
@@ -36,20 +49,34 @@ EncodedFields::EncodedFields(const vesk_type* type, Content content) : type_(typ
             present_ |= std::uint64_t{1} << field->presence_bit;
             at = tag.at + 1;
         } else {
-            at = note(field, tag.at);
+            at = note(field, at, tag.at);
         }
     }
 }
 
-const std::uint8_t* EncodedFields::note(const vesk_field* field, const std::uint8_t* at) {
-    values_[field->presence_bit] = at;
+const std::uint8_t* EncodedFields::note(const vesk_field* field, const std::uint8_t* tag, const std::uint8_t* at) {
+    values_[field->presence_bit] = is_repeated_scalar(field) ? tag : at;
     present_ |= std::uint64_t{1} << field->presence_bit;
-    if (field->kind == VESK_KIND_LIST) {
+    if (is_repeated_scalar(field)) {
+        // As of a list that has no element, nothing is printed of one that is packed and empty.
+        const CountedRun run = count_run(field, tag, end_);
+        if (run.count == 0) present_ &= ~(std::uint64_t{1} << field->presence_bit);
+        return run.at != tag ? run.at : end_;
+    }
+    if (has_count(field)) {
         Elements elements(field, at, end_);
         for (Content content{}; elements.next(&content);) continue;
         return elements.next_tag();
     }
-    return field->kind <= VESK_KIND_BOOL ? skip_varint(at, end_) : read_content(at, end_).end;
+    return is_scalar(field->kind) ? skip_number(field->kind, at, end_) : read_content(at, end_).end;
+}
+
+bool EncodedFields::Values::next(Value* value) {
+    if (of_scalars_) return run_.next(&value->number);
+    Content content{};
+    if (!elements_.next(&content)) return false;
+    value->data = {content.at, static_cast<std::uint64_t>(content.end - content.at)};
+    return true;
 }
 
 bool EncodedFields::Elements::next(Content* content) {
@@ -61,14 +88,9 @@ bool EncodedFields::Elements::next(Content* content) {
 }
 
 std::uint64_t EncodedFields::long_number(const vesk_field* field, const std::uint8_t* at) const {
-    std::uint64_t wide = 0;
-    std::uint32_t narrow = 0;
-    if (field->kind == VESK_KIND_UINT64) {
-        read_long_varint64(at, end_, &wide);
-        return wide;
-    }
-    read_long_varint32(at, end_, &narrow);
-    return narrow;
+    std::uint64_t number = 0;
+    read_number(field->kind, at, end_, &number);
+    return number;
 }
 
 }  // namespace vesk

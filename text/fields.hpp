@@ -6,6 +6,7 @@
 //     data(field)        of a string or bytes field
 //     nested(field)      the message that a field holds: what another such reader is made of
 //     elements(field)    of a list, one after the other: next(&content) until that is false
+//     values(field)      of a repeated field: next(&value), as well
 #pragma once
 
 #include <vesk/vesk_facts.h>
@@ -14,9 +15,16 @@
 #include <cstring>
 
 #include "runtime/wire.hpp"
+#include "toolkit/encoded.hpp"
 #include "toolkit/message.hpp"
 
 namespace vesk {
+
+// An element of a repeated field: a scalar, or a string or bytes.
+struct Value {
+    std::uint64_t number;
+    Data data;
+};
 
 // ---- In a structure ------------------------------------------------------------------------------------------------
 
@@ -65,6 +73,17 @@ public:
         return {static_cast<const std::uint8_t*>(list.array), list.count, list.type->structure_size};
     }
 
+    class Values {
+    public:
+        explicit Values(const Repeated& repeated) : repeated_(repeated) {}
+        bool next(Value* value);
+
+    private:
+        Repeated repeated_;
+        std::uint32_t index_ = 0;
+    };
+    Values values(const vesk_field* field) const { return Values(load_repeated(field, message_)); }
+
 private:
     const vesk_type* type_;
     const std::uint8_t* message_;
@@ -90,8 +109,8 @@ public:
     }
     std::uint64_t number(const vesk_field* field) const {
         const std::uint8_t* const at = values_[field->presence_bit];
-        const std::uint64_t value = at != end_ && *at < 0x80 ? *at : long_number(field, at);
-        return field->kind == VESK_KIND_BOOL ? value != 0 : value;
+        if (field->kind > VESK_KIND_BOOL || at == end_ || *at >= 0x80) return long_number(field, at);
+        return field->kind == VESK_KIND_BOOL ? *at != 0 : *at;
     }
     Data data(const vesk_field* field) const {
         const Content content = nested(field);
@@ -116,18 +135,31 @@ public:
     };
     Elements elements(const vesk_field* field) const { return {field, values_[field->presence_bit], end_}; }
 
+    class Values {
+    public:
+        Values(const vesk_field* field, const std::uint8_t* at, const std::uint8_t* end)
+            : run_(field, at, end), elements_(field, at, end), of_scalars_(is_repeated_scalar(field)) {}
+        bool next(Value* value);
+
+    private:
+        ScalarRun run_;
+        Elements elements_;
+        bool of_scalars_;
+    };
+    Values values(const vesk_field* field) const { return {field, values_[field->presence_bit], end_}; }
+
 private:
     static Content read_content(const std::uint8_t* at, const std::uint8_t* end) {
         const Varint length = read_length(at, end);
         return length.at != nullptr ? Content{length.at, length.at + length.value} : Content{end, end};
     }
     std::uint64_t long_number(const vesk_field* field, const std::uint8_t* at) const;
-    const std::uint8_t* note(const vesk_field* field, const std::uint8_t* at);
+    const std::uint8_t* note(const vesk_field* field, const std::uint8_t* tag, const std::uint8_t* at);
 
     const vesk_type* type_;
     const std::uint8_t* end_;
     std::uint64_t present_ = 0;  // a bit for each field, by its place
-    // Of these, after the tag of the last occurrence, of a list's first element.
+    // Of these, after the tag of the last occurrence, of a list's first element; of a run of scalars its first tag.
     const std::uint8_t* values_[most_fields];
 };
 

@@ -127,7 +127,7 @@ public:
 
     bool Bool(bool value) {
         if (!begin_value(stream_.src_ - (value ? 4 : 5))) return false;
-        if (builder_.field()->kind != VESK_KIND_BOOL) return refuse("true or false");
+        if (builder_.wanted() != VESK_KIND_BOOL) return refuse("true or false");
         return builder_.add_number(value ? 1 : 0);
     }
 
@@ -142,7 +142,7 @@ public:
         std::uint8_t* const string = reinterpret_cast<std::uint8_t*>(const_cast<char*>(text));
         std::uint64_t size = length;
         const bool has_escapes = text + length + 1 != stream_.src_;
-        switch (builder_.field()->kind) {
+        switch (builder_.wanted()) {
             case VESK_KIND_STRING:
                 if (has_escapes && !settle_surrogates(string, &size, lossless_)) {
                     return builder_.fail(VESK_TEXT_NOT_UTF8, "half of a surrogate pair");
@@ -161,8 +161,7 @@ public:
             return true;
         }
         if (!begin_value(stream_.src_ - 1)) return false;
-        const bool wanted = builder_.field()->kind == VESK_KIND_MESSAGE || builder_.is_in_list();
-        if (!wanted) return refuse("an object");
+        if (builder_.wanted() != VESK_KIND_MESSAGE) return refuse("an object");
         return builder_.begin_message();
     }
 
@@ -184,7 +183,7 @@ public:
 
     bool StartArray() {
         if (!begin_value(stream_.src_ - 1)) return false;
-        if (builder_.field()->kind != VESK_KIND_LIST || builder_.is_in_list()) return refuse("an array");
+        if (!has_count(builder_.field()) || builder_.is_in_list()) return refuse("an array");
         builder_.enter_list();
         return true;
     }
@@ -203,16 +202,36 @@ private:
     }
 
     bool is_number() const {
-        return builder_.field()->kind == VESK_KIND_UINT32 || builder_.field()->kind == VESK_KIND_UINT64;
+        const std::uint16_t kind = builder_.wanted();
+        return is_scalar(kind) && kind < VESK_KIND_REPEATED && kind != VESK_KIND_BOOL;
     }
 
     bool add_number(const char* text, std::size_t length) {
         std::uint64_t value = 0;
-        const Decimal read = read_decimal(text, text + length, &value);
+        const Decimal read = read_number(builder_.wanted(), text, text + length, &value);
         if (read == Decimal::no_number) return builder_.fail(VESK_TEXT_WRONG_KIND, "a string that is no number");
-        const bool fits = builder_.field()->kind == VESK_KIND_UINT64 || value <= UINT32_MAX;
-        if (read == Decimal::out_of_range || !fits) return builder_.fail(VESK_TEXT_OUT_OF_RANGE);
+        if (read == Decimal::out_of_range) return builder_.fail(VESK_TEXT_OUT_OF_RANGE);
         return builder_.add_number(value);
+    }
+
+    // As the kind's number (toolkit/kinds.hpp).
+    static Decimal read_number(std::uint16_t kind, const char* at, const char* end, std::uint64_t* value) {
+        const bool is_float = kind == VESK_KIND_FLOAT;
+        if (is_float || kind == VESK_KIND_DOUBLE) return read_any_real(at, end, is_float, value);
+        const Decimal read = has_sign(kind) ? read_signed_decimal(at, end, value) : read_decimal(at, end, value);
+        return read == Decimal::good && !fits(kind, *value) ? Decimal::out_of_range : read;
+    }
+
+    static Decimal read_any_real(const char* at, const char* end, bool is_float, std::uint64_t* bits) {
+        const auto is = [&](const char* word) { return is_name(word, at, static_cast<std::size_t>(end - at)); };
+        if (is("NaN")) {
+            *bits = nan_bits(is_float);
+        } else if (is("Infinity") || is("-Infinity")) {
+            *bits = infinity_bits(is_float, *at == '-');
+        } else {
+            return read_real(at, end, is_float, bits);
+        }
+        return Decimal::good;
     }
 
     bool refuse(const char* found) {
@@ -224,12 +243,12 @@ private:
     }
 
     const char* wanted() const {
-        switch (builder_.field()->kind) {
+        if (!builder_.is_in_list() && has_count(builder_.field())) return "an array";
+        switch (builder_.wanted()) {
             case VESK_KIND_BOOL: return "true or false";
             case VESK_KIND_STRING: return "a string";
             case VESK_KIND_BYTES: return "a string of base64";
             case VESK_KIND_MESSAGE: return "an object";
-            case VESK_KIND_LIST: return builder_.is_in_list() ? "an object" : "an array";
             default: return "a number";
         }
     }

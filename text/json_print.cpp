@@ -36,21 +36,35 @@ public:
     }
     void end_message() { close('}'); }
 
-    void number(const vesk_field* field, std::uint64_t value) {
-        switch (field->kind) {
+    void begin_value(const vesk_field*) { output_.commit(begin_item(output_.reserve(Output::most_reserved))); }
+    void end_value() {}
+
+    void number(std::uint16_t kind, std::uint64_t value) {
+        switch (kind) {
             case VESK_KIND_UINT32: return output_.put_decimal(value);
             // Readers with floating-point numbers keep 53 bits of a number.
             case VESK_KIND_UINT64:
                 output_.put('"');
                 output_.put_decimal(value);
                 return output_.put('"');
-            default: return value != 0 ? output_.put("true", 4) : output_.put("false", 5);
+            case VESK_KIND_BOOL: return value != 0 ? output_.put("true", 4) : output_.put("false", 5);
+            default: return other_number(kind, value);
         }
     }
     bool string(Data data);
     void bytes(Data data);
 
 private:
+    void other_number(std::uint16_t kind, std::uint64_t value) {
+        static constexpr char quoted_nan[] = "\"NaN\"";
+        static constexpr char quoted_infinity[] = "\"Infinity\"";
+        static constexpr char quoted_minus_infinity[] = "\"-Infinity\"";
+        const char* const not_finite[] = {quoted_nan, quoted_infinity, quoted_minus_infinity};
+        const bool quoted = size_of_element(kind) == 8 && kind != VESK_KIND_DOUBLE;
+        if (quoted) output_.put('"');
+        output_.put_number(kind, value, not_finite);
+        if (quoted) output_.put('"');
+    }
     void open(char bracket) {
         output_.put(bracket);
         ++level_;

@@ -1,6 +1,10 @@
 #include "text/output.hpp"
 
+#include <charconv>
+#include <cmath>
+
 #include "runtime/wire.hpp"
+#include "toolkit/kinds.hpp"
 
 namespace vesk {
 
@@ -75,6 +79,43 @@ void Output::put_decimal(std::uint64_t value) {
         at = put_eight(at, static_cast<std::uint32_t>(value % eight_digits));
     }
     commit(reinterpret_cast<char*>(at));
+}
+
+namespace {
+
+// With an exponent where there would be more digits in front of the point than the type can tell apart, or four zeros
+// after it.
+template <class Real, class Bits>
+char* put_real(char* at, std::uint64_t bits, const char* const (&not_finite)[3]) {
+    constexpr std::size_t longest = 40;
+    Real real;
+    const Bits copy = static_cast<Bits>(bits);
+    std::memcpy(&real, &copy, sizeof real);
+    if (!std::isfinite(real)) {
+        const char* const word = not_finite[std::isnan(real) ? 0 : real < 0 ? 2 : 1];
+        const std::size_t length = std::strlen(word);
+        std::memcpy(at, word, length);
+        return at + length;
+    }
+    const Real size = std::fabs(real);
+    constexpr Real too_many_digits = sizeof(Real) == sizeof(float) ? Real(1e7) : Real(1e15);
+    const bool plain = real == 0 || (size >= Real(1e-4) && size < too_many_digits);
+    return std::to_chars(at, at + longest, real, plain ? std::chars_format::fixed : std::chars_format::scientific).ptr;
+}
+
+}  // namespace
+
+void Output::put_number(std::uint16_t kind, std::uint64_t number, const char* const (&not_finite)[3]) {
+    switch (kind) {
+        case VESK_KIND_FLOAT: return commit(put_real<float, std::uint32_t>(reserve(64), number, not_finite));
+        case VESK_KIND_DOUBLE: return commit(put_real<double, std::uint64_t>(reserve(64), number, not_finite));
+        case VESK_KIND_FIXED32:
+        case VESK_KIND_FIXED64: return put_decimal(number);
+        default: break;
+    }
+    if (number >> 63 == 0) return put_decimal(number);
+    put('-');
+    put_decimal(0 - number);
 }
 
 }  // namespace vesk

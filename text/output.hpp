@@ -40,6 +40,11 @@ public:
 
     void put_decimal(std::uint64_t value);
 
+    // A number of a kind that messages of others have (toolkit/kinds.hpp): one with a sign, or the shortest decimal
+    // that is read back as the same float or double. What no decimal says is the format's affair: `not_finite` has the
+    // words for no number, infinity and minus infinity.
+    void put_number(std::uint16_t kind, std::uint64_t number, const char* const (&not_finite)[3]);
+
     // Hands on what has been gathered.
     void flush();
 

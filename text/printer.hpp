@@ -3,11 +3,12 @@
 //
 //     begin_text() end_text()                 around all
 //     begin_field(field)                      in front of a scalar, string or bytes field: its name
-//     number(field, value) string(data) bytes(data)   its value; string says whether the format can carry it
+//     number(kind, value) string(data) bytes(data)   its value; string says whether the format can carry it
 //     end_field()
 //     begin_list(field) end_list()            around the elements of a list
 //     begin_message(field) end_message()      around the fields of a nested message
 //     begin_element(field) end_message()      and of an element
+//     begin_value(field) end_value()          around an element of a repeated field, in begin_list and end_list, too
 #pragma once
 
 #include "text/fields.hpp"
@@ -27,10 +28,8 @@ public:
 
     // False once there is an error, or the callback has asked to stop.
     bool print_message(const vesk_type* type, Content content, const Place* place, std::uint32_t level) {
-        if (is_elsewhere(type)) {
-            type = describe_elsewhere();
-            if (type == nullptr) return outcome_.fail(VESK_OPAQUE, place);
-        }
+        type = describe(type);
+        if (type == nullptr) return outcome_.fail(VESK_OPAQUE, place);
         if (level == VESK_TEXT_MOST_LEVELS) return outcome_.fail(VESK_TEXT_TOO_DEEP, place);
         const Fields fields(type, content);
         for (const vesk_field* field = fields.next(0); field; field = fields.next(field->presence_bit + 1u)) {
@@ -41,7 +40,10 @@ public:
 
 private:
     bool print_field(const Fields& fields, const vesk_field* field, const Place* outer, std::uint32_t level) {
-        if (field->kind == VESK_KIND_LIST) return print_list(fields, field, outer, level);
+        if (field->kind >= VESK_KIND_LIST) {
+            if (field->kind == VESK_KIND_LIST) return print_list(fields, field, outer, level);
+            if (is_repeated(field)) return print_repeated(fields, field, outer);
+        }
         const Place place{outer, field, no_element};
         if (field->kind == VESK_KIND_MESSAGE) {
             format_.begin_message(field);
@@ -55,7 +57,7 @@ private:
         } else if (field->kind == VESK_KIND_BYTES) {
             format_.bytes(fields.data(field));
         } else {
-            format_.number(field, fields.number(field));
+            format_.number(field->kind, fields.number(field));
         }
         format_.end_field();
         return !output_.has_stopped();
@@ -75,6 +77,32 @@ private:
         }
         format_.end_list();
         return !output_.has_stopped();
+    }
+
+    bool print_repeated(const Fields& fields, const vesk_field* field, const Place* outer) {
+        Place place{outer, field, 0};
+        format_.begin_list(field);
+        auto values = fields.values(field);
+        Value value{};
+        while (values.next(&value)) {
+            format_.begin_value(field);
+            if (!print_value(kind_of_values(field), value)) return outcome_.fail(VESK_TEXT_NOT_UTF8, &place);
+            format_.end_value();
+            if (output_.has_stopped()) return false;
+            ++place.element;
+        }
+        format_.end_list();
+        return !output_.has_stopped();
+    }
+
+    bool print_value(std::uint16_t kind, const Value& value) {
+        if (kind == VESK_KIND_STRING) return format_.string(value.data);
+        if (kind == VESK_KIND_BYTES) {
+            format_.bytes(value.data);
+        } else {
+            format_.number(kind, value.number);
+        }
+        return true;
     }
 
     Format& format_;

@@ -1,5 +1,6 @@
 // Parsing the text format.
 #include "text/builder.hpp"
+#include "text/decimal.hpp"
 #include "text/utf8.hpp"
 
 namespace vesk {
@@ -75,17 +76,24 @@ private:
 
     bool read_value(const vesk_field* field, bool has_colon) {
         error_at_ = at_;
-        switch (field->kind) {
+        if (field->kind == VESK_KIND_MESSAGE) return read_nested();
+        if (field->kind != VESK_KIND_LIST && !has_colon) return fail_here("a colon is expected");
+        return has_count(field) ? read_list() : read_single();
+    }
+
+    // A value by itself, or an element.
+    bool read_single() {
+        error_at_ = at_;
+        switch (builder_.wanted()) {
             case VESK_KIND_MESSAGE: return read_nested();
-            case VESK_KIND_LIST: return read_list();
-            default: break;
-        }
-        if (!has_colon) return fail_here("a colon is expected");
-        switch (field->kind) {
             case VESK_KIND_STRING:
             case VESK_KIND_BYTES: return read_string();
             case VESK_KIND_BOOL: return read_flag();
-            default: return read_number(field->kind == VESK_KIND_UINT32 ? UINT32_MAX : UINT64_MAX);
+            case VESK_KIND_UINT32: return read_number(UINT32_MAX);
+            case VESK_KIND_UINT64: return read_number(UINT64_MAX);
+            case VESK_KIND_FLOAT:
+            case VESK_KIND_DOUBLE: return read_real(builder_.wanted() == VESK_KIND_FLOAT);
+            default: return read_other_number(builder_.wanted());
         }
     }
 
@@ -102,11 +110,11 @@ private:
     bool read_list() {
         builder_.enter_list();
         if (!take('[')) {
-            if (!read_nested()) return false;
+            if (!read_single()) return false;
         } else if (skip_blanks(), !take(']')) {
             while (true) {
                 skip_blanks();
-                if (!read_nested()) return false;
+                if (!read_single()) return false;
                 skip_blanks();
                 if (take(']')) break;
                 if (!take(',')) return fail_here("a comma or ] is expected after an element");
@@ -126,23 +134,86 @@ private:
     }
 
     bool read_number(std::uint64_t most) {
+        if (*at_ == '-') {
+            take_word();
+            return builder_.fail(VESK_TEXT_OUT_OF_RANGE);
+        }
+        std::uint64_t value = 0;
+        if (!read_magnitude(&value)) return false;
+        return value <= most ? builder_.add_number(value) : builder_.fail(VESK_TEXT_OUT_OF_RANGE);
+    }
+
+    // A whole number without a sign.
+    bool read_magnitude(std::uint64_t* number) {
         const char* const word = at_;
         const std::size_t length = take_word();
         if (length == 0) return refuse("a number is expected");
-        if (word[0] == '-') return builder_.fail(VESK_TEXT_OUT_OF_RANGE);
         const bool is_hex = length > 2 && word[0] == '0' && (word[1] == 'x' || word[1] == 'X');
         const bool is_octal = !is_hex && length > 1 && word[0] == '0';
         const std::uint32_t base = is_hex ? 16 : is_octal ? 8 : 10;
         std::uint64_t value = 0;
-        bool fits = true;
+        bool fits_64_bits = true;
         for (std::size_t i = is_hex ? 2 : 0; i < length; ++i) {
             const std::uint32_t digit = value_of_digit(word[i]);
             if (digit >= base) return builder_.fail(VESK_TEXT_WRONG_KIND, "a whole number is expected");
-            fits =
-                fits && !__builtin_mul_overflow(value, base, &value) && !__builtin_add_overflow(value, digit, &value);
+            fits_64_bits = fits_64_bits && !__builtin_mul_overflow(value, base, &value) &&
+                           !__builtin_add_overflow(value, digit, &value);
         }
-        if (!fits || value > most) return builder_.fail(VESK_TEXT_OUT_OF_RANGE);
-        return builder_.add_number(value);
+        *number = value;
+        return fits_64_bits || builder_.fail(VESK_TEXT_OUT_OF_RANGE);
+    }
+
+    // A minus sign, and blanks after it.
+    bool take_minus() {
+        if (!take('-')) return false;
+        skip_blanks();
+        return true;
+    }
+
+    // A whole number of a kind that messages of others have.
+    bool read_other_number(std::uint16_t kind) {
+        if (!has_sign(kind)) return read_number(size_of_element(kind) == 4 ? UINT32_MAX : UINT64_MAX);
+        const bool is_negative = take_minus();
+        std::uint64_t magnitude = 0;
+        if (!read_magnitude(&magnitude)) return false;
+        constexpr std::uint64_t lowest = std::uint64_t{1} << 63;
+        const std::uint64_t number = is_negative ? 0 - magnitude : magnitude;
+        if (magnitude > (is_negative ? lowest : lowest - 1) || !fits(kind, number)) {
+            return builder_.fail(VESK_TEXT_OUT_OF_RANGE);
+        }
+        return builder_.add_number(number);
+    }
+
+    // 1, 1.5, .5e3, 1.5f, inf and nan, in capitals, too.
+    bool read_real(bool is_float) {
+        const bool is_negative = take_minus();
+        const char* const word = at_;
+        std::size_t length = take_word();
+        if (length == 0) return refuse("a number is expected");
+        const std::uint64_t sign = is_negative ? std::uint64_t{1} << (is_float ? 31 : 63) : 0;
+        if (is_word(word, length, "inf") || is_word(word, length, "infinity")) {
+            return builder_.add_number(infinity_bits(is_float, is_negative));
+        }
+        if (is_word(word, length, "nan")) return builder_.add_number(nan_bits(is_float));
+        const bool is_octal = length > 1 && word[0] == '0' && is_digit(word[1]);
+        if (length > 1 && (word[length - 1] == 'f' || word[length - 1] == 'F')) --length;
+        std::uint64_t bits = 0;
+        const Decimal read = is_digit(word[0]) || word[0] == '.'
+                                 ? read_lenient_real(word, word + length, is_float, &bits)
+                                 : Decimal::no_number;
+        if (read == Decimal::no_number || is_octal) {
+            return builder_.fail(VESK_TEXT_WRONG_KIND, "a decimal number is expected");
+        }
+        if (read == Decimal::out_of_range) return builder_.fail(VESK_TEXT_OUT_OF_RANGE);
+        return builder_.add_number(bits | sign);
+    }
+
+    // Whether a word is this one, which is in small letters, whatever its own are.
+    static bool is_word(const char* word, std::size_t length, const char* small) {
+        for (; length != 0; --length, ++word, ++small) {
+            if (*small == '\0' || (*word | 0x20) != *small) return false;
+        }
+        return *small == '\0';
     }
 
     bool read_flag() {

@@ -29,9 +29,17 @@ public:
         end_line();
     }
 
-    void number(const vesk_field* field, std::uint64_t value) {
-        if (field->kind != VESK_KIND_BOOL) return output_.put_decimal(value);
-        return value != 0 ? output_.put("true", 4) : output_.put("false", 5);
+    void begin_value(const vesk_field* field) { begin_field(field); }
+    void end_value() { end_field(); }
+
+    void number(std::uint16_t kind, std::uint64_t value) {
+        const char* const not_finite[] = {"nan", "inf", "-inf"};
+        switch (kind) {
+            case VESK_KIND_UINT32:
+            case VESK_KIND_UINT64: return output_.put_decimal(value);
+            case VESK_KIND_BOOL: return value != 0 ? output_.put("true", 4) : output_.put("false", 5);
+            default: return output_.put_number(kind, value, not_finite);
+        }
     }
     // The escapes say any byte.
     bool string(Data data) {

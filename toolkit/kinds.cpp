@@ -66,6 +66,11 @@ std::uint32_t size_of_element(std::uint16_t kind) {
     }
 }
 
+bool fits(std::uint16_t kind, std::uint64_t number) {
+    if (size_of_element(kind) == 8) return true;
+    return has_sign(kind) ? extend_sign(number) == number : number <= UINT32_MAX;
+}
+
 std::uint64_t load_number(std::uint16_t kind, const void* member) {
     switch (kind) {
         case VESK_KIND_BOOL: return load_integer<std::uint8_t>(member);

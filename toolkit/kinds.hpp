@@ -43,6 +43,20 @@ constexpr std::uint32_t fixed_size(std::uint16_t kind) {
     }
 }
 
+// Of a whole number: whether it may be below 0.
+constexpr bool has_sign(std::uint16_t kind) {
+    switch (kind) {
+        case VESK_KIND_SINT32:
+        case VESK_KIND_SINT64:
+        case VESK_KIND_INT32:
+        case VESK_KIND_INT64:
+        case VESK_KIND_SFIXED32:
+        case VESK_KIND_SFIXED64:
+        case VESK_KIND_ENUM: return true;
+        default: return false;
+    }
+}
+
 // Of a scalar that stands by itself.
 constexpr WireType wire_type_of_scalar(std::uint16_t kind) {
     const std::uint32_t size = fixed_size(kind);
@@ -63,6 +77,9 @@ constexpr bool is_packed(const vesk_field* field) {
 
 // Bytes of an element in a repeated field's array.
 std::uint32_t size_of_element(std::uint16_t kind);
+
+// Whether a whole number fits a kind's member.
+bool fits(std::uint16_t kind, std::uint64_t number);
 
 // A scalar's member, and its number.
 std::uint64_t load_number(std::uint16_t kind, const void* member);

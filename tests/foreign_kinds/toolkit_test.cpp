@@ -4,42 +4,17 @@
 #include <vesk/vesk_toolkit.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstring>
 #include <limits>
 
-#include "tests/foreign_kinds/messages.hpp"
+#include "tests/foreign_kinds/decoded.hpp"
 #include "tests/foreign_kinds/random_foreign.hpp"
 #include "tests/support/damage.hpp"
-#include "tests/support/ledger.hpp"
 
 namespace vesk::test {
 namespace {
 
 constexpr std::size_t all = 0;
-
-// A message that the second implementation has decoded, with its blocks.
-struct Decoded {
-    explicit Decoded(const Bytes& bytes, std::uint32_t decode_flags = 0) : flags(decode_flags), input(bytes) {
-        code = interpreter::decode(foreign_table(all), &message, input.data(), input.size(), Ledger::alloc, &ledger,
-                                   flags);
-    }
-    ~Decoded() {
-        interpreter::release(foreign_table(all), &message, Ledger::release, &ledger, flags);
-        ledger.forget();  // what repeated nested messages have lost
-    }
-    std::uint32_t flags;
-    Bytes input;
-    foreign_all message;
-    Ledger ledger;
-    std::int32_t code;
-};
-
-Bytes encoded(const void* message) {
-    Bytes bytes(interpreter::encode(foreign_table(all), message, nullptr, 0, nullptr, nullptr, 0));
-    interpreter::encode(foreign_table(all), message, bytes.data(), bytes.size(), nullptr, nullptr, 0);
-    return bytes;
-}
 
 vesk_report check(const Bytes& input, std::uint32_t flags = 0) {
     vesk_report report;
