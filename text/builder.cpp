@@ -182,7 +182,7 @@ bool Builder::fill_repeated(std::uint8_t* message, const vesk_type* type, const 
     const std::uint32_t size = size_of_element(kind);
     if (item.data == &new_array) return make_array(target, item.field, item.number, size, alloc, context);
     std::uint8_t* const element = take_element(target, item.field, size);
-    if (is_scalar(kind)) {
+    if (is_scalar_kind(kind)) {
         store_number(kind, element, item.number);
         return true;
     }
@@ -228,7 +228,7 @@ std::int32_t Builder::fill(void* message, vesk_alloc alloc, void* context) const
                 break;
             }
             default:
-                if (is_repeated(field)) {
+                if (is_repeated_field(field)) {
                     if (!fill_repeated(target->message, target->type, *item, alloc, context)) return VESK_NO_MEMORY;
                     continue;
                 }

@@ -68,7 +68,7 @@ const std::uint8_t* EncodedFields::note(const vesk_field* field, const std::uint
         for (Content content{}; elements.next(&content);) continue;
         return elements.next_tag();
     }
-    return is_scalar(field->kind) ? skip_number(field->kind, at, end_) : read_content(at, end_).end;
+    return is_scalar_kind(field->kind) ? skip_number(field->kind, at, end_) : read_content(at, end_).end;
 }
 
 bool EncodedFields::Values::next(Value* value) {

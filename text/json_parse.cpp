@@ -203,7 +203,7 @@ private:
 
     bool is_number() const {
         const std::uint16_t kind = builder_.wanted();
-        return is_scalar(kind) && kind < VESK_KIND_REPEATED && kind != VESK_KIND_BOOL;
+        return is_scalar_kind(kind) && kind < VESK_KIND_REPEATED && kind != VESK_KIND_BOOL;
     }
 
     bool add_number(const char* text, std::size_t length) {

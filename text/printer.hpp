@@ -42,7 +42,7 @@ private:
     bool print_field(const Fields& fields, const vesk_field* field, const Place* outer, std::uint32_t level) {
         if (field->kind >= VESK_KIND_LIST) {
             if (field->kind == VESK_KIND_LIST) return print_list(fields, field, outer, level);
-            if (is_repeated(field)) return print_repeated(fields, field, outer);
+            if (is_repeated_field(field)) return print_repeated(fields, field, outer);
         }
         const Place place{outer, field, no_element};
         if (field->kind == VESK_KIND_MESSAGE) {

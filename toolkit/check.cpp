@@ -259,7 +259,7 @@ const std::uint8_t* check_repeated(Check& check, const vesk_field* field, bool a
 
 const std::uint8_t* check_other(Check& check, const vesk_field* field, bool again, Owned* owned, const Place* outer,
                                 const std::uint8_t* tag, const std::uint8_t* at, const std::uint8_t* end) {
-    if (is_repeated(field)) return check_repeated(check, field, again, owned, outer, tag, at, end);
+    if (is_repeated_field(field)) return check_repeated(check, field, again, owned, outer, tag, at, end);
     at = skip_number(field->kind, at, end);
     return at != nullptr ? at : fail_in(check, VESK_MALFORMED, tag, outer, field);
 }

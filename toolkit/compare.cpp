@@ -203,7 +203,7 @@ bool compare_field(Comparison& comparison, const vesk_field* field, const Place*
     if (field->kind == VESK_KIND_LIST) {
         return compare_lists(comparison, field, outer, list_encoded(left, field), list_encoded(right, field));
     }
-    if (is_repeated(field)) {
+    if (is_repeated_field(field)) {
         return compare_repeated(comparison, field, outer, repeated_encoded(left, field),
                                 repeated_encoded(right, field));
     }

@@ -165,7 +165,7 @@ void write_packed(Writer& writer, std::uint32_t tag, const Repeated& repeated) {
 
 void write_repeated(Writer& writer, const vesk_field* field, const void* message) {
     const Repeated repeated = load_repeated(field, message);
-    if (is_packed(field)) return write_packed(writer, field->tag, repeated);
+    if (is_packed_field(field)) return write_packed(writer, field->tag, repeated);
     for (std::uint32_t left = repeated.count; left != 0; --left) {
         switch (repeated.kind) {
             case VESK_KIND_STRING: write_string(writer, field->tag, string_at(repeated, left - 1)); break;
@@ -178,7 +178,7 @@ void write_repeated(Writer& writer, const vesk_field* field, const void* message
 }
 
 [[gnu::noinline]] void write_other(Writer& writer, const vesk_field* field, const void* message) {
-    if (is_repeated(field)) return write_repeated(writer, field, message);
+    if (is_repeated_field(field)) return write_repeated(writer, field, message);
     write_scalar(writer, field->tag, field->kind, load_number(field->kind, member_at(message, field->offset)));
 }
 

@@ -13,7 +13,7 @@
 
 namespace vesk {
 
-constexpr bool is_repeated(const vesk_field* field) { return field->kind >= VESK_KIND_REPEATED; }
+constexpr bool is_repeated_field(const vesk_field* field) { return field->kind >= VESK_KIND_REPEATED; }
 
 // Of a repeated field its elements' kind, of any other its own.
 constexpr std::uint16_t kind_of_values(const vesk_field* field) {
@@ -21,13 +21,13 @@ constexpr std::uint16_t kind_of_values(const vesk_field* field) {
 }
 
 // Of a kind without VESK_KIND_REPEATED.
-constexpr bool is_scalar(std::uint16_t kind) { return kind <= VESK_KIND_BOOL || kind > VESK_KIND_LIST; }
+constexpr bool is_scalar_kind(std::uint16_t kind) { return kind <= VESK_KIND_BOOL || kind > VESK_KIND_LIST; }
 
 // Whether a field has a number of elements beside its pointer.
-constexpr bool has_count(const vesk_field* field) { return field->kind == VESK_KIND_LIST || is_repeated(field); }
+constexpr bool has_count(const vesk_field* field) { return field->kind == VESK_KIND_LIST || is_repeated_field(field); }
 
 constexpr bool is_repeated_scalar(const vesk_field* field) {
-    return is_repeated(field) && is_scalar(kind_of_values(field));
+    return is_repeated_field(field) && is_scalar_kind(kind_of_values(field));
 }
 
 // Bytes that a scalar kind always takes on the wire; 0 if that is a varint.
@@ -71,7 +71,7 @@ constexpr bool takes_tag(const vesk_field* field, std::uint32_t tag) {
            (wire_type == length_type || wire_type == wire_type_of_scalar(kind_of_values(field)));
 }
 
-constexpr bool is_packed(const vesk_field* field) {
+constexpr bool is_packed_field(const vesk_field* field) {
     return is_repeated_scalar(field) && wire_type_of_tag(field->tag) == length_type;
 }
 

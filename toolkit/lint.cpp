@@ -122,12 +122,12 @@ std::uint64_t lint_repeated(Lint& lint, Place& place, bool marked, const Repeate
         size += lint_element(lint, place, repeated);
     }
     place.element = no_element;
-    if (is_packed(place.field)) return measure_content(lint, place.field->tag, size, place);
-    return is_scalar(repeated.kind) ? size + repeated.count * measure_varint(place.field->tag) : size;
+    if (is_packed_field(place.field)) return measure_content(lint, place.field->tag, size, place);
+    return is_scalar_kind(repeated.kind) ? size + repeated.count * measure_varint(place.field->tag) : size;
 }
 
 std::uint64_t lint_other(Lint& lint, Place& place, bool marked, const void* message) {
-    if (is_repeated(place.field)) return lint_repeated(lint, place, marked, load_repeated(place.field, message));
+    if (is_repeated_field(place.field)) return lint_repeated(lint, place, marked, load_repeated(place.field, message));
     return lint_other_scalar(lint, place, marked, load_scalar(place.field, message));
 }
 

@@ -89,8 +89,8 @@ struct Range {
 Step skip_content(const vesk_field* field, const std::uint8_t* tag, const std::uint8_t* at, const std::uint8_t* end) {
     const Step malformed{nullptr, VESK_MALFORMED};
     const std::uint16_t kind = kind_of_values(field);
-    if (is_scalar(kind)) {
-        if (!is_repeated(field)) {
+    if (is_scalar_kind(kind)) {
+        if (!is_repeated_field(field)) {
             at = skip_number(kind, at, end);
             return at != nullptr ? Step{at, VESK_OK} : malformed;
         }
@@ -195,7 +195,7 @@ std::int32_t read_value(const vesk_field* field, const Found& found, const std::
                                   : count_elements(vesk_field_number(field), found.at, end);
         return VESK_OK;
     }
-    if (is_scalar(field->kind)) {
+    if (is_scalar_kind(field->kind)) {
         std::uint64_t number;
         if (read_number(field->kind, found.at, end, &number) == nullptr) return VESK_MALFORMED;
         *value = make_number(field->kind, number);

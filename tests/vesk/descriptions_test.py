@@ -48,7 +48,14 @@ class Completion(FolderCase):
 
     def test_verbs(self):
         self.assertEqual(self.complete("de"), ["decode"])
-        self.assertEqual(self.complete(""), sorted(verbs() + ["--help", "--version"]))
+        self.assertEqual(self.complete(""), sorted(verbs() + ["--help", "--schema", "--version"]))
+
+    def test_library_and_verb_after_schema(self):
+        self.assertEqual(self.complete("--schema", "a"), ["answer.bin", "answers"])
+        self.assertEqual(self.complete("--schema", "answer.bin", "de"), ["decode"])
+        self.assertEqual(self.complete("--schema", "answer.bin", "decode", "pem_"), [])
+        self.assertEqual(self.complete("--schema", "answer.bin", "decode", "T", "a"), ["answer.bin", "answers"])
+        self.assertEqual(self.complete("--schema", "answer.bin", "decode", "--te"), ["--text"])
 
     def test_types_where_one_is_wanted(self):
         self.assertEqual(self.complete("map", "pem_"), ["pem_data"])

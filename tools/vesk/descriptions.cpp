@@ -124,25 +124,26 @@ std::string bash_completion(const CLI::App& app) {
     return "# bash completion for vesk, made by vesk --completion\n"
            "_vesk() {\n"
            "    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]}\n"
-           "    local options with_file with_other places place=0 i\n"
+           "    local options with_file with_other places place=0 verb=1 i\n"
            "    COMPREPLY=()\n"
-           "    if [ \"$COMP_CWORD\" -eq 1 ]; then\n"
+           "    if [[ $COMP_CWORD -gt 1 && ${COMP_WORDS[1]} == --schema ]]; then verb=3; fi\n"
+           "    if [[ $COMP_CWORD -eq $verb ]]; then\n"
            "        mapfile -t COMPREPLY < <(compgen -W \"" +
            joined(verbs) + " " + long_names(app, Which::all) +
            "\" -- \"$word\")\n"
            "        return\n"
            "    fi\n"
-           "    case ${COMP_WORDS[1]} in\n" +
+           "    case $((COMP_CWORD < verb)) in 1) with_file=--schema ;; *) case ${COMP_WORDS[verb]} in\n" +
            cases +
            "        *) return ;;\n"
-           "    esac\n"
+           "    esac ;; esac\n"
            "    if [[ \" $with_other \" == *\" $before \"* ]]; then return; fi\n"
            "    if [[ \" $with_file \" != *\" $before \"* ]]; then\n"
            "        if [[ $word == -* ]]; then\n"
            "            mapfile -t COMPREPLY < <(compgen -W \"$options\" -- \"$word\")\n"
            "            return\n"
            "        fi\n"
-           "        for ((i = 2; i < COMP_CWORD; ++i)); do\n"
+           "        for ((i = verb + 1; i < COMP_CWORD; ++i)); do\n"
            "            if [[ \" $with_file $with_other \" == *\" ${COMP_WORDS[i]} \"* ]]; then\n"
            "                ((++i))\n"
            "            elif [[ ${COMP_WORDS[i]} != -* || ${COMP_WORDS[i]} == --frames ]]; then  # it stands for TYPE\n"
@@ -153,6 +154,7 @@ std::string bash_completion(const CLI::App& app) {
            "        if ((place >= ${#places[@]})); then place=$((${#places[@]} - 1)); fi\n"
            "        case ${places[place]-} in\n"
            "            TYPE)\n"
+           "                if ((verb > 1)); then return; fi  # they are of a library that only running it tells\n"
            "                mapfile -t COMPREPLY < <(compgen -W \"" +
            joined(types) +
            "\" -- \"$word\")\n"

@@ -6,6 +6,7 @@
 
 #include "every_type.hpp"
 #include "tools/vesk/failure.hpp"
+#include "tools/vesk/schema.hpp"
 #include "tools/vesk/types.hpp"
 
 namespace vesk::tool {
@@ -42,9 +43,20 @@ constexpr Entry entries[] = {
 #undef VESK_ENTRY
 };
 
+// They are found by name, so that nothing is known of the type of their first argument but that it is a pointer.
+Functions functions_in_schema(const std::string& name) {
+    Functions functions;
+    functions.encode = reinterpret_cast<decltype(functions.encode)>(function_of_schema(name + "_encode_ext"));
+    functions.decode = reinterpret_cast<decltype(functions.decode)>(function_of_schema(name + "_decode_ext"));
+    functions.duplicate = reinterpret_cast<decltype(functions.duplicate)>(function_of_schema(name + "_duplicate"));
+    functions.free = reinterpret_cast<decltype(functions.free)>(function_of_schema(name + "_free_ext"));
+    return functions;
+}
+
 }  // namespace
 
 Functions functions_of(const vesk_type* type) {
+    if (first_of_schema() != nullptr) return functions_in_schema(vesk_type_name(type));
     const auto* const entry = std::find_if(std::begin(entries), std::end(entries), [&](const Entry& candidate) {
         return candidate.name == vesk_type_name(type);
     });

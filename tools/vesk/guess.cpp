@@ -67,37 +67,62 @@ private:
             }
             ++fit_.fields;
             occurred |= std::uint64_t{1} << field->presence_bit;
-            if (field == last && field->kind == VESK_KIND_LIST) {
+            if (field == last && has_count(field)) {
                 fit_.left += cost::element;
             } else if (last != nullptr && field->presence_bit <= last->presence_bit) {
                 ++fit_.disorder;
                 fit_.left += cost::unlikely;
             }
-            if (field->tag != static_cast<std::uint32_t>(tag.value))
+            if (!takes_tag(field, static_cast<std::uint32_t>(tag.value)))
                 note_odd();  // an element that is read all the same
             last = field;
-            at = field->kind <= VESK_KIND_BOOL ? read_scalar(field, tag.to, end) : read_content(field, tag.to, end);
+            at = !is_scalar_kind(kind_of_values(field)) ? read_content(field, tag.to, end)
+                 : tag.wire_type() == length_type       ? read_packed(field, tag.to, end)
+                                                        : read_scalar(field, tag.to, end);
         }
         return static_cast<std::uint64_t>(std::popcount(occurred));
     }
 
     std::uint64_t read_scalar(const vesk_field* field, std::uint64_t at, std::uint64_t end) {
+        const std::uint16_t kind = kind_of_values(field);
+        if (const std::uint32_t size = fixed_size(kind); size != 0) {
+            fit_.left += size * cost::byte;
+            return at + size;
+        }
         const Varint number = read(at, end);
-        const bool is_odd = (field->kind == VESK_KIND_BOOL && number.value > 1) ||
-                            (field->kind == VESK_KIND_UINT32 && number.value > UINT32_MAX);
-        if (is_odd) note_odd();
-        const bool is_flag = field->kind == VESK_KIND_BOOL && !is_odd;
+        if (is_odd(kind, number.value)) note_odd();
+        const bool is_flag = kind == VESK_KIND_BOOL && number.value <= 1;
         fit_.left += is_flag ? cost::bit : (number.to - at) * cost::byte;
         return number.to;
+    }
+
+    // What an encoder of this kind never writes.
+    static bool is_odd(std::uint16_t kind, std::uint64_t wire) {
+        switch (kind) {
+            case VESK_KIND_BOOL: return wire > 1;
+            case VESK_KIND_UINT32:
+            case VESK_KIND_SINT32: return wire > UINT32_MAX;
+            case VESK_KIND_INT32:
+            case VESK_KIND_ENUM: return wire > INT32_MAX && wire < ~std::uint64_t{INT32_MAX};
+            default: return false;
+        }
+    }
+
+    std::uint64_t read_packed(const vesk_field* field, std::uint64_t at, std::uint64_t end) {
+        const Varint length = read(at, end);
+        const std::uint64_t to = length.to + length.length();
+        fit_.left += (length.to - at) * cost::byte;
+        for (at = length.to; at < to;) at = read_scalar(field, at, to);
+        return to;
     }
 
     std::uint64_t read_content(const vesk_field* field, std::uint64_t at, std::uint64_t end) {
         const Varint length = read(at, end);
         const std::uint64_t to = length.to + length.length();
         const std::string_view bytes(reinterpret_cast<const char*>(input_) + length.to, to - length.to);
-        if (field->kind == VESK_KIND_BYTES) {
+        if (kind_of_values(field) == VESK_KIND_BYTES) {
             fit_.left += (to - at) * cost::byte;
-        } else if (field->kind == VESK_KIND_STRING) {
+        } else if (kind_of_values(field) == VESK_KIND_STRING) {
             fit_.left += (length.to - at) * cost::byte;
             read_text(bytes);
         } else if (const vesk_type* const nested = describe(vesk_field_nested(field))) {

@@ -10,6 +10,7 @@
 #include "tools/vesk/failure.hpp"
 #include "tools/vesk/output.hpp"
 #include "tools/vesk/request.hpp"
+#include "tools/vesk/schema.hpp"
 #include "tools/vesk/types.hpp"
 
 namespace vesk::tool {
@@ -87,6 +88,7 @@ std::string words_of(const CLI::ParseError& error, const CLI::App& app, const st
     const CLI::App& verb = is_verb ? *app.get_subcommand(first) : app;
     const std::string more = " (vesk " + (is_verb ? first + " " : "") + "--help says more)";
     const std::vector<std::string> surplus = app.remaining(true);
+    if (first == "--schema") return "--schema wants a library, and a verb after it" + more;
     if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr || !is_verb) {
         const std::string word = surplus.empty() ? first : surplus.front();
         if (!word.starts_with('-')) return "one argument too many: " + quote(word) + more;
@@ -102,6 +104,29 @@ void take_program(int argc, char** argv, Request& request) {
     char** const mark = std::find(argv, end, std::string_view("--"));
     if (mark == end) throw Failure("PROGRAM stands after -- (vesk record --help says more)", status_usage);
     request.program.assign(mark + 1, end);
+}
+
+// The word that should be a verb: the first, or that after --schema and its library.
+std::string verb_of(int argc, char** argv) {
+    int place = 1;
+    if (argc > 2 && argv[1] == std::string_view("--schema")) {
+        place = argc > 3 ? 3 : 1;
+    } else if (argc > 1 && std::string_view(argv[1]).starts_with("--schema=")) {
+        place = argc > 2 ? 2 : 1;
+    }
+    return argc > place ? argv[place] : "";
+}
+
+// What has to do with the 95 types alone has no use for others.
+void settle_schema(const Request& request, const std::string& verb) {
+    if (request.schema.empty()) return;
+    if (request.frames)
+        throw Failure("--frames and --schema: frames hold messages of the exchange alone", status_usage);
+    if (verb == "watch" || verb == "record" || verb == "replay") {
+        throw Failure("--schema has no meaning for " + verb + ", which knows the library's own types alone",
+                      status_usage);
+    }
+    use_schema(request.schema);
 }
 
 // With --frames there is no TYPE: what stands in its place is a file.
@@ -143,6 +168,10 @@ int run(int argc, char** argv) {
         "or 2 where options make no sense. On a terminal there are colours, unless NO_COLOR is set.");
     app.require_subcommand(1);
     Request request;
+    app.add_option(
+           "--schema", request.schema,
+           "takes the types of this library, made of another schema by protoc-gen-vesk, for those of the inventory")
+        ->type_name("LIBRARY");
     Verb chosen = nullptr;
     Verbs verbs{app, request, chosen};
 
@@ -233,7 +262,7 @@ int run(int argc, char** argv) {
     verbs.add_json(sub, "one object a line for each call");
 
     // The build asks for these.
-    const std::string first_word = argc > 1 ? argv[1] : "";
+    const std::string first_word = verb_of(argc, argv);
     if (argc == 2 && (first_word == "--completion" || first_word == "--manual")) {
         Output output;
         output.write(first_word == "--manual" ? manual(app) : bash_completion(app));
@@ -255,6 +284,7 @@ int run(int argc, char** argv) {
         throw Failure(words_of(error, app, first_word), status_usage);
     }
     if (chosen == record_program) take_program(argc, argv, request);
+    settle_schema(request, first_word);
     settle(request);
     const bool takes_type = app.get_subcommands().front()->get_option_no_throw("TYPE") != nullptr;
     if (takes_type && request.type.empty() && !request.frames) {

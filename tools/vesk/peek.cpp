@@ -8,6 +8,18 @@
 #include "tools/vesk/values.hpp"
 
 namespace vesk::tool {
+namespace {
+
+// A line for each element.
+void print_elements(const vesk_type* type, const Request& request, const Input& input, Output& output) {
+    vesk_iterator iterator;
+    vesk_value value;
+    value.size = sizeof value;
+    vesk_iterate(&iterator, type, request.path.c_str(), input.data(), input.size(), nullptr);
+    while (vesk_next(&iterator, &value)) output.write(value_in_words(value, false) + "\n");
+}
+
+}  // namespace
 
 int peek_file(const Request& request) {
     const vesk_type* const type = find_type(request.type);
@@ -29,6 +41,8 @@ int peek_file(const Request& request) {
     if (value.kind == VESK_KIND_MESSAGE && value.type != nullptr) {
         print_document(value.type, input.name(), value.data, value.length, Format::json, Output::write_to, &output);
         output.rethrow();
+    } else if (value.kind >= VESK_KIND_REPEATED) {
+        print_elements(type, request, input, output);
     } else {
         output.write(value_in_words(value, false) + "\n");
     }

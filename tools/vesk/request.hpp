@@ -10,6 +10,7 @@
 namespace vesk::tool {
 
 struct Request {
+    std::string schema;  // a library of other types; empty for the 95
     std::string type;
     std::vector<std::string> files;  // "-" is standard input
     Form form = Form::raw;           // of input, and of what `encode` writes

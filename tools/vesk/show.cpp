@@ -12,8 +12,9 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
+// At least by one blank.
 std::string padded(std::string text, std::size_t width) {
-    if (text.size() < width) text.append(width - text.size(), ' ');
+    text.append(text.size() < width ? width - text.size() : 1, ' ');
     return text;
 }
 
@@ -21,7 +22,7 @@ Json json_of_field(const vesk_field* field) {
     const vesk_type* const nested = vesk_field_nested(field);
     Json json{{"number", vesk_field_number(field)},
               {"name", vesk_field_name(field)},
-              {"kind", kind_name(field->kind)},
+              {"kind", kind_name(field)},
               {"presence_bit", field->presence_bit},
               {"offset", field->offset}};
     if (field->size_offset != 0) json["size_offset"] = field->size_offset;

@@ -4,6 +4,7 @@
 
 #include "tools/vesk/output.hpp"
 #include "tools/vesk/types.hpp"
+#include "tools/vesk/values.hpp"
 #include "tools/vesk/varint.hpp"
 
 namespace vesk::tool {
@@ -25,8 +26,11 @@ void append(std::string& text, std::uint64_t number) { text += std::to_string(nu
 void append(std::string& text, Quoted quoted) { text += quote(quoted.bytes); }
 void append(std::string& text, const vesk_field* field) {
     static const char* const words[] = {"", "number", "number", "flag", "string", "bytes", "message", "list"};
+    const std::uint16_t kind = kind_of_values(field);
     text.append("field ").append(std::to_string(vesk_field_number(field))).append(" ").append(vesk_field_name(field));
-    text.append(", ").append(words[field->kind <= VESK_KIND_LIST ? field->kind : 0]);
+    text.append(", ")
+        .append(is_repeated_field(field) ? "repeated " : "")
+        .append(words[is_scalar_kind(kind) && kind != VESK_KIND_BOOL ? 1 : kind]);
 }
 
 // What a walk tells; either may be null.
@@ -97,9 +101,9 @@ private:
         if (wire_type == group_type) return differ(tag.from, refused_, Row::group_is_refused);
         const bool is_skipped = wire_type <= length_type || wire_type == fixed32_type;
         if (field == nullptr || !is_skipped) return;
-        if (field->tag != static_cast<std::uint32_t>(tag.value)) {
+        if (!takes_tag(field, static_cast<std::uint32_t>(tag.value))) {
             differ(tag.from, refused_, Row::known_field_of_other_wire_type_is_refused);
-        } else if (again && field->kind == VESK_KIND_LIST) {
+        } else if (again && has_count(field)) {
             differ(tag.from, refused_, Row::list_in_two_runs_is_refused);
         } else if (again && field->kind == VESK_KIND_STRING) {
             differ(tag.from, refused_, Row::string_twice_is_refused);
@@ -129,18 +133,26 @@ private:
     // The order is the decoder's: the first that does not hold.
     std::string why_refused(const Varint& tag, const vesk_field* field, bool again, std::uint64_t end) const {
         const std::uint32_t wire_type = tag.wire_type();
-        if (field != nullptr && field->tag != static_cast<std::uint32_t>(tag.value)) {
+        if (field != nullptr && !takes_tag(field, static_cast<std::uint32_t>(tag.value))) {
             return "since it has wire type " + std::to_string(wire_type);
         }
-        if (field != nullptr && field->kind == VESK_KIND_LIST && again) return "since the list began before";
-        if (field != nullptr && field->kind > VESK_KIND_BOOL && field->kind != VESK_KIND_MESSAGE && again) {
+        if (field != nullptr && has_count(field) && again) {
+            return is_repeated_field(field) ? "since the repeated field began before" : "since the list began before";
+        }
+        if (field != nullptr && (field->kind == VESK_KIND_STRING || field->kind == VESK_KIND_BYTES) && again) {
             return "since it occurs a second time";
+        }
+        if (field != nullptr && is_scalar_kind(kind_of_values(field)) && wire_type != length_type) {
+            return "its number is cut short";
         }
         if (wire_type != varint_type && wire_type != length_type) {
             return "since wire type " + std::to_string(wire_type) + " cannot be skipped";
         }
         const Varint number = read(tag.to, end);
         if (number.to == never) return wire_type == varint_type ? "its number is cut short" : "its length is cut short";
+        if (field != nullptr && is_repeated_scalar(field) && !number.reaches_past(end)) {
+            return "its last element is cut short";
+        }
         return why_too_long(number, end);
     }
 
@@ -165,13 +177,15 @@ private:
                 continue;
             }
             const bool again = (occurred >> field->presence_bit & 1) != 0;
+            const std::uint64_t before = occurred;
             occurred |= std::uint64_t{1} << field->presence_bit;
-            if (field->tag != static_cast<std::uint32_t>(tag.value)) return false;
+            if (!takes_tag(field, static_cast<std::uint32_t>(tag.value))) return false;
             const std::size_t outer = path_.size();
             path_.append(outer == 0 ? "" : ".").append(vesk_field_name(field));
             const bool goes_on = walk_field(field, again, tag, end, depth);
             path_.resize(outer);
             if (!goes_on) return false;
+            if (is_repeated_scalar(field) && elements_ == 0) occurred = before;  // it has no array, and may come again
         }
         return true;
     }
@@ -211,8 +225,11 @@ private:
     }
 
     bool walk_field(const vesk_field* field, bool again, const Varint& tag, std::uint64_t end, std::uint32_t depth) {
-        if (field->kind == VESK_KIND_LIST) return !again && walk_list(field, tag, end, depth);
-        if (field->kind <= VESK_KIND_BOOL) return walk_scalar(field, tag, end, depth);
+        if (has_count(field)) {
+            if (again) return false;
+            return is_repeated_scalar(field) ? walk_scalars(field, tag, end, depth) : walk_list(field, tag, end, depth);
+        }
+        if (is_scalar_kind(field->kind)) return walk_scalar(field, tag, end, depth);
         const bool is_message = field->kind == VESK_KIND_MESSAGE;
         const Varint length = read(tag.to, end);
         if ((again && !is_message) || length.reaches_past(end)) return false;
@@ -221,21 +238,78 @@ private:
     }
 
     bool walk_scalar(const vesk_field* field, const Varint& tag, std::uint64_t end, std::uint32_t depth) {
-        const Varint number = read(tag.to, end);
-        if (number.to == never) return false;
-        const auto low = static_cast<std::uint32_t>(number.value);
+        std::uint64_t number;
+        const std::uint8_t* const after = read_number(kind_of_values(field), input_ + tag.to, input_ + end, &number);
+        if (after == nullptr) return false;
         compare_tag(tag);
+        compare_scalar(field, tag, tag.to, end);
+        give(tag.to, Role::tag, depth, path_, field);
+        give_number(field, number, static_cast<std::uint64_t>(after - input_), depth);
+        return true;
+    }
+
+    void give_number(const vesk_field* field, std::uint64_t number, std::uint64_t to, std::uint32_t depth) {
+        give(to, Role::value, depth, path_, number_in_words(kind_of_values(field), number));
+    }
+
+    // Of a varint at `at`.
+    void compare_scalar(const vesk_field* field, const Varint& tag, std::uint64_t at, std::uint64_t end) const {
+        if (fixed_size(kind_of_values(field)) != 0) return;
+        const Varint number = read(at, end);
         compare_number(tag, number);
-        if (field->kind == VESK_KIND_BOOL && low == 0 && number.value != 0) {
+        const bool is_flag = kind_of_values(field) == VESK_KIND_BOOL;
+        if (is_flag && static_cast<std::uint32_t>(number.value) == 0 && number.value != 0) {
             differ(tag.from, path_, Row::flag_is_read_from_32_bits);
         }
+    }
+
+    // A run of scalars, one by one and packed. Its first tag has been read.
+    bool walk_scalars(const vesk_field* field, Varint tag, std::uint64_t end, std::uint32_t depth) {
+        const std::size_t outer = path_.size();
+        elements_ = 0;
+        while (true) {
+            path_.resize(outer);
+            const bool packed = tag.wire_type() == length_type;
+            if (tag.from == stop_) {
+                give_refused_scalars(field, tag, end, depth);
+                return false;
+            }
+            if (!packed) path_.append("[").append(std::to_string(elements_++)).append("]");
+            const bool goes_on = packed ? walk_packed(field, tag, end, depth) : walk_scalar(field, tag, end, depth);
+            if (!goes_on) return false;
+            if (at_ == end) return true;
+            tag = read(at_, end);
+            if (tag.to == never || tag.number() != vesk_field_number(field)) return true;
+            if (tag.from != stop_ && !takes_tag(field, static_cast<std::uint32_t>(tag.value))) return false;
+        }
+    }
+
+    bool walk_packed(const vesk_field* field, const Varint& tag, std::uint64_t end, std::uint32_t depth) {
+        const Varint length = read(tag.to, end);
+        if (length.reaches_past(end)) return false;
+        compare_tag(tag);
+        compare_length(tag, length);
         give(tag.to, Role::tag, depth, path_, field);
-        if (field->kind == VESK_KIND_BOOL) {
-            give(number.to, Role::value, depth, path_, low != 0 ? "true" : "false");
-        } else {
-            give(number.to, Role::value, depth, path_, field->kind == VESK_KIND_UINT64 ? number.value : low);
+        give(length.to, Role::length, depth, path_, "length ", length.length(), " of ", path_);
+        const std::uint64_t content_end = length.to + length.length();
+        const std::size_t outer = path_.size();
+        while (at_ < content_end) {
+            path_.resize(outer);
+            path_.append("[").append(std::to_string(elements_++)).append("]");
+            std::uint64_t number;
+            const std::uint8_t* const after =
+                read_number(kind_of_values(field), input_ + at_, input_ + content_end, &number);
+            if (after == nullptr) return false;
+            compare_scalar(field, tag, at_, content_end);
+            give_number(field, number, static_cast<std::uint64_t>(after - input_), depth);
         }
         return true;
+    }
+
+    void give_refused_scalars(const vesk_field* field, const Varint& tag, std::uint64_t end, std::uint32_t depth) {
+        stopped_ = true;
+        compare_refused(tag, field, false);
+        give(tag.to, Role::tag, depth, refused_, field, ": refused, ", why_refused(tag, field, false, end));
     }
 
     // A string, bytes field, nested message or element that is all there.
@@ -246,18 +320,18 @@ private:
         give(tag.to, Role::tag, depth, path_, field);
         give(length.to, Role::length, depth, path_, "length ", length.length(), " of ", path_);
         const std::string_view bytes(reinterpret_cast<const char*>(input_ + length.to), length.length());
-        if (field->kind == VESK_KIND_STRING) {
+        if (kind_of_values(field) == VESK_KIND_STRING) {
             if (bytes.find('\0') != std::string_view::npos) differ(tag.from, path_, Row::string_ends_at_embedded_nul);
             give(end, Role::value, depth, path_, Quoted{bytes});
             return true;
         }
-        if (field->kind == VESK_KIND_BYTES) {
+        if (kind_of_values(field) == VESK_KIND_BYTES) {
             give(end, Role::value, depth, path_, counted(bytes.size(), "byte"));
             return true;
         }
         const vesk_type* const nested = describe(vesk_field_nested(field));
         if (nested == nullptr) {
-            give(end, Role::value, depth, path_, "an identifier that its library does not describe");
+            give(end, Role::value, depth, path_, opaque_in_words(vesk_field_nested(field)));
             return true;
         }
         const bool whole = walk_message(nested, end, depth + 1);
@@ -297,8 +371,9 @@ private:
     std::string refused_;  // the path of what decoding stopped at
     Listener listener_;
     std::uint64_t at_ = 0;
-    std::string path_;  // of the field at at_: walk_message appends each of them, and cuts it off again
-    std::string text_;  // what the latest span means
+    std::string path_;            // of the field at at_: walk_message appends each of them, and cuts it off again
+    std::string text_;            // what the latest span means
+    std::uint64_t elements_ = 0;  // of the run of scalars that was met last
     bool stopped_ = false;
 };
 

@@ -37,20 +37,43 @@ Member load(const std::uint8_t* structure, std::uint32_t offset) {
     return member;
 }
 
-std::string value_of(const vesk_field* field, const std::uint8_t* structure) {
-    switch (field->kind) {
-        case VESK_KIND_UINT32: return std::to_string(load<std::uint32_t>(structure, field->offset));
-        case VESK_KIND_UINT64: return std::to_string(load<std::uint64_t>(structure, field->offset));
-        case VESK_KIND_BOOL: return load<std::uint8_t>(structure, field->offset) != 0 ? "true" : "false";
-        case VESK_KIND_STRING: {
-            const std::string quoted = quote(load<const char*>(structure, field->offset), most_of_a_string);
-            return quoted.substr(1, quoted.size() - 2);
+std::string string_of(const char* string) {
+    const std::string quoted = quote(string, most_of_a_string);
+    return quoted.substr(1, quoted.size() - 2);
+}
+
+std::string bytes_of(const std::uint8_t* data, std::uint64_t length) {
+    return bytes_in_words(std::string_view(reinterpret_cast<const char*>(data), length));
+}
+
+// The elements of a repeated field, one after the other.
+std::string elements_of(const vesk_field* field, const std::uint8_t* structure) {
+    const std::uint16_t kind = kind_of_values(field);
+    const auto* element = load<const std::uint8_t*>(structure, field->offset);
+    std::string text;
+    for (auto left = load<std::uint32_t>(structure, field->size_offset); left != 0; --left) {
+        if (!text.empty()) text += ", ";
+        if (kind == VESK_KIND_STRING) {
+            text += quote(load<const char*>(element, 0), most_of_a_string);
+        } else if (kind == VESK_KIND_BYTES) {
+            const auto bytes = load<vesk_bytes>(element, 0);
+            text += bytes_of(bytes.data, bytes.length);
+        } else {
+            text += number_in_words(kind, load_number(kind, element));
         }
-        default: {
-            const auto length = load<std::uint64_t>(structure, field->size_offset);
-            return bytes_in_words(std::string_view(load<const char*>(structure, field->offset), length));
-        }
+        element += size_of_element(kind);
     }
+    return text;
+}
+
+std::string value_of(const vesk_field* field, const std::uint8_t* structure) {
+    if (is_repeated_field(field)) return elements_of(field, structure);
+    if (field->kind == VESK_KIND_STRING) return string_of(load<const char*>(structure, field->offset));
+    if (field->kind == VESK_KIND_BYTES) {
+        return bytes_of(load<const std::uint8_t*>(structure, field->offset),
+                        load<std::uint64_t>(structure, field->size_offset));
+    }
+    return number_in_words(field->kind, load_number(field->kind, structure + field->offset));
 }
 
 // Of a decoded message: what is present has its bit.
@@ -69,7 +92,7 @@ void flatten(const vesk_type* type, const std::uint8_t* structure, const std::st
         } else if (nested != nullptr) {
             flatten(nested, structure + field->offset, path + ".", row);
         } else {
-            row.values.emplace_back(path, "an identifier that its library does not describe");
+            row.values.emplace_back(path, opaque_in_words(vesk_field_nested(field)));
         }
     }
 }

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <string_view>
 
 #include "tools/vesk/failure.hpp"
 #include "tools/vesk/output.hpp"
+#include "tools/vesk/schema.hpp"
 
 namespace vesk::tool {
 namespace {
@@ -32,7 +34,8 @@ void to_heap(void* block, void*) { std::free(block); }
 
 std::vector<const vesk_type*> all_types() {
     std::vector<const vesk_type*> types;
-    for (const vesk_type* type = vesk_all_types(nullptr); type != nullptr; type = vesk_type_next(type)) {
+    const vesk_type* const first = first_of_schema() != nullptr ? first_of_schema() : vesk_all_types(nullptr);
+    for (const vesk_type* type = first; type != nullptr; type = vesk_type_next(type)) {
         types.push_back(type);
     }
     return types;
@@ -43,32 +46,44 @@ std::string nearest(const std::string& name, const std::vector<std::string>& kno
 }
 
 const vesk_type* find_type(const std::string& name) {
-    const vesk_type* const found = vesk_type_named(name.c_str());
+    // The identifier's are known, too, without being among all of them.
+    const vesk_type* const found = first_of_schema() == nullptr ? vesk_type_named(name.c_str()) : nullptr;
     if (found != nullptr) return found;
     std::vector<std::string> known;
-    for (const vesk_type* type : all_types()) known.emplace_back(vesk_type_name(type));
+    for (const vesk_type* type : all_types()) {
+        if (vesk_type_name(type) == name) return type;
+        known.emplace_back(vesk_type_name(type));
+    }
     throw Failure("no type is called " + quote(name) + "; the nearest is " + nearest(name, known) +
                   " (vesk types names them all)");
 }
 
-const vesk_type* describe(const vesk_type* type) {
-    if ((type->flags & VESK_TYPE_ELSEWHERE) == 0) return type;
-    // Looked for once: all of them are the entity identifier.
-    static const vesk_type* const identifier = vesk_type_named(vesk_type_name(type));
-    return identifier;
+namespace {
+
+bool is_identifier(const vesk_type* type) {
+    const std::string_view name = vesk_type_name(type);
+    return name == "drin_eid_st" || name == "vesk_drin_eid_st";
 }
 
-const char* kind_name(std::uint16_t kind) {
-    switch (kind) {
-        case VESK_KIND_UINT32: return "uint32";
-        case VESK_KIND_UINT64: return "uint64";
-        case VESK_KIND_BOOL: return "bool";
-        case VESK_KIND_STRING: return "string";
-        case VESK_KIND_BYTES: return "bytes";
-        case VESK_KIND_MESSAGE: return "message";
-        case VESK_KIND_LIST: return "list";
-        default: return "unknown kind";
-    }
+}  // namespace
+
+const vesk_type* describe(const vesk_type* type) {
+    if ((type->flags & VESK_TYPE_ELSEWHERE) == 0) return type;
+    static const vesk_type* const identifier = vesk_type_named("drin_eid_st");
+    return is_identifier(type) ? identifier : nullptr;
+}
+
+std::string opaque_in_words(const vesk_type* type) {
+    return std::string(is_identifier(type) ? "an identifier" : "a message") + " that its library does not describe";
+}
+
+std::string kind_name(const vesk_field* field) {
+    static const char* const names[] = {"unknown kind", "uint32",   "uint64", "bool",   "string", "bytes",   "message",
+                                        "list",         "sint32",   "sint64", "int32",  "int64",  "fixed32", "fixed64",
+                                        "sfixed32",     "sfixed64", "float",  "double", "enum"};
+    const std::uint16_t kind = kind_of_values(field);
+    const std::string name = names[kind < std::size(names) ? kind : 0];
+    return !is_repeated_field(field) ? name : "repeated " + name + (is_packed_field(field) ? ", packed" : "");
 }
 
 Message::Message(const vesk_type* type) : type_(type), storage_(type->structure_size / 8 + 1) {

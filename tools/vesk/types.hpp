@@ -7,9 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "toolkit/kinds.hpp"
+
 namespace vesk::tool {
 
-// The 95 types, in the order of the headers.
+// The 95 types, in the order of the headers; with a schema in use its own (schema.hpp).
 std::vector<const vesk_type*> all_types();
 
 // Of these names the one that `name` was probably meant to be.
@@ -21,9 +23,13 @@ const vesk_type* find_type(const std::string& name);
 // A nested type's own description: another library's, if it has one, else null.
 const vesk_type* describe(const vesk_type* type);
 
-const char* kind_name(std::uint16_t kind);
+// What is said of a nested type that describe() knows nothing of.
+std::string opaque_in_words(const vesk_type* type);
 
-// The functions of a type in the library, which take a message of any type.
+// "uint32", "repeated sint32, packed".
+std::string kind_name(const vesk_field* field);
+
+// The functions of a type in its library, which take a message of any type.
 struct Functions {
     std::uint64_t (*encode)(const void* message, void* buffer, std::uint64_t length, vesk_segment* segments,
                             std::uint32_t* segment_count, std::uint32_t flags);

@@ -1,5 +1,9 @@
 #include "tools/vesk/values.hpp"
 
+#include <charconv>
+#include <cstring>
+
+#include "toolkit/kinds.hpp"
 #include "tools/vesk/input.hpp"
 
 namespace vesk::tool {
@@ -8,7 +12,27 @@ namespace {
 constexpr std::size_t most_of_a_string = 4096;
 constexpr std::size_t most_of_bytes = 32;
 
+// The shortest that is read back as the same.
+template <class Real, class Bits>
+std::string real_in_words(std::uint64_t number) {
+    const Bits bits = static_cast<Bits>(number);
+    Real real;
+    std::memcpy(&real, &bits, sizeof real);
+    char text[64];
+    return {text, std::to_chars(text, text + sizeof text, real).ptr};
+}
+
 }  // namespace
+
+std::string number_in_words(std::uint16_t kind, std::uint64_t number) {
+    switch (kind) {
+        case VESK_KIND_BOOL: return number != 0 ? "true" : "false";
+        case VESK_KIND_FLOAT: return real_in_words<float, std::uint32_t>(number);
+        case VESK_KIND_DOUBLE: return real_in_words<double, std::uint64_t>(number);
+        default: break;
+    }
+    return has_sign(kind) ? std::to_string(static_cast<std::int64_t>(number)) : std::to_string(number);
+}
 
 std::string bytes_in_words(std::string_view bytes) {
     std::string hex = in_form(bytes.substr(0, most_of_bytes), Form::hex);
@@ -20,13 +44,13 @@ std::string bytes_in_words(std::string_view bytes) {
 std::string value_in_words(const vesk_value& value, bool of_message) {
     const std::string_view bytes(static_cast<const char*>(value.data), value.data != nullptr ? value.length : 0);
     switch (value.kind) {
-        case VESK_KIND_UINT32:
-        case VESK_KIND_UINT64: return std::to_string(value.number);
-        case VESK_KIND_BOOL: return of_message ? std::to_string(value.number) : value.number != 0 ? "true" : "false";
+        case VESK_KIND_BOOL:
+            return of_message ? std::to_string(value.number) : number_in_words(VESK_KIND_BOOL, value.number);
         case VESK_KIND_STRING: return quote(bytes, most_of_a_string);
         case VESK_KIND_BYTES: return bytes_in_words(bytes);
         case VESK_KIND_LIST: return "a list of " + std::to_string(value.count);
-        default: return of_message ? "a message" : "a message of " + counted(value.length, "byte");
+        case VESK_KIND_MESSAGE: return of_message ? "a message" : "a message of " + counted(value.length, "byte");
+        default: return number_in_words(value.kind, value.number);
     }
 }
 

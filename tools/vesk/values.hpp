@@ -13,6 +13,9 @@ namespace vesk::tool {
 // "5 bytes: 0102030405"; of more than 32 the first ones.
 std::string bytes_in_words(std::string_view bytes);
 
+// A scalar's number (toolkit/kinds.hpp): "-1", "1.5", "true".
+std::string number_in_words(std::uint16_t kind, std::uint64_t number);
+
 // `of_message` says that the value stands in a structure, not in encoded bytes: a flag there is any byte.
 std::string value_in_words(const vesk_value& value, bool of_message);
 
