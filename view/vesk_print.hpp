@@ -41,9 +41,14 @@ Value load(const void* structure, std::uint32_t offset) {
 
 inline void print_message(std::string& text, const vesk_type* type, const void* structure);
 
-// An identifier belongs to another library, which may describe it or not.
+// An identifier belongs to another library, which may describe it or not. Of any further library nothing is known.
+inline const vesk_type* describe_elsewhere(const vesk_type* type) {
+    const std::string_view name = vesk_type_name(type);
+    return name == "drin_eid_st" || name == "vesk_drin_eid_st" ? vesk_type_named("drin_eid_st") : nullptr;
+}
+
 inline void print_nested(std::string& text, const vesk_type* type, const void* structure) {
-    if ((type->flags & VESK_TYPE_ELSEWHERE) != 0) type = vesk_type_named(vesk_type_name(type));
+    if ((type->flags & VESK_TYPE_ELSEWHERE) != 0) type = describe_elsewhere(type);
     text += "{";
     if (type == nullptr) {
         text += " opaque";
