@@ -238,7 +238,8 @@ const std::uint8_t* check_scalars(Check& check, const vesk_field* field, const P
     if (run.code != VESK_OK) {
         if (run.fault == CountedRun::Fault::of_message) return fail(check, run.code, run.at, outer);
         const bool of_element = run.fault == CountedRun::Fault::of_element;
-        const Place place{outer, field, of_element ? static_cast<std::uint32_t>(run.count) : no_element};
+        const bool is_known = of_element && run.count < no_element;
+        const Place place{outer, field, is_known ? static_cast<std::uint32_t>(run.count) : no_element};
         return fail(check, run.code, run.at, &place);
     }
     *count = static_cast<std::uint32_t>(run.count);

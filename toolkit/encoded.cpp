@@ -55,6 +55,7 @@ bool ScalarRun::next(std::uint64_t* number) {
 CountedRun count_run(const vesk_field* field, const std::uint8_t* tag, const std::uint8_t* end) {
     using Fault = CountedRun::Fault;
     const std::uint16_t kind = kind_of_values(field);
+    const std::uint8_t* const first = tag;
     std::uint64_t count = 0;
     for (const std::uint8_t* at = tag; at != end; tag = at) {
         const Varint read = read_tag(at, end);
@@ -75,9 +76,9 @@ CountedRun count_run(const vesk_field* field, const std::uint8_t* tag, const std
             whole = at != nullptr;
             count += whole;
         }
-        if (count > UINT32_MAX) return {count, VESK_MALFORMED, tag, Fault::of_field};
         if (!whole) return {count, VESK_MALFORMED, tag, Fault::of_element};
     }
+    if (count > UINT32_MAX) return {count, VESK_MALFORMED, first, Fault::of_field};
     return {count, VESK_OK, tag, Fault::of_field};
 }
 

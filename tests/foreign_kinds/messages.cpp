@@ -12,17 +12,17 @@ constexpr int identifier = 2;
 std::vector<TypeByHand> make_types() {
     std::vector<FieldByHand> all;
     std::uint32_t number = 0;
-#define FOREIGN_FIELD(name, kind, Member) \
+#define FOREIGN_FIELD(name, kind, Kind, Member) \
     all.push_back({"one_" #name, ++number, VESK_KIND_##kind, offsetof(foreign_all, one_##name), 0, -1, false});
     FOREIGN_SCALARS(FOREIGN_FIELD)
 #undef FOREIGN_FIELD
-#define FOREIGN_FIELD(name, kind, Member)                                                                              \
+#define FOREIGN_FIELD(name, kind, Kind, Member)                                                                        \
     all.push_back({"some_" #name, ++number, VESK_KIND_REPEATED + VESK_KIND_##kind, offsetof(foreign_all, some_##name), \
                    offsetof(foreign_all, some_##name##_count), -1, false});
     FOREIGN_SCALARS(FOREIGN_FIELD)
 #undef FOREIGN_FIELD
     number = 100;
-#define FOREIGN_FIELD(name, kind, Member)                                               \
+#define FOREIGN_FIELD(name, kind, Kind, Member)                                         \
     all.push_back({"packed_" #name, number *= 2, VESK_KIND_REPEATED + VESK_KIND_##kind, \
                    offsetof(foreign_all, packed_##name), offsetof(foreign_all, packed_##name##_count), -1, true});
     FOREIGN_SCALARS(FOREIGN_FIELD)

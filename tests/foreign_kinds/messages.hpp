@@ -9,22 +9,22 @@
 
 #include "tests/foreign_kinds/facts_by_hand.hpp"
 
-// X(name, kind, member's type), the first 14 kinds.
-#define FOREIGN_SCALARS(X)              \
-    X(uint32, UINT32, std::uint32_t)    \
-    X(uint64, UINT64, std::uint64_t)    \
-    X(boolean, BOOL, std::uint8_t)      \
-    X(sint32, SINT32, std::int32_t)     \
-    X(sint64, SINT64, std::int64_t)     \
-    X(int32, INT32, std::int32_t)       \
-    X(int64, INT64, std::int64_t)       \
-    X(fixed32, FIXED32, std::uint32_t)  \
-    X(fixed64, FIXED64, std::uint64_t)  \
-    X(sfixed32, SFIXED32, std::int32_t) \
-    X(sfixed64, SFIXED64, std::int64_t) \
-    X(float_value, FLOAT, float)        \
-    X(double_value, DOUBLE, double)     \
-    X(enumeration, ENUM, std::int32_t)
+// X(name, kind, what a field list calls it, member's type), the first 14 kinds.
+#define FOREIGN_SCALARS(X)                        \
+    X(uint32, UINT32, Uint32, std::uint32_t)      \
+    X(uint64, UINT64, Uint64, std::uint64_t)      \
+    X(boolean, BOOL, Bool, std::uint8_t)          \
+    X(sint32, SINT32, Sint32, std::int32_t)       \
+    X(sint64, SINT64, Sint64, std::int64_t)       \
+    X(int32, INT32, Int32, std::int32_t)          \
+    X(int64, INT64, Int64, std::int64_t)          \
+    X(fixed32, FIXED32, Fixed32, std::uint32_t)   \
+    X(fixed64, FIXED64, Fixed64, std::uint64_t)   \
+    X(sfixed32, SFIXED32, Sfixed32, std::int32_t) \
+    X(sfixed64, SFIXED64, Sfixed64, std::int64_t) \
+    X(float_value, FLOAT, Float, float)           \
+    X(double_value, DOUBLE, Double, double)       \
+    X(enumeration, ENUM, Enum, std::int32_t)
 
 struct foreign_inner {
     std::int32_t level;   // 1, sint32
@@ -37,16 +37,16 @@ struct foreign_inner {
 };
 
 struct foreign_all {
-#define FOREIGN_MEMBER(name, kind, Member) Member one_##name;
+#define FOREIGN_MEMBER(name, kind, Kind, Member) Member one_##name;
     FOREIGN_SCALARS(FOREIGN_MEMBER)
 #undef FOREIGN_MEMBER
-#define FOREIGN_MEMBER(name, kind, Member) \
-    Member* some_##name;                   \
+#define FOREIGN_MEMBER(name, kind, Kind, Member) \
+    Member* some_##name;                         \
     std::uint32_t some_##name##_count;
     FOREIGN_SCALARS(FOREIGN_MEMBER)
 #undef FOREIGN_MEMBER
-#define FOREIGN_MEMBER(name, kind, Member) \
-    Member* packed_##name;                 \
+#define FOREIGN_MEMBER(name, kind, Kind, Member) \
+    Member* packed_##name;                       \
     std::uint32_t packed_##name##_count;
     FOREIGN_SCALARS(FOREIGN_MEMBER)
 #undef FOREIGN_MEMBER

@@ -404,7 +404,7 @@ private:
     std::int32_t get_element(const ScalarForm& form, char* array, std::uint64_t* count) {
         const std::int32_t code = get_scalar(form, array != nullptr ? array + *count * form.size : nullptr);
         if (code == 0) ++*count;
-        return code == 0 && *count > UINT32_MAX ? -1 : code;
+        return code;
     }
 
     // Goes over a run of fields of this number, the first one's tag read: into an array, or to count if it is null.
@@ -440,6 +440,7 @@ private:
         const std::uint64_t start = position_;
         std::uint64_t count = 0;
         if (const std::int32_t code = get_run(field, form, wire_type, nullptr, &count); code != 0) return code;
+        if (count > UINT32_MAX) return -1;
         if (count == 0) return 0;
         char* array = new_array(field, count, form.size);
         if (array == nullptr) return -4;
