@@ -107,8 +107,8 @@ const std::uint8_t* check_undescribed(Check& check, const Place* place, const st
         type = check.identifier;
     }
     if (at == end) return at;
-    return (type->flags & has_other_kinds) != 0 ? check_message<Kinds::all>(check, type, place, at, end)
-                                                : check_message<Kinds::own>(check, type, place, at, end);
+    return (type->flags & VESK_TYPE_OTHER_KINDS) != 0 ? check_message<Kinds::all>(check, type, place, at, end)
+                                                      : check_message<Kinds::own>(check, type, place, at, end);
 }
 
 // What a nested message or element holds; `tag` is the position of its tag.

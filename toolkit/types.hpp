@@ -13,9 +13,6 @@ namespace vesk {
 // The description of the entity identifier, by its library itself; null if it has none.
 inline const vesk_type* describe_elsewhere() { return &vesk_drin_eid_st_type; }
 
-// A flag of a type: it has fields of kinds above VESK_KIND_LIST.
-inline constexpr std::uint16_t has_other_kinds = 4;
-
 constexpr bool is_elsewhere(const vesk_type* type) { return (type->flags & VESK_TYPE_ELSEWHERE) != 0; }
 
 // Whether a type of another library is the entity identifier; its name says so. One that is not is opaque: nobody here

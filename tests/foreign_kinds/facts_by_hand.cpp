@@ -8,7 +8,6 @@ namespace vesk::test {
 namespace {
 
 constexpr std::uint32_t highest_in_the_index = 63;
-constexpr std::uint16_t other_kinds = 4;  // flag of a type that has kinds above VESK_KIND_LIST
 
 using interpreter::TableKind;
 
@@ -111,7 +110,7 @@ FactsByHand::FactsByHand(const std::vector<TypeByHand>& types) {
             row->size_offset = static_cast<std::uint32_t>(field.size_offset);
             row->presence_bit = static_cast<std::uint16_t>(bit);
             row->kind = field.kind;
-            if (field.kind > VESK_KIND_LIST) type->flags |= other_kinds;
+            if (field.kind > VESK_KIND_LIST) type->flags |= VESK_TYPE_OTHER_KINDS;
             if (field.number > highest_in_the_index) {
                 type->flags |= VESK_TYPE_SPARSE;
             } else {
