@@ -121,6 +121,7 @@ bool Drawing::fill_field(const FieldInfo& field, void* message, unsigned depth, 
             fill(*field.nested, static_cast<std::uint8_t*>(message) + field.offset, depth + 1);
             return true;
         case Kind::list: return fill_list(field, message, depth, elements);
+        default: break;  // a kind that messages of others alone have
     }
     return false;
 }
