@@ -102,6 +102,7 @@ public:
             case Kind::bytes: return shorten<std::uint64_t>(field, message);
             case Kind::list: return shorten<std::uint32_t>(field, message);
             case Kind::message: return;
+            default: return;  // a kind that messages of others alone have
         }
     }
 

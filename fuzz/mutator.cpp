@@ -206,6 +206,7 @@ private:
             case Kind::bytes: return test::message_field(info.number, text());
             case Kind::message: return test::message_field(info.number, new_message(*info.nested, depth - 1));
             case Kind::list: break;
+            default: return unknown_field();  // a kind that messages of others alone have
         }
         Bytes run;
         for (std::uint64_t i = random_.below(3) + 1; i != 0; --i) {
