@@ -12,9 +12,9 @@
  * without content are not.
  *
  * Of messages of others, which their own table describes: float and double are printed with the fewest digits that are
- * read back as the same value, those that are no number or not finite as the mapping says, "NaN", and as the text format
- * does, nan; an enum is a number in both directions, since a table has no names of its values; a repeated field is an
- * array, or a line for each element.
+ * read back as the same value, those that are no number or not finite as the mapping says, "NaN", and as the text
+ * format does, nan; an enum is a number in both directions, since a table has no names of its values; a repeated field
+ * is an array, or a line for each element.
  *
  * An entity identifier is printed and parsed by the description that its library has of itself, as the stand-in's; see
  * vesk_toolkit.h. Where there is none, an identifier with content, or one that a text names, ends a call with
