@@ -2,7 +2,13 @@
 
 import pathlib
 
-SCALARS = {"uint32": "uint32_t", "uint64": "uint64_t", "bool": "uint8_t"}
+# What a field list calls a scalar kind, and its member's type.
+SCALARS = {"uint32": ("Uint32", "uint32_t"), "uint64": ("Uint64", "uint64_t"), "bool": ("Bool", "uint8_t"),
+           "sint32": ("Sint32", "int32_t"), "sint64": ("Sint64", "int64_t"), "int32": ("Int32", "int32_t"),
+           "int64": ("Int64", "int64_t"), "fixed32": ("Fixed32", "uint32_t"), "fixed64": ("Fixed64", "uint64_t"),
+           "sfixed32": ("Sfixed32", "int32_t"), "sfixed64": ("Sfixed64", "int64_t"), "float": ("Float", "float"),
+           "double": ("Double", "double"), "enum": ("Enum", "int32_t")}
+BY_MEMBER = {"uint32", "uint64", "bool"}  # kinds that follow from the type of their member
 
 
 def read_types(path):
@@ -27,7 +33,11 @@ def members(field):
         return [f"uint8_t *{name}", f"uint64_t {name}_length"]
     if kind == "list":
         return [f"{nested} *{name}", f"uint32_t {name}_count"]
-    return [f"{SCALARS.get(kind, nested)} {name}"]
+    if "_" in kind:
+        element = kind.split("_")[1]
+        elements = {"string": "char *", "bytes": "vesk_bytes"}
+        return [f"{elements.get(element) or SCALARS[element][1]} *{name}", f"uint32_t {name}_count"]
+    return [f"{SCALARS[kind][1] if kind in SCALARS else nested} {name}"]
 
 
 def structure(type_name, presence_bytes, fields):
@@ -45,6 +55,13 @@ def field_word(type_name, field):
         return f"bytes<{number}>(&{type_name}::{name}, &{type_name}::{name}_length)"
     if kind == "list":
         return f"list<{number}>(&{type_name}::{name}, &{type_name}::{name}_count)"
+    if "_" in kind:
+        word, element = kind.split("_")
+        word = {"string": f"strings<{number}>", "bytes": f"blobs<{number}>"}.get(element) or (
+            f"{word}<{number}, {SCALARS[element][0]}>")
+        return f"{word}(&{type_name}::{name}, &{type_name}::{name}_count)"
+    if kind in SCALARS and kind not in BY_MEMBER:
+        return f"scalar<{number}, {SCALARS[kind][0]}>(&{type_name}::{name})"
     return f"field<{number}>(&{type_name}::{name})"
 
 

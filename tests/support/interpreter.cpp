@@ -676,7 +676,9 @@ void release_repeated(const TableField& field, void* message, vesk_release relea
     const std::uint32_t count = load<std::uint32_t>(message, field.second_offset);
     for (std::uint32_t i = 0; owns && i < count; ++i) {
         char* block = load<char*>(array + i * element_size_of(field), 0);
-        if (block != nullptr) release_block(block, context);
+        if (block == nullptr) continue;
+        release_block(block, context);
+        store<void*>(array + i * element_size_of(field), 0, nullptr);  // whoever looks finds no block that is gone
     }
     release_block(array, context);
     store<void*>(message, field.offset, nullptr);

@@ -13,10 +13,13 @@ namespace {
 
 TableKind kind_of(const std::string& word) {
     static const std::map<std::string, TableKind> kinds = {
-        {"uint32", TableKind::uint32}, {"uint64", TableKind::uint64}, {"bool", TableKind::boolean},
-        {"string", TableKind::string}, {"bytes", TableKind::bytes},   {"message", TableKind::message},
-        {"list", TableKind::list}};
-    return kinds.at(word);
+        {"uint32", TableKind::uint32},   {"uint64", TableKind::uint64},     {"bool", TableKind::boolean},
+        {"string", TableKind::string},   {"bytes", TableKind::bytes},       {"message", TableKind::message},
+        {"list", TableKind::list},       {"sint32", TableKind::sint32},     {"sint64", TableKind::sint64},
+        {"int32", TableKind::int32},     {"int64", TableKind::int64},       {"fixed32", TableKind::fixed32},
+        {"fixed64", TableKind::fixed64}, {"sfixed32", TableKind::sfixed32}, {"sfixed64", TableKind::sfixed64},
+        {"float", TableKind::float32},   {"double", TableKind::float64},    {"enum", TableKind::enumeration}};
+    return kinds.at(word.substr(word.find('_') + 1));
 }
 
 std::map<std::string, TableType> read_types() {
@@ -34,8 +37,8 @@ std::map<std::string, TableType> read_types() {
             const Row& row = type.rows[i];
             const bool has_entry = !row.nested.empty() && row.nested != entity_identifier().name;
             const TableType* nested = has_entry ? &types[row.nested] : nullptr;
-            entry.fields.push_back(
-                {row.number, kind_of(row.kind), row.bit, nested, layout.offsets[i], layout.second_offsets[i]});
+            entry.fields.push_back({row.number, kind_of(row.kind), row.bit, nested, layout.offsets[i],
+                                    layout.second_offsets[i], is_repeated(row), row.kind.starts_with("packed_")});
         }
     }
     return types;

@@ -42,24 +42,16 @@ void RandomMessage::fill(const TypeInfo& type, void* message) {
 void RandomMessage::fill_field(const FieldInfo& field, void* message, bool wanted) {
     if (field.kind == Kind::message) return fill(*field.nested, static_cast<std::uint8_t*>(message) + field.offset);
     if (!wanted) return;
+    if (is_scalar_kind(field.kind)) return store_scalar(field.kind, message, field.offset, scalar(field.kind));
     switch (field.kind) {
-        case Kind::uint32: return store(message, field.offset, static_cast<std::uint32_t>(number()));
-        case Kind::uint64: return store(message, field.offset, number());
-        case Kind::boolean: return store(message, field.offset, static_cast<std::uint8_t>(below(wild_ ? 256 : 2)));
-        case Kind::string: {
-            if (chance(10)) return;
-            const std::size_t length = content_length();
-            std::uint8_t* text = new_block(length + 1);
-            std::generate_n(text, length, [&] { return static_cast<std::uint8_t>(1 + below(255)); });
-            return store(message, field.offset, text);
-        }
+        case Kind::string:
+            if (!chance(10)) store(message, field.offset, new_text());
+            return;
         case Kind::bytes: {
             if (chance(10)) return;
-            const std::size_t length = content_length();
-            std::uint8_t* data = new_block(length);
-            std::generate_n(data, length, [&] { return static_cast<std::uint8_t>(random_()); });
-            store(message, field.offset, data);
-            return store(message, field.second_offset, std::uint64_t{length});
+            const vesk_bytes data = new_data();
+            store(message, field.offset, data.data);
+            return store(message, field.second_offset, data.length);
         }
         case Kind::list: {
             const std::size_t count = below(4);
@@ -69,9 +61,53 @@ void RandomMessage::fill_field(const FieldInfo& field, void* message, bool wante
             store(message, field.offset, array);
             return store(message, field.second_offset, static_cast<std::uint32_t>(count));
         }
-        case Kind::message: return;
-        default: break;  // a kind that messages of others alone have
+        case Kind::repeated:
+        case Kind::strings:
+        case Kind::blobs: return fill_repeated(field, message);
+        default: return;
     }
+}
+
+// Of strings and bytes, some are null; but not where what is decoded is to be as what was sent.
+void RandomMessage::fill_repeated(const FieldInfo& field, void* message) {
+    const std::size_t count = chance(5) ? 100 + below(100) : below(4);
+    if (count == 0) return;
+    const std::size_t size = field.kind == Kind::repeated  ? size_of_scalar(field.element)
+                             : field.kind == Kind::strings ? sizeof(char*)
+                                                           : sizeof(vesk_bytes);
+    std::uint8_t* const array = new_block(count * size);
+    for (std::size_t i = 0; i < count; ++i) {
+        if (field.kind == Kind::repeated) {
+            store_scalar(field.element, array, i * size, scalar(field.element));
+        } else if (wild_ && chance(10)) {
+            continue;
+        } else if (field.kind == Kind::strings) {
+            store(array, i * size, new_text());
+        } else {
+            store(array, i * size, new_data());
+        }
+    }
+    store(message, field.offset, array);
+    store(message, field.second_offset, static_cast<std::uint32_t>(count));
+}
+
+std::uint64_t RandomMessage::scalar(Kind kind) {
+    if (kind == Kind::boolean) return below(wild_ ? 256 : 2);
+    return kind >= Kind::sint32 && chance(20) ? 0 - below(1000) : number();  // near 0, from below
+}
+
+char* RandomMessage::new_text() {
+    const std::size_t length = content_length();
+    std::uint8_t* const text = new_block(length + 1);
+    std::generate_n(text, length, [&] { return static_cast<std::uint8_t>(1 + below(255)); });
+    return reinterpret_cast<char*>(text);
+}
+
+vesk_bytes RandomMessage::new_data() {
+    const std::size_t length = content_length();
+    std::uint8_t* const data = new_block(length);
+    std::generate_n(data, length, [&] { return static_cast<std::uint8_t>(random_()); });
+    return {data, length};
 }
 
 // Mostly short, now and then empty or with a length of two bytes.

@@ -18,8 +18,8 @@ enum class Amount {
 };
 
 // Sets members with and without their presence bits, as a careless caller might: strings null, empty, short and long,
-// numbers of every width, lists of no to three elements, values whose bit is clear. There is never a length without a
-// pointer.
+// numbers of every width, lists of no to three elements, now and then a hundred numbers, values whose bit is clear.
+// There is never a length without a pointer.
 class RandomMessage {
 public:
     RandomMessage(const TypeInfo& type, std::uint64_t seed, Amount amount);
@@ -30,6 +30,10 @@ public:
 private:
     void fill(const TypeInfo& type, void* message);
     void fill_field(const FieldInfo& field, void* message, bool wanted);
+    void fill_repeated(const FieldInfo& field, void* message);
+    std::uint64_t scalar(Kind kind);
+    char* new_text();
+    vesk_bytes new_data();
     std::uint64_t number() { return chance(3) ? ~std::uint64_t{0} : random_() >> random_() % 64; }
     std::uint64_t below(std::uint64_t limit) { return random_() % limit; }
     bool chance(unsigned percent) { return below(100) < percent; }

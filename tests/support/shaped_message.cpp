@@ -22,12 +22,6 @@ void mark_field(const TypeInfo& type, void* message, std::size_t index) {
     store(message, byte, static_cast<std::uint8_t>(load<std::uint8_t>(message, byte) | 1u << index % 8));
 }
 
-void store_scalar(const FieldInfo& field, void* message, std::uint64_t value) {
-    if (field.kind == Kind::uint64) return store(message, field.offset, value);
-    if (field.kind == Kind::uint32) return store(message, field.offset, static_cast<std::uint32_t>(value));
-    store(message, field.offset, static_cast<std::uint8_t>(value));
-}
-
 }  // namespace
 
 ShapedMessage::ShapedMessage(const TypeInfo& type) : type_(type), message_(type) {
@@ -43,7 +37,7 @@ void ShapedMessage::unmark(std::size_t index) {
 }
 
 void ShapedMessage::set_scalar(std::size_t index, std::uint64_t value) {
-    store_scalar(type_.fields[index], message_.get(), value);
+    store_scalar(type_.fields[index].kind, message_.get(), type_.fields[index].offset, value);
     mark(index);
 }
 
@@ -62,6 +56,25 @@ void ShapedMessage::set_content(const FieldInfo& field, void* message, std::size
 
 void ShapedMessage::fill(const Filling& filling) { fill(type_, message_.get(), filling); }
 
+void ShapedMessage::fill_repeated(const FieldInfo& field, void* message, const Filling& filling) {
+    const std::size_t size = field.kind == Kind::repeated  ? size_of_scalar(field.element)
+                             : field.kind == Kind::strings ? sizeof(char*)
+                                                           : sizeof(vesk_bytes);
+    blocks_.push_back(std::make_unique<std::uint8_t[]>(filling.elements * size));
+    std::uint8_t* const array = blocks_.back().get();
+    store(message, field.offset, array);
+    store(message, field.second_offset, filling.elements);
+    for (std::size_t i = 0; i < filling.elements; ++i) {
+        if (field.kind == Kind::repeated) {
+            store_scalar(field.element, array, i * size, filling.scalar);
+        } else {
+            const Kind kind = field.kind == Kind::strings ? Kind::string : Kind::bytes;
+            set_content({field.number, kind, i * size, i * size + offsetof(vesk_bytes, length), nullptr}, array,
+                        filling.content_length);
+        }
+    }
+}
+
 void ShapedMessage::fill(const TypeInfo& type, void* message, const Filling& filling) {
     for (std::size_t index = 0; index < type.fields.size(); ++index) {
         const FieldInfo& field = type.fields[index];
@@ -79,7 +92,9 @@ void ShapedMessage::fill(const TypeInfo& type, void* message, const Filling& fil
                 fill(element, element_at(array, element, i), filling);
             }
         } else if (is_scalar_kind(field.kind)) {
-            store_scalar(field, message, filling.scalar);
+            store_scalar(field.kind, message, field.offset, filling.scalar);
+        } else if (is_repeated_kind(field.kind)) {
+            fill_repeated(field, message, filling);
         } else {
             set_content(field, message, filling.content_length);
         }

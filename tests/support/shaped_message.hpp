@@ -9,13 +9,11 @@
 
 namespace vesk::test {
 
-inline bool is_scalar_kind(Kind kind) { return kind == Kind::uint32 || kind == Kind::uint64 || kind == Kind::boolean; }
-
 // What every field of a message is set to, nested ones and elements included.
 struct Filling {
     std::uint64_t scalar;        // of which a member keeps what it can hold
     std::size_t content_length;  // of strings and bytes fields
-    std::uint32_t elements = 1;  // of a list
+    std::uint32_t elements = 1;  // of a list or repeated field
 };
 
 class ShapedMessage {
@@ -37,6 +35,7 @@ public:
 
 private:
     void fill(const TypeInfo& type, void* message, const Filling& filling);
+    void fill_repeated(const FieldInfo& field, void* message, const Filling& filling);
     void set_content(const FieldInfo& field, void* message, std::size_t length);
 
     const TypeInfo& type_;

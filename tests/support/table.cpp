@@ -1,6 +1,7 @@
 #include "tests/support/table.hpp"
 
 #include <algorithm>
+#include <map>
 #include <sstream>
 #include <stdexcept>
 
@@ -50,9 +51,15 @@ Extent nested_extent(const Table& table, const std::string& name) {
 }
 
 Extent first_member(const Table& table, const Row& row) {
-    if (row.kind == "uint32") return extent_of<std::uint32_t>;
-    if (row.kind == "uint64") return extent_of<std::uint64_t>;
-    if (row.kind == "bool") return extent_of<std::uint8_t>;
+    static const std::map<std::string, Extent> scalars = {
+        {"uint32", extent_of<std::uint32_t>},  {"uint64", extent_of<std::uint64_t>},
+        {"bool", extent_of<std::uint8_t>},     {"sint32", extent_of<std::int32_t>},
+        {"sint64", extent_of<std::int64_t>},   {"int32", extent_of<std::int32_t>},
+        {"int64", extent_of<std::int64_t>},    {"fixed32", extent_of<std::uint32_t>},
+        {"fixed64", extent_of<std::uint64_t>}, {"sfixed32", extent_of<std::int32_t>},
+        {"sfixed64", extent_of<std::int64_t>}, {"float", extent_of<float>},
+        {"double", extent_of<double>},         {"enum", extent_of<std::int32_t>}};
+    if (const auto scalar = scalars.find(row.kind); scalar != scalars.end()) return scalar->second;
     if (row.kind == "message") return nested_extent(table, row.nested);
     return extent_of<void*>;
 }
@@ -104,6 +111,8 @@ const Type& entity_identifier() {
     return type;
 }
 
+bool is_repeated(const Row& row) { return row.kind.starts_with("repeated_") || row.kind.starts_with("packed_"); }
+
 std::string to_string(const Row& row) {
     const std::string nested = row.nested.empty() ? "" : " " + row.nested;
     return std::to_string(row.number) + " " + row.name + " " + row.kind + nested + ", bit " + std::to_string(row.bit);
@@ -115,7 +124,7 @@ Layout layout_of(const Table& table, const Type& type) {
         layout.offsets.push_back(append(layout, first_member(table, row)));
         std::size_t second = 0;
         if (row.kind == "bytes") second = append(layout, extent_of<std::uint64_t>);
-        if (row.kind == "list") second = append(layout, extent_of<std::uint32_t>);
+        if (row.kind == "list" || is_repeated(row)) second = append(layout, extent_of<std::uint32_t>);
         layout.second_offsets.push_back(second);
     }
     layout.presence_offset = append(layout, {type.presence_bytes, 1});

@@ -12,7 +12,10 @@ namespace vesk::test {
 struct Row {
     std::uint32_t number;
     std::string name;
-    std::string kind;  // uint32 uint64 bool string bytes message list
+    // uint32 uint64 bool string bytes message list; in messages of others also sint32 sint64 int32 int64 fixed32
+    // fixed64 sfixed32 sfixed64 float double enum, and any of them, string or bytes with repeated_ or packed_ before
+    // it.
+    std::string kind;
     std::uint32_t bit;
     std::string nested;  // the type of a message or list; else empty
 };
@@ -41,6 +44,8 @@ const Type& entity_identifier();
 // "2 f2 string, bit 1" or "1 eid message drin_eid_st, bit 0".
 std::string to_string(const Row& row);
 
+bool is_repeated(const Row& row);
+
 // What a member or a structure takes.
 struct Extent {
     std::size_t size;
@@ -49,7 +54,7 @@ struct Extent {
 
 struct Layout {
     std::vector<std::size_t> offsets;         // of each row's first member
-    std::vector<std::size_t> second_offsets;  // of a bytes field's length or a list's count; else 0
+    std::vector<std::size_t> second_offsets;  // of a bytes field's length, a list's or repeated field's count; else 0
     std::size_t presence_offset = 0;
     Extent whole{0, 1};
 };

@@ -44,7 +44,14 @@ FieldInfo describe_field() {
     constexpr auto field = field_of<T, Index>;
     constexpr Kind kind = kind_of<T, Index>;
     FieldInfo info{number_of<T, Index>, kind, 0, 0, nullptr};
-    if constexpr (kind == Kind::list) {
+    if constexpr (is_repeated_kind(kind)) {
+        info.offset = offset_of(field.array);
+        info.second_offset = offset_of(field.count);
+        if constexpr (kind == Kind::repeated) {
+            info.element = TagOf<T, Index>::Scalar::kind;
+            info.packed = TagOf<T, Index>::is_packed;
+        }
+    } else if constexpr (kind == Kind::list) {
         info.offset = offset_of(field.array);
         info.second_offset = offset_of(field.count);
         info.nested = &type_info<std::remove_pointer_t<std::remove_cvref_t<decltype(T{}.*field.array)>>>();
@@ -110,24 +117,56 @@ void visit_fields(const TypeInfo& type, const void* message, OnField on_field, O
 }
 
 bool is_zero(const void* message, const FieldInfo& field) {
+    if (is_scalar_kind(field.kind)) return load_scalar(field.kind, message, field.offset) == 0;
     switch (field.kind) {
-        case Kind::uint32: return load<std::uint32_t>(message, field.offset) == 0;
-        case Kind::uint64: return load<std::uint64_t>(message, field.offset) == 0;
-        case Kind::boolean: return load<std::uint8_t>(message, field.offset) == 0;
         case Kind::string: return load<void*>(message, field.offset) == nullptr;
         case Kind::bytes:
             return load<void*>(message, field.offset) == nullptr &&
                    load<std::uint64_t>(message, field.second_offset) == 0;
-        case Kind::list:
+        case Kind::message: return true;  // visited by itself
+        default:
             return load<void*>(message, field.offset) == nullptr &&
                    load<std::uint32_t>(message, field.second_offset) == 0;
-        case Kind::message: return true;  // visited by itself
-        default: break;                   // a kind that messages of others alone have
     }
-    return false;
 }
 
 }  // namespace
+
+std::size_t size_of_scalar(Kind kind) {
+    switch (kind) {
+        case Kind::boolean: return 1;
+        case Kind::uint32:
+        case Kind::sint32:
+        case Kind::int32:
+        case Kind::fixed32:
+        case Kind::sfixed32:
+        case Kind::float32:
+        case Kind::enumeration: return 4;
+        case Kind::uint64:
+        case Kind::sint64:
+        case Kind::int64:
+        case Kind::fixed64:
+        case Kind::sfixed64:
+        case Kind::float64: return 8;
+        default: return 0;
+    }
+}
+
+std::uint64_t load_scalar(Kind kind, const void* message, std::size_t offset) {
+    switch (size_of_scalar(kind)) {
+        case 1: return load<std::uint8_t>(message, offset);
+        case 4: return load<std::uint32_t>(message, offset);
+        default: return load<std::uint64_t>(message, offset);
+    }
+}
+
+void store_scalar(Kind kind, void* message, std::size_t offset, std::uint64_t value) {
+    switch (size_of_scalar(kind)) {
+        case 1: return store(message, offset, static_cast<std::uint8_t>(value));
+        case 4: return store(message, offset, static_cast<std::uint32_t>(value));
+        default: return store(message, offset, value);
+    }
+}
 
 const std::vector<const TypeInfo*>& all_types() {
 #define VESK_TEST_INFO(T) &type_info<T>(),
@@ -165,7 +204,9 @@ bool is_full(const TypeInfo& type, const void* message) {
         type, message,
         [&](std::size_t index, const FieldInfo& field) {
             full = full && is_present(type, message, index);
-            if (field.kind == Kind::list) full = full && load<std::uint32_t>(message, field.second_offset) != 0;
+            if (field.kind == Kind::list || is_repeated_kind(field.kind)) {
+                full = full && load<std::uint32_t>(message, field.second_offset) != 0;
+            }
         },
         [&](const TypeInfo& nested, const void* member) { full = full && is_full(nested, member); });
     return full;
@@ -176,9 +217,16 @@ std::vector<const void*> owned_blocks(const TypeInfo& type, const void* message)
     visit_fields(
         type, message,
         [&](std::size_t, const FieldInfo& field) {
-            if (field.kind != Kind::string && field.kind != Kind::bytes && field.kind != Kind::list) return;
+            if (is_scalar_kind(field.kind) || field.kind == Kind::message) return;
             const void* block = load<void*>(message, field.offset);
-            if (block != nullptr) blocks.push_back(block);
+            if (block == nullptr) return;
+            blocks.push_back(block);
+            if (field.kind != Kind::strings && field.kind != Kind::blobs) return;
+            const std::size_t step = field.kind == Kind::strings ? sizeof(char*) : sizeof(vesk_bytes);
+            for (std::uint32_t i = 0; i < load<std::uint32_t>(message, field.second_offset); ++i) {
+                const void* element = load<void*>(block, i * step);
+                if (element != nullptr) blocks.push_back(element);
+            }
         },
         [&](const TypeInfo& nested, const void* member) {
             const std::vector<const void*> inner = owned_blocks(nested, member);

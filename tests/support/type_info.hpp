@@ -21,9 +21,25 @@ struct FieldInfo {
     std::uint32_t number;
     Kind kind;
     std::size_t offset;
-    std::size_t second_offset;  // of a bytes field's length or a list's count; else 0
+    std::size_t second_offset;  // of a bytes field's length, a list's or repeated field's count; else 0
     const TypeInfo* nested;     // of a nested message or of a list's elements; else null
+    Kind element = kind;        // of a repeated field of scalars: what they are
+    bool packed = false;
 };
+
+// The size of a scalar kind's member; 0 for any other kind.
+std::size_t size_of_scalar(Kind kind);
+inline bool is_scalar_kind(Kind kind) { return size_of_scalar(kind) != 0; }
+
+// True for scalars, strings or bytes of which a field has any number.
+constexpr bool is_repeated_kind(Kind kind) {
+    return kind == Kind::repeated || kind == Kind::strings || kind == Kind::blobs;
+}
+
+// True for a scalar that is a varint on the wire.
+inline bool is_varint_kind(Kind kind) {
+    return is_scalar_kind(kind) && (kind < Kind::fixed32 || kind == Kind::enumeration);
+}
 
 struct TypeInfo {
     std::string name;  // "pem_data"
@@ -61,6 +77,10 @@ void store(void* message, std::size_t offset, Member member) {
     std::memcpy(static_cast<std::uint8_t*>(message) + offset, &member, sizeof member);
 }
 
+// A scalar as the bits of its member; of what is stored, those that fit.
+std::uint64_t load_scalar(Kind kind, const void* message, std::size_t offset);
+void store_scalar(Kind kind, void* message, std::size_t offset, std::uint64_t value);
+
 inline const std::uint8_t* member_at(const void* message, std::size_t offset) {
     return static_cast<const std::uint8_t*>(message) + offset;
 }
@@ -77,7 +97,8 @@ bool is_clear(const TypeInfo& type, const void* message);
 // True if every field is present, in nested messages and list elements too, and no list is empty.
 bool is_full(const TypeInfo& type, const void* message);
 
-// Every block that the message owns if it was decoded or duplicated: strings, bytes fields and lists, nested ones too.
+// Every block that the message owns if it was decoded or duplicated: strings, bytes fields, lists and repeated fields
+// with their elements, nested ones too.
 std::vector<const void*> owned_blocks(const TypeInfo& type, const void* message);
 
 // The encoding in a buffer of exactly its length, as `encoded` gives it for a type known to the compiler.

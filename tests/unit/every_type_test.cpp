@@ -136,6 +136,10 @@ void find_contents(const TypeInfo& type, const Bytes& bytes, Range message, std:
         std::uint32_t tag = 0;
         std::uint64_t value = 0;
         at = read_varint32(at, end, &tag);
+        if (wire_type_of_tag(tag) == fixed32_type || wire_type_of_tag(tag) == fixed64_type) {
+            at += wire_type_of_tag(tag) == fixed32_type ? 4 : 8;
+            continue;
+        }
         if (at != nullptr) at = read_long_varint64(at, end, &value);
         ASSERT_NE(at, nullptr) << to_hex(bytes);
         if (wire_type_of_tag(tag) == varint_type) continue;
@@ -146,7 +150,7 @@ void find_contents(const TypeInfo& type, const Bytes& bytes, Range message, std:
         const std::size_t start = static_cast<std::size_t>(at - bytes.data());
         if (field->nested != nullptr) {
             find_contents(*field->nested, bytes, {start, start + static_cast<std::size_t>(value)}, contents);
-        } else {
+        } else if (field->kind != Kind::repeated) {
             contents.push_back({start, start + static_cast<std::size_t>(value)});
         }
         at += value;
@@ -249,9 +253,26 @@ bool owns_block(const FieldInfo& field, const void* message) {
     switch (field.kind) {
         case Kind::string: return load<void*>(message, field.offset) != nullptr;
         case Kind::bytes: return load<std::uint64_t>(message, field.second_offset) != 0;
-        case Kind::list: return load<std::uint32_t>(message, field.second_offset) != 0;
+        case Kind::list:
+        case Kind::repeated:
+        case Kind::strings:
+        case Kind::blobs: return load<std::uint32_t>(message, field.second_offset) != 0;
         default: return false;
     }
+}
+
+// How many strings or bytes of a repeated field the copy lacks.
+int count_lost_elements(const FieldInfo& field, const void* source, const void* copy) {
+    if (field.kind != Kind::strings && field.kind != Kind::blobs) return 0;
+    const Kind kind = field.kind == Kind::strings ? Kind::string : Kind::bytes;
+    const std::size_t step = field.kind == Kind::strings ? sizeof(char*) : sizeof(vesk_bytes);
+    int lost = 0;
+    for (std::size_t i = 0; i < load<std::uint32_t>(source, field.second_offset); ++i) {
+        const FieldInfo element{0, kind, i * step, i * step + offsetof(vesk_bytes, length), nullptr};
+        lost += owns_block(element, load<void*>(source, field.offset)) &&
+                !owns_block(element, load<void*>(copy, field.offset));
+    }
+    return lost;
 }
 
 // How many strings, bytes fields and lists the copy lacks, nested ones included. Expects that these are empty and not
@@ -266,6 +287,8 @@ int count_lost(const TypeInfo& type, const void* source, const void* copy) {
         if (is_lost) {
             EXPECT_EQ(load<void*>(copy, field.offset), nullptr) << type.name << " field " << field.number;
             ++lost;
+        } else if (is_repeated_kind(field.kind)) {
+            lost += count_lost_elements(field, source, copy);
         } else if (field.kind == Kind::message) {
             lost += count_lost(*field.nested, member_at(source, field.offset), member_at(copy, field.offset));
         } else if (field.kind == Kind::list) {
