@@ -14,8 +14,8 @@ std::string kind_in_words(const Field& field) {
         case Kind::bytes: return "bytes";
         case Kind::message: return "message [" + field.nested + "](#" + field.nested + ")";
         case Kind::list: return "list of [" + field.nested + "](#" + field.nested + ")";
+        default: return {};  // only in the messages of others
     }
-    return {};
 }
 
 std::string links(const std::vector<std::string>& names) {

@@ -1,6 +1,6 @@
 // protoc-gen-vesk: a protoc plugin that turns a .proto file into a C header, the C++ field lists and the export lines.
 //
-//     protoc --plugin=protoc-gen-vesk --vesk_out=prefix=vesk,imported=other.proto:OUT records.proto
+//     protoc --vesk_out=OUT records.proto
 //
 // It describes messages and knows no rule of the wire: those stand in runtime/.
 #include <google/protobuf/compiler/plugin.h>

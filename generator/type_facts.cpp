@@ -29,6 +29,7 @@ void place_field(Facts& facts, const Field& field, const FactsByType& known, std
             const Facts& nested = known.at(field.nested);
             return place(facts, nested.size, nested.alignment);
         }
+        default: return;  // only in the messages of others
     }
 }
 
