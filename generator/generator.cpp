@@ -41,7 +41,10 @@ void write_house(google::protobuf::compiler::GeneratorContext* context,
 }
 
 void write_library(google::protobuf::compiler::GeneratorContext* context, const Library& library) {
-    for (const Unit& unit : library.units) write_unit(context, unit);
+    for (const Unit& unit : library.units) {
+        write_unit(context, unit);
+        write_file(context, unit.name + ".hpp", print_view(unit, library.name));
+    }
     write_file(context, library.name + "_types.h", print_types_header(library));
     write_file(context, library.name + "_types.cpp", print_types(library));
     write_file(context, library.name + "_sources.cpp", print_sources(library));

@@ -14,6 +14,7 @@ namespace vesk::generator {
 //   FILE_members.inc   members for the view
 //   FILE_exports.cpp   one export line per message
 //   FILE.symbols       the names of the exported functions, one per line
+//   FILE.hpp           the messages for the view
 // and, for all of them together, LIBRARY_types.h, LIBRARY_types.cpp, LIBRARY_sources.cpp and LIBRARY.map.
 //
 // Parameters, separated by commas:

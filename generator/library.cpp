@@ -83,7 +83,8 @@ std::string print_sources(const Library& library) {
            library.name +
            "_runtime\n\n"
            "#include \"runtime/decode.cpp\"\n#include \"runtime/draft.cpp\"\n#include \"runtime/duplicate.cpp\"\n"
-           "#include \"runtime/encode.cpp\"\n#include \"runtime/release.cpp\"\n#include \"runtime/repeated.cpp\"\n#include \"runtime/wire.cpp\"\n" +
+           "#include \"runtime/encode.cpp\"\n#include \"runtime/release.cpp\"\n#include "
+           "\"runtime/repeated.cpp\"\n#include \"runtime/wire.cpp\"\n" +
            include_each(library, "_exports.cpp") + "#include \"" + library.name + "_types.cpp\"\n";
 }
 

@@ -329,6 +329,19 @@ std::string print_members(const Unit& unit) {
     return text;
 }
 
+std::string print_view(const Unit& unit, const std::string& library) {
+    std::string text = origin_in_cpp(unit) +
+                       "// Its messages for C++20: vesk::message<...>, as <vesk/vesk.hpp> says.\n" +
+                       "#pragma once\n\n#include <vesk/vesk.hpp>\n\n";
+    text += "#include \"" + library + "_types.h\"\n#include " + unit.header + "\n";
+    for (const std::string& header : unit.imported_headers) {
+        text += "#include " + header.substr(0, header.size() - 1) + "pp\"\n";  // ".h" is ".hpp"
+    }
+    return text + "\nnamespace vesk::detail {\n#define VESK_TYPE_OF(name) " + library +
+           "_type_named(name)\n#include \"" + unit.name +
+           "_members.inc\"\n#undef VESK_TYPE_OF\n}  // namespace vesk::detail\n";
+}
+
 std::string print_exports(const Unit& unit) {
     std::string text = origin_in_cpp(unit) + "#include " + unit.field_lists + "\n#include \"runtime/export.hpp\"\n\n";
     for (const Message& message : unit.messages) text += "VESK_EXPORT(" + message.name + ")\n";

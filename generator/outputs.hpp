@@ -16,6 +16,7 @@ std::string print_header(const Unit& unit);
 std::string print_fields(const Unit& unit);
 std::string print_names(const Unit& unit);
 std::string print_members(const Unit& unit);
+std::string print_view(const Unit& unit, const std::string& library);  // NAME.hpp; not for this repository's own
 std::string print_exports(const Unit& unit);
 std::string print_symbols(const Unit& unit);
 

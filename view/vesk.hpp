@@ -55,14 +55,17 @@ struct counted_field_of : field_of<T, Bit> {
     static constexpr auto count = Count;
 };
 
-#define VESK_MESSAGE(T)                                  \
-    template <>                                          \
-    struct functions<T> {                                \
-        static constexpr auto encode = T##_encode_ext;   \
-        static constexpr auto decode = T##_decode_ext;   \
-        static constexpr auto duplicate = T##_duplicate; \
-        static constexpr auto free = T##_free_ext;       \
-        static constexpr std::string_view name = #T;     \
+// The words of the generated lists of members, here and in the generated headers of other libraries, which find their
+// types in tables of their own.
+#define VESK_MESSAGE(T)                                                          \
+    template <>                                                                  \
+    struct functions<T> {                                                        \
+        static constexpr auto encode = T##_encode_ext;                           \
+        static constexpr auto decode = T##_decode_ext;                           \
+        static constexpr auto duplicate = T##_duplicate;                         \
+        static constexpr auto free = T##_free_ext;                               \
+        static constexpr std::string_view name = #T;                             \
+        static const vesk_type* describe() noexcept { return VESK_TYPE_OF(#T); } \
     };
 #define VESK_MEMBER(T, name, bit) \
     template <>                   \
@@ -70,12 +73,11 @@ struct counted_field_of : field_of<T, Bit> {
 #define VESK_MEMBER_WITH_COUNT(T, name, count, bit) \
     template <>                                     \
     struct field<&T::name> : counted_field_of<T, &T::count, bit> {};
+#define VESK_TYPE_OF(name) vesk_type_named(&name[sizeof "vesk_" - 1])  // there by its bare name
 #include <vesk/client_service_members.inc>
 #include <vesk/drin_eid_members.inc>
 #include <vesk/inventory_db_members.inc>
-#undef VESK_MESSAGE
-#undef VESK_MEMBER
-#undef VESK_MEMBER_WITH_COUNT
+#undef VESK_TYPE_OF
 
 template <class Pointer>
 struct member_pointer;
@@ -84,7 +86,7 @@ struct member_pointer<Type T::*> {
     using type = Type;
 };
 template <auto Member>
-using member_type = typename member_pointer<decltype(Member)>::type;
+using member_type = typename member_pointer<std::remove_cv_t<decltype(Member)>>::type;
 
 template <auto Member, class T>
 concept field_of_message = requires {
@@ -92,23 +94,44 @@ concept field_of_message = requires {
     requires std::same_as<typename field<Member>::structure, T>;
 };
 
-// A bytes field or a list.
+// A bytes field or a list. A list has elements of any kind: structures, numbers, flags, strings, vesk_bytes.
 template <auto Member>
 concept counted = requires {
     field<Member>::count;
 };
 
 template <auto Member>
-concept list = counted<Member> && !std::same_as<member_type<Member>, std::uint8_t*>;
+concept list = counted<Member> && std::same_as<member_type<field<Member>::count>, std::uint32_t>;
+template <auto Member>
+concept bytes = counted<Member> && !list<Member>;
 template <auto Member>
 using element_type = std::remove_pointer_t<member_type<Member>>;
 
-// Whether every value of a type is one of a field's: a flag takes bool alone, a number what is unsigned and not longer.
+// A number or an enumerator, as of the enumerations in generated headers.
+template <class Value>
+concept number = std::is_arithmetic_v<Value> ||(std::is_enum_v<Value>&& std::is_convertible_v<Value, std::int32_t>);
+
+// Whether every value of a type is one of a field's: a flag takes bool alone, a whole number what has no other values,
+// a number with a fraction what is not longer. An enumerator is a number of 32 bits with a sign.
 template <class Value, class Type>
-inline constexpr bool keeps =
-    std::same_as<Type, std::uint8_t>
-        ? std::same_as<Value, bool>
-        : std::unsigned_integral<Value> && !std::same_as<Value, bool> && sizeof(Value) <= sizeof(Type);
+constexpr bool keeps_every() {
+    if constexpr (std::same_as<Type, std::uint8_t>) {
+        return std::same_as<Value, bool>;
+    } else if constexpr (std::same_as<Value, bool>) {
+        return false;
+    } else if constexpr (std::is_enum_v<Value>) {
+        return std::same_as<Type, std::int32_t>;
+    } else if constexpr (std::floating_point<Type>) {
+        return std::floating_point<Value> && sizeof(Value) <= sizeof(Type);
+    } else if constexpr (std::integral<Value> && std::is_signed_v<Type> && !std::is_signed_v<Value>) {
+        return sizeof(Value) < sizeof(Type);
+    } else {
+        return std::integral<Value> && std::is_signed_v<Value> == std::is_signed_v<Type> &&
+               sizeof(Value) <= sizeof(Type);
+    }
+}
+template <class Value, class Type>
+inline constexpr bool keeps = keeps_every<Value, Type>();
 
 }  // namespace detail
 
@@ -117,6 +140,14 @@ template <class T>
 concept message_structure = requires {
     detail::functions<T>::encode;
 };
+
+namespace detail {
+
+// A list of messages.
+template <auto Member>
+concept message_list = list<Member> && message_structure<element_type<Member>>;
+
+}  // namespace detail
 
 // ==== Errors =========================================================================================================
 
@@ -221,6 +252,36 @@ Element* array_with(const memory& memory, const Element* old, std::size_t kept, 
     return array;
 }
 
+// Gives back what an element of a list owns.
+template <class Element>
+void release_element(const memory& memory, Element& element) noexcept {
+    if constexpr (message_structure<Element>) {
+        functions<Element>::free(&element, memory.release, memory.context, 0);
+    } else if constexpr (std::is_same_v<Element, char*>) {
+        if (element != nullptr) memory.release(element, memory.context);
+    } else if constexpr (std::is_same_v<Element, vesk_bytes>) {
+        if (element.data != nullptr) memory.release(element.data, memory.context);
+    }
+}
+
+// A copy with a NUL at its end. error::embedded_nul, VESK_NO_MEMORY: there is none.
+inline std::error_code copy_text(const memory& memory, std::string_view text, char*& copy) noexcept {
+    if (text.find('\0') != std::string_view::npos) return make_error_code(error::embedded_nul);
+    copy = static_cast<char*>(memory.alloc(text.size() + 1, memory.context));
+    if (copy == nullptr) return make_error_code(std::int32_t{VESK_NO_MEMORY});
+    if (!text.empty()) std::memcpy(copy, text.data(), text.size());
+    copy[text.size()] = '\0';
+    return {};
+}
+
+inline std::error_code copy_bytes(const memory& memory, std::span<const std::byte> bytes,
+                                  std::uint8_t*& copy) noexcept {
+    copy = static_cast<std::uint8_t*>(memory.alloc(bytes.size(), memory.context));
+    if (copy == nullptr) return make_error_code(std::int32_t{VESK_NO_MEMORY});
+    if (!bytes.empty()) std::memcpy(copy, bytes.data(), bytes.size());
+    return {};
+}
+
 }  // namespace detail
 
 // ==== Reading ========================================================================================================
@@ -231,7 +292,7 @@ class view;
 namespace detail {
 
 // What get returns: numbers as they are, a flag as bool, a string as a string_view, bytes as a span of bytes, a list as
-// a span of structures, a nested message as a view.
+// a span of its elements as they stand in the array, a nested message as a view.
 template <auto Member, class T>
 constexpr void check_member() {
     static_assert(field_of_message<Member, T>, "vesk: this is no field of the message");
@@ -242,10 +303,10 @@ auto value_of(const T& message) noexcept {
     using type = member_type<Member>;
     if constexpr (counted<Member>) {
         const auto count = message.*field<Member>::count;
-        if constexpr (std::is_same_v<type, std::uint8_t*>) {
+        if constexpr (bytes<Member>) {
             return std::span<const std::byte>(reinterpret_cast<const std::byte*>(message.*Member), count);
         } else {
-            return std::span<const std::remove_pointer_t<type>>(message.*Member, count);
+            return std::span<const element_type<Member>>(message.*Member, count);
         }
     } else if constexpr (std::is_same_v<type, char*>) {
         return message.*Member != nullptr ? std::string_view(message.*Member) : std::string_view();
@@ -328,10 +389,9 @@ public:
         return view<T>(*structure_).template get<Member>();
     }
 
-    // Sets a number or a flag and its presence bit. A number of another type that cannot hold the same values does not
-    // compile.
-    template <auto Member, class Value>
-    requires std::is_arithmetic_v<Value>
+    // Sets a number or a flag and its presence bit. A number of another type, whose values the field cannot all hold,
+    // does not compile.
+    template <auto Member, detail::number Value>
     void set(Value value) const noexcept {
         detail::check_member<Member, T>();
         if constexpr (detail::field_of_message<Member, T>) {
@@ -352,11 +412,8 @@ public:
         if constexpr (detail::field_of_message<Member, T>) {
             static_assert(std::is_same_v<detail::member_type<Member>, char*>, "vesk: the field is no string");
             if constexpr (std::is_same_v<detail::member_type<Member>, char*>) {
-                if (text.find('\0') != std::string_view::npos) return make_error_code(error::embedded_nul);
-                char* const copy = static_cast<char*>(memory_.alloc(text.size() + 1, memory_.context));
-                if (copy == nullptr) return make_error_code(std::int32_t{VESK_NO_MEMORY});
-                if (!text.empty()) std::memcpy(copy, text.data(), text.size());
-                copy[text.size()] = '\0';
+                char* copy;
+                if (const std::error_code failed = detail::copy_text(memory_, text, copy)) return failed;
                 replace<Member>(copy);
             }
         }
@@ -372,12 +429,10 @@ public:
     [[nodiscard]] std::error_code set(std::span<const std::byte> bytes) const noexcept {
         detail::check_member<Member, T>();
         if constexpr (detail::field_of_message<Member, T>) {
-            static_assert(std::is_same_v<detail::member_type<Member>, std::uint8_t*>,
-                          "vesk: the field is no bytes field");
-            if constexpr (std::is_same_v<detail::member_type<Member>, std::uint8_t*>) {
-                auto* const copy = static_cast<std::uint8_t*>(memory_.alloc(bytes.size(), memory_.context));
-                if (copy == nullptr) return make_error_code(std::int32_t{VESK_NO_MEMORY});
-                if (!bytes.empty()) std::memcpy(copy, bytes.data(), bytes.size());
+            static_assert(detail::bytes<Member>, "vesk: the field is no bytes field");
+            if constexpr (detail::bytes<Member>) {
+                std::uint8_t* copy;
+                if (const std::error_code failed = detail::copy_bytes(memory_, bytes, copy)) return failed;
                 replace<Member>(copy);
                 structure_->*detail::field<Member>::count = bytes.size();
             }
@@ -399,13 +454,13 @@ public:
         }
     }
 
-    // An element of a list, which has to be below its count.
+    // An element of a list of messages, which has to be below its count.
     template <auto Member>
     auto edit(std::size_t index) const noexcept {
         detail::check_member<Member, T>();
         if constexpr (detail::field_of_message<Member, T>) {
-            static_assert(detail::list<Member>, "vesk: the field is no list");
-            if constexpr (detail::list<Member>) {
+            static_assert(detail::message_list<Member>, "vesk: the field is no list of messages");
+            if constexpr (detail::message_list<Member>) {
                 return editor<detail::element_type<Member>>((structure_->*Member)[index], memory_);
             }
         }
@@ -431,10 +486,61 @@ public:
                     std::memset(static_cast<void*>(array + kept), 0, (count - kept) * sizeof(element));
                 }
                 for (std::size_t i = count; i < old_count; ++i) {
-                    detail::functions<element>::free(structure_->*Member + i, memory_.release, memory_.context, 0);
+                    detail::release_element(memory_, (structure_->*Member)[i]);
                 }
                 replace<Member>(array);
                 old_count = static_cast<std::uint32_t>(count);
+            }
+        }
+        return {};
+    }
+
+    // Sets an element of a list of numbers, flags, strings or bytes, which has to be below its count, as set does a
+    // field.
+    template <auto Member, detail::number Value>
+    void set(std::size_t index, Value value) const noexcept {
+        detail::check_member<Member, T>();
+        if constexpr (detail::field_of_message<Member, T>) {
+            static_assert(detail::list<Member>, "vesk: the field is no list");
+            if constexpr (detail::list<Member>) {
+                using element = detail::element_type<Member>;
+                static_assert(std::is_arithmetic_v<element>, "vesk: the list is not of numbers");
+                static_assert(detail::keeps<Value, element>, "vesk: the field's type does not hold every such number");
+                if constexpr (std::is_arithmetic_v<element>) {
+                    (structure_->*Member)[index] = static_cast<element>(value);
+                }
+            }
+        }
+    }
+    template <auto Member>
+    [[nodiscard]] std::error_code set(std::size_t index, std::string_view text) const noexcept {
+        detail::check_member<Member, T>();
+        if constexpr (detail::field_of_message<Member, T>) {
+            static_assert(std::is_same_v<detail::member_type<Member>, char**>, "vesk: the field is no list of strings");
+            if constexpr (std::is_same_v<detail::member_type<Member>, char**>) {
+                char* copy;
+                if (const std::error_code failed = detail::copy_text(memory_, text, copy)) return failed;
+                detail::release_element(memory_, (structure_->*Member)[index]);
+                (structure_->*Member)[index] = copy;
+            }
+        }
+        return {};
+    }
+    template <auto Member>
+    [[nodiscard]] std::error_code set(std::size_t index, const char* text) const noexcept {
+        return set<Member>(index, std::string_view(text));
+    }
+    template <auto Member>
+    [[nodiscard]] std::error_code set(std::size_t index, std::span<const std::byte> bytes) const noexcept {
+        detail::check_member<Member, T>();
+        if constexpr (detail::field_of_message<Member, T>) {
+            static_assert(std::is_same_v<detail::member_type<Member>, vesk_bytes*>,
+                          "vesk: the field is no list of bytes");
+            if constexpr (std::is_same_v<detail::member_type<Member>, vesk_bytes*>) {
+                std::uint8_t* copy;
+                if (const std::error_code failed = detail::copy_bytes(memory_, bytes, copy)) return failed;
+                detail::release_element(memory_, (structure_->*Member)[index]);
+                (structure_->*Member)[index] = {copy, bytes.size()};
             }
         }
         return {};
@@ -556,6 +662,10 @@ public:
     auto set(const Value& value) noexcept {
         return edit().template set<Member>(value);
     }
+    template <auto Member, class Value>
+    auto set(std::size_t index, const Value& value) noexcept {
+        return edit().template set<Member>(index, value);
+    }
     template <auto Member>
     auto edit() noexcept {
         return edit().template edit<Member>();
@@ -587,7 +697,7 @@ view(const editor<T>&) -> view<T>;
 // A list that grows: the structure has an array and a count, but no capacity, so the array grows here, in the memory of
 // the message that it is for, and goes into the message as a whole. What was not put into a message is given back.
 template <auto Member>
-requires detail::list<Member>
+requires detail::message_list<Member>
 class list_builder {
 public:
     using structure = typename detail::field<Member>::structure;
