@@ -4,7 +4,6 @@
 #ifndef VESK_PRINT_HPP
 #define VESK_PRINT_HPP
 
-#include <charconv>
 #include <ostream>
 #include <string>
 #include <version>
@@ -62,50 +61,24 @@ inline void print_nested(std::string& text, const vesk_type* type, const void* s
     text += text.back() == '{' ? "}" : " }";
 }
 
-template <class Value>
-std::size_t print_number(std::string& text, const void* value) {
-    char digits[32];  // of a fraction as many as it takes to read the same value
-    const std::to_chars_result end = std::to_chars(digits, digits + sizeof digits, load<Value>(value, 0));
-    text.append(digits, end.ptr);
-    return sizeof(Value);
-}
-
-// A value of a kind, alone or in an array, which has so many bytes.
-inline std::size_t print_value(std::string& text, unsigned kind, const void* value) {
-    switch (kind) {
-        case VESK_KIND_BOOL: text += load<std::uint8_t>(value, 0) != 0 ? "true" : "false"; return 1;
-        case VESK_KIND_UINT32:
-        case VESK_KIND_FIXED32: return print_number<std::uint32_t>(text, value);
-        case VESK_KIND_UINT64:
-        case VESK_KIND_FIXED64: return print_number<std::uint64_t>(text, value);
-        case VESK_KIND_SINT32:
-        case VESK_KIND_INT32:
-        case VESK_KIND_SFIXED32:
-        case VESK_KIND_ENUM: return print_number<std::int32_t>(text, value);
-        case VESK_KIND_SINT64:
-        case VESK_KIND_INT64:
-        case VESK_KIND_SFIXED64: return print_number<std::int64_t>(text, value);
-        case VESK_KIND_FLOAT: return print_number<float>(text, value);
-        case VESK_KIND_DOUBLE: return print_number<double>(text, value);
-        case VESK_KIND_STRING: {
-            const char* const string = load<const char*>(value, 0);
-            print_bytes(text, string != nullptr ? string : "");
-            return sizeof string;
-        }
-        default: {
-            const auto bytes = load<vesk_bytes>(value, 0);
-            print_bytes(text, {reinterpret_cast<const char*>(bytes.data), static_cast<std::size_t>(bytes.length)});
-            return sizeof bytes;
-        }
-    }
-}
-
 inline void print_field(std::string& text, const vesk_field* field, const void* structure) {
     const auto begin = [&](const char* colon) {
         if (!text.empty() && text.back() != ' ') text += ' ';
         text.append(vesk_field_name(field)).append(colon);
     };
     switch (field->kind) {
+        case VESK_KIND_UINT32:
+            begin(": ");
+            text += std::to_string(load<std::uint32_t>(structure, field->offset));
+            break;
+        case VESK_KIND_UINT64:
+            begin(": ");
+            text += std::to_string(load<std::uint64_t>(structure, field->offset));
+            break;
+        case VESK_KIND_BOOL:
+            begin(": ");
+            text += load<std::uint8_t>(structure, field->offset) != 0 ? "true" : "false";
+            break;
         case VESK_KIND_STRING:
             if (const char* const string = load<const char*>(structure, field->offset); string != nullptr) {
                 begin(": ");
@@ -131,20 +104,7 @@ inline void print_field(std::string& text, const vesk_field* field, const void* 
             }
             break;
         }
-        default: {
-            // A number, or an array of values other than messages.
-            const unsigned kind = field->kind & ~unsigned{VESK_KIND_REPEATED};
-            const char* value = static_cast<const char*>(structure) + field->offset;
-            std::uint32_t left = 1;
-            if (kind != field->kind) {
-                value = load<const char*>(structure, field->offset);
-                left = load<std::uint32_t>(structure, field->size_offset);
-            }
-            for (; left != 0; --left) {
-                begin(": ");
-                value += print_value(text, kind, value);
-            }
-        }
+        default: begin(": ?");
     }
 }
 

@@ -92,9 +92,9 @@ char* text_block(Random& random) {
 vesk_bytes bytes_block(Random& random) {
     const std::string bytes = any_bytes(random);
     if (bytes.empty() && random() % 2 == 0) return {nullptr, 0};
-    auto* const block = static_cast<std::uint8_t*>(give_block(bytes.size(), nullptr));
-    std::memcpy(block, bytes.data(), bytes.size());
-    return {block, bytes.size()};
+    void* const block = give_block(bytes.size(), nullptr);
+    bytes.copy(static_cast<char*>(block), bytes.size());
+    return {static_cast<std::uint8_t*>(block), bytes.size()};
 }
 
 void fill_value(unsigned kind, const FieldDescriptor& field, void* value, Random& random) {
