@@ -4,6 +4,8 @@
 #ifndef VESK_PRINT_HPP
 #define VESK_PRINT_HPP
 
+#include <charconv>
+#include <cmath>
 #include <ostream>
 #include <string>
 #include <version>
@@ -61,24 +63,54 @@ inline void print_nested(std::string& text, const vesk_type* type, const void* s
     text += text.back() == '{' ? "}" : " }";
 }
 
+// A number as text: of a fraction the fewest digits that are read back as the same.
+template <class Value>
+std::size_t print_number(std::string& text, const void* member) {
+    Value value = load<Value>(member, 0);
+    if constexpr (std::is_floating_point_v<Value>) {
+        if (std::isnan(value)) value = std::fabs(value);  // without a sign
+    }
+    char digits[32];
+    text.append(digits, std::to_chars(digits, digits + sizeof digits, value).ptr);
+    return sizeof value;
+}
+
+// A value of a kind, alone or in an array; the size of its member.
+inline std::size_t print_value(std::string& text, unsigned kind, const void* member) {
+    switch (kind) {
+        case VESK_KIND_BOOL: text += load<std::uint8_t>(member, 0) != 0 ? "true" : "false"; return 1;
+        case VESK_KIND_UINT32:
+        case VESK_KIND_FIXED32: return print_number<std::uint32_t>(text, member);
+        case VESK_KIND_UINT64:
+        case VESK_KIND_FIXED64: return print_number<std::uint64_t>(text, member);
+        case VESK_KIND_SINT32:
+        case VESK_KIND_INT32:
+        case VESK_KIND_SFIXED32:
+        case VESK_KIND_ENUM: return print_number<std::int32_t>(text, member);
+        case VESK_KIND_SINT64:
+        case VESK_KIND_INT64:
+        case VESK_KIND_SFIXED64: return print_number<std::int64_t>(text, member);
+        case VESK_KIND_FLOAT: return print_number<float>(text, member);
+        case VESK_KIND_DOUBLE: return print_number<double>(text, member);
+        case VESK_KIND_STRING: {
+            const char* const string = load<const char*>(member, 0);
+            print_bytes(text, string != nullptr ? string : "");
+            return sizeof string;
+        }
+        default: {
+            const auto bytes = load<vesk_bytes>(member, 0);
+            print_bytes(text, {reinterpret_cast<const char*>(bytes.data), static_cast<std::size_t>(bytes.length)});
+            return sizeof bytes;
+        }
+    }
+}
+
 inline void print_field(std::string& text, const vesk_field* field, const void* structure) {
     const auto begin = [&](const char* colon) {
         if (!text.empty() && text.back() != ' ') text += ' ';
         text.append(vesk_field_name(field)).append(colon);
     };
     switch (field->kind) {
-        case VESK_KIND_UINT32:
-            begin(": ");
-            text += std::to_string(load<std::uint32_t>(structure, field->offset));
-            break;
-        case VESK_KIND_UINT64:
-            begin(": ");
-            text += std::to_string(load<std::uint64_t>(structure, field->offset));
-            break;
-        case VESK_KIND_BOOL:
-            begin(": ");
-            text += load<std::uint8_t>(structure, field->offset) != 0 ? "true" : "false";
-            break;
         case VESK_KIND_STRING:
             if (const char* const string = load<const char*>(structure, field->offset); string != nullptr) {
                 begin(": ");
@@ -104,7 +136,19 @@ inline void print_field(std::string& text, const vesk_field* field, const void* 
             }
             break;
         }
-        default: begin(": ?");
+        default: {
+            const unsigned kind = field->kind & ~unsigned{VESK_KIND_REPEATED};
+            const char* value = static_cast<const char*>(structure) + field->offset;
+            std::uint32_t left = 1;
+            if (kind != field->kind) {
+                value = load<const char*>(structure, field->offset);
+                left = load<std::uint32_t>(structure, field->size_offset);
+            }
+            for (; left != 0; --left) {
+                begin(": ");
+                value += print_value(text, kind, value);
+            }
+        }
     }
 }
 
