@@ -169,7 +169,7 @@ private:
     }
 
     // The messages of a file in the order of their declaration, but what another one holds before that.
-    std::vector<const Descriptor*> in_order_of_need(const FileDescriptor& file) const {
+    static std::vector<const Descriptor*> in_order_of_need(const FileDescriptor& file) {
         std::vector<const Descriptor*> declared;
         for (int i = 0; i < file.message_type_count(); ++i) add_with_nested(*file.message_type(i), &declared);
         for (const Descriptor* message : declared) refuse_what_is_not_supported(*message);

@@ -33,6 +33,7 @@ void write_unit(google::protobuf::compiler::GeneratorContext* context, const Uni
 void write_house(google::protobuf::compiler::GeneratorContext* context,
                  const std::vector<const google::protobuf::FileDescriptor*>& files, const Options& options) {
     std::vector<Unit> units;
+    units.reserve(files.size());
     for (const google::protobuf::FileDescriptor* file : files) units.push_back(read_house_unit(*file, options));
     if (!options.document.empty()) write_file(context, options.document, print_document(units));
     if (!options.sizes.empty()) write_file(context, options.sizes, print_sizes(units));

@@ -1,4 +1,5 @@
-// protoc-gen-vesk: a protoc plugin that turns .proto files into C headers, C++ field lists and a library's other sources.
+// protoc-gen-vesk: a protoc plugin that turns .proto files into C headers, C++ field lists and a library's other
+// sources.
 //
 //     protoc --vesk_out=OUT records.proto
 //

@@ -60,15 +60,16 @@ Bytes bytes_of(const std::string& name, const T& structure) {
 }
 
 class foreign_differences : public ::testing::Test {
-protected:
-    ~foreign_differences() override { take_lost_blocks(); }
-    // The row by which damaged input is explained has the test's name.
-    template <class T>
-    void expect_row(const Read<T>& read) {
-        const std::string name = ::testing::UnitTest::GetInstance()->current_test_info()->name();
-        EXPECT_TRUE(read.rows.contains(name));
-    }
+public:
+    void TearDown() override { take_lost_blocks(); }
 };
+
+// The row by which damaged input is explained has the test's name.
+template <class T>
+void expect_row(const Read<T>& read) {
+    const std::string name = ::testing::UnitTest::GetInstance()->current_test_info()->name();
+    EXPECT_TRUE(read.rows.contains(name));
+}
 
 using Scalars = Read<every_kind_Scalars>;
 const std::string scalars = "every_kind_Scalars";

@@ -85,7 +85,8 @@ void fill_structure(const ForeignType& type, void* structure, Random& random);
 char* text_block(Random& random) {
     const std::string text = any_text(random);
     char* const block = static_cast<char*>(give_block(text.size() + 1, nullptr));
-    std::memcpy(block, text.c_str(), text.size() + 1);
+    text.copy(block, text.size());
+    block[text.size()] = '\0';
     return block;
 }
 
@@ -240,7 +241,7 @@ std::string compare_repeated(const ForeignType& type, const vesk_field* field, c
         std::string found;
         if (kind == VESK_KIND_LIST) {
             const ForeignType& element = schema().type_of(descriptor.message_type());
-            found = compare(element, array + static_cast<unsigned>(i) * element.facts->structure_size,
+            found = compare(element, array + static_cast<std::size_t>(i) * element.facts->structure_size,
                             reflection.GetRepeatedMessage(message, &descriptor, i));
             if (!found.empty()) found.insert(0, ".");
         } else {
