@@ -22,7 +22,23 @@ enum vesk_kind {
     VESK_KIND_STRING = 4, /* char *, NUL-terminated, or null */
     VESK_KIND_BYTES = 5,  /* uint8_t *, then its length in bytes as a uint64_t */
     VESK_KIND_MESSAGE = 6, /* a structure held by value */
-    VESK_KIND_LIST = 7    /* a pointer to an array of structures, then their number as a uint32_t */
+    VESK_KIND_LIST = 7,   /* a pointer to an array of structures, then their number as a uint32_t */
+    /* What follows is for the messages of others; the library's own have none of it. */
+    VESK_KIND_SINT32 = 8,    /* int32_t, on the wire 0, -1, 1, -2 as 0, 1, 2, 3 */
+    VESK_KIND_SINT64 = 9,    /* int64_t, the same */
+    VESK_KIND_INT32 = 10,    /* int32_t, on the wire its 64-bit value: ten bytes if it is below 0 */
+    VESK_KIND_INT64 = 11,    /* int64_t */
+    VESK_KIND_FIXED32 = 12,  /* uint32_t, four bytes on the wire */
+    VESK_KIND_FIXED64 = 13,  /* uint64_t, eight bytes */
+    VESK_KIND_SFIXED32 = 14, /* int32_t, four bytes */
+    VESK_KIND_SFIXED64 = 15, /* int64_t, eight bytes */
+    VESK_KIND_FLOAT = 16,    /* float, four bytes */
+    VESK_KIND_DOUBLE = 17,   /* double, eight bytes */
+    VESK_KIND_ENUM = 18,     /* int32_t, on the wire as VESK_KIND_INT32; any value */
+    /* Added to a scalar kind, to VESK_KIND_STRING or VESK_KIND_BYTES: a pointer to an array of what the kind itself says
+     * (uint8_t for a bool, char * for a string, vesk_bytes for bytes), then their number as a uint32_t. The field's tag
+     * says how scalars are written: packed if its wire type is 2, one by one if it is the kind's own. Both are read. */
+    VESK_KIND_REPEATED = 64
 };
 
 /* Bits of a type's flags. */
@@ -31,7 +47,9 @@ enum vesk_type_flag {
      * fields. */
     VESK_TYPE_ELSEWHERE = 1,
     /* It has field numbers that by_number_at does not cover. */
-    VESK_TYPE_SPARSE = 2
+    VESK_TYPE_SPARSE = 2,
+    /* It has fields of kinds after VESK_KIND_LIST. */
+    VESK_TYPE_OTHER_KINDS = 4
 };
 
 /* A message type. Offsets count bytes from the row's own address. */
@@ -57,10 +75,10 @@ typedef struct vesk_field {
     int32_t name_at;      /* "f3", NUL-terminated */
     int32_t nested_at;    /* the type of a nested message or of a list's elements; 0 for any other kind */
     uint32_t tag;         /* on the wire: the field number times 8, and the wire type */
-    uint32_t offset;      /* of the member in the structure; of a bytes field's or list's pointer */
-    uint32_t size_offset; /* of a bytes field's length or a list's count; 0 for any other kind */
+    uint32_t offset;      /* of the member in the structure; of a pointer with a length or number, the pointer's */
+    uint32_t size_offset; /* of a bytes field's length or of the number of a list's or repeated field's elements; else 0 */
     uint16_t presence_bit; /* its number */
-    uint16_t kind;         /* a vesk_kind */
+    uint16_t kind;         /* a vesk_kind, with VESK_KIND_REPEATED added or not */
 } vesk_field;
 
 /* The bare name of a type, "pem_data". */

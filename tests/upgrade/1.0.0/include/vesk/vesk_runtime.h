@@ -79,6 +79,12 @@ typedef struct vesk_segment {
     uint64_t length;  /* in bytes */
 } vesk_segment;
 
+/* An element of a repeated bytes field, which messages of others may have: as a bytes field, a pointer and a length. */
+typedef struct vesk_bytes {
+    uint8_t *data;   /* null if there is no content */
+    uint64_t length; /* in bytes */
+} vesk_bytes;
+
 /* Returns a block of at least `size` bytes, aligned for any C type, or null if there is none. `size` may be 0
  * (an empty bytes field): null then counts as failed, too. */
 typedef void *(*vesk_alloc)(uint64_t size, void *context);

@@ -11,6 +11,11 @@
  * 0, false, "" or empty; a null string, a list without elements and a nested message without its presence bit and
  * without content are not.
  *
+ * Of messages of others, which their own table describes: float and double are printed with the fewest digits that are
+ * read back as the same value, those that are no number or not finite as the mapping says, "NaN", and as the text
+ * format does, nan; an enum is a number in both directions, since a table has no names of its values; a repeated field
+ * is an array, or a line for each element.
+ *
  * An entity identifier is printed and parsed by the description that its library has of itself, as the stand-in's; see
  * vesk_toolkit.h. Where there is none, an identifier with content, or one that a text names, ends a call with
  * VESK_OPAQUE.
@@ -35,7 +40,8 @@ enum vesk_text_result {
     VESK_TEXT_UNKNOWN_NAME = -202, /* the message type has no such field */
     VESK_TEXT_REPEATED = -203,     /* a field stands in a message a second time; in JSON also in its other spelling */
     VESK_TEXT_WRONG_KIND = -204,   /* a value of another kind than the field's: a string for a flag, say */
-    VESK_TEXT_OUT_OF_RANGE = -205, /* a number below 0, too large for its field, or no whole number */
+    VESK_TEXT_OUT_OF_RANGE = -205, /* a number below 0, too large for its field, or no whole number, where the field
+                                      takes no such number */
     VESK_TEXT_TOO_DEEP = -206,     /* more than VESK_TEXT_MOST_LEVELS messages inside one another */
     VESK_TEXT_NOT_UTF8 = -207,     /* a string, or a JSON text, that is not UTF-8; half of a surrogate pair */
     VESK_TEXT_NOT_BASE64 = -208,   /* of a bytes field in JSON */

@@ -15,7 +15,10 @@
  * The entity identifier belongs to another library, which may be replaced. Its structure is fixed, its encoding is not.
  * A library that describes it exports a vesk_type named vesk_drin_eid_st_type, as the stand-in does; with one that does
  * not, options may say how its bytes are to be judged. Otherwise an identifier's bytes are opaque: what depends on them
- * is left out and said to be left out, never guessed. */
+ * is left out and said to be left out, never guessed. So are messages of any further library in the messages of others.
+ *
+ * Types need not be those of the library: a table that others have made for their messages does as well, with all that
+ * vesk_facts.h describes. What is said below of lists then goes for repeated fields, too. */
 #ifndef VESK_TOOLKIT_H
 #define VESK_TOOLKIT_H
 
@@ -282,7 +285,8 @@ VESK_API void vesk_one_block_release(vesk_one_block *block, vesk_release release
  *   length   out: the bytes of the encoding; 0 after an error
  *
  * Result: VESK_OK; VESK_NO_MEMORY; VESK_TOO_LONG if a string, bytes field, nested message or identifier has 4 GiB or
- * more, which the wire cannot carry: no block is asked for, and no data of that length is read. */
+ * more, which the wire cannot carry: no block is asked for, and no data of that length is read. VESK_OPAQUE if a message
+ * of others has one in it that belongs to a further library and is not cleared. */
 VESK_API int32_t vesk_encode(const vesk_type *type, const void *message, vesk_alloc alloc, void *context, void **bytes,
                              uint64_t *length);
 
@@ -300,8 +304,8 @@ VESK_API int32_t vesk_encode(const vesk_type *type, const void *message, vesk_al
  *   options        gather_threshold counts; may be null
  *
  * Result: VESK_OK; VESK_TOO_SHORT if the buffer or the list is too short, whose needs are told and whose contents are
- * then nothing to rely on; VESK_TOO_LONG as for vesk_encode, or if there are more segments than 32 bits can count:
- * *length and *segment_count are then 0. A call without buffer and list measures. Data that is listed is never read.
+ * then nothing to rely on; VESK_TOO_LONG and VESK_OPAQUE as for vesk_encode, the first also if there are more segments
+ * than 32 bits can count: *length and *segment_count are then 0. A call without buffer and list measures. Data that is listed is never read.
  *
  * Of a buffer that is longer than need be the last bytes are used, and of a list the first segments. Identifiers are
  * measured by their library in each call, and written by it, once, where there is room.
@@ -317,12 +321,15 @@ VESK_API int32_t vesk_gather(const vesk_type *type, const void *message, void *b
 typedef struct vesk_value {
     size_t size; /* sizeof(vesk_value), set by the caller before each call */
     const vesk_type *type; /* of a nested message, an element or a list's elements; else null */
-    uint16_t kind;         /* a vesk_kind; an element is a VESK_KIND_MESSAGE */
-    uint32_t count;        /* elements of a list */
-    uint64_t number;       /* a scalar; a flag is 0 or 1 */
+    uint16_t kind;         /* a vesk_kind; an element of a list is a VESK_KIND_MESSAGE, of a repeated field what it is
+                              without VESK_KIND_REPEATED */
+    uint32_t count;        /* elements of a list or repeated field */
+    uint64_t number;       /* a scalar; a flag is 0 or 1. Of a kind with a sign its two's complement in 64 bits, of a
+                              float or double its bits. */
     const void *data;      /* of a string or bytes field: its bytes, a string's without NUL at the end; of a nested
-                              message or element: its encoding; of a list: from the first element's length to the end of
-                              the last. From encoded bytes it points into these; see vesk_diff for messages. */
+                              message or element: its encoding; of a list, or of repeated strings or bytes: from the
+                              first element's length to the end of the last; of repeated scalars: from the first tag.
+                              From encoded bytes it points into these; see vesk_diff for messages. */
     uint64_t length;       /* bytes at `data` */
 } vesk_value;
 
@@ -342,23 +349,23 @@ typedef struct vesk_value {
 VESK_API int32_t vesk_peek(const vesk_type *type, const char *path, const void *input, uint64_t length,
                            vesk_value *value, const vesk_options *options);
 
-/* The elements of a list in encoded bytes, one after the other. What follows `size` is the iterator's own; it points
+/* The elements of a list or repeated field in encoded bytes, one after the other. What follows `size` is the iterator's own; it points
  * into the input. One thread at a time. */
 typedef struct vesk_iterator {
     size_t size; /* sizeof(vesk_iterator), by vesk_iterate */
-    const vesk_type *type;
+    const vesk_field *field;
     const unsigned char *next;
     const unsigned char *end;
-    uint32_t number;
+    uint32_t packed_left;
 } vesk_iterator;
 
-/* Sets up an iterator over the list at `path`; arguments and results as vesk_peek's, and VESK_NO_SUCH_PATH also where
- * the path does not name a list. After any other result than VESK_OK the iterator has no element. */
+/* Sets up an iterator over the list or repeated field at `path`; arguments and results as vesk_peek's, and
+ * VESK_NO_SUCH_PATH also where the path names no such field. After any other result than VESK_OK the iterator has no element. */
 VESK_API int32_t vesk_iterate(vesk_iterator *iterator, const vesk_type *type, const char *path, const void *input,
                               uint64_t length, const vesk_options *options);
 
-/* The next element: 1, and `element`, whose `size` is set before, has its type and the extent of its encoding; or 0
- * after the last. To read a field of it, peek with these. */
+/* The next element: 1, and `element`, whose `size` is set before, has its type and the extent of its encoding, or its
+ * value; or 0 after the last. To read a field of it, peek with these. */
 VESK_API int vesk_next(vesk_iterator *iterator, vesk_value *element);
 
 /* ==== Equal, diff, lint =========================================================================================== */
