@@ -5,19 +5,22 @@
 namespace vesk::fuzz {
 namespace {
 
+// Of these the wire type of a later element is not looked at.
+bool has_run(Kind kind) { return kind == Kind::list || kind == Kind::strings || kind == Kind::blobs; }
+
 class Finder {
 public:
     Finder(const std::uint8_t* bytes, std::vector<FoundField>& fields) : bytes_(bytes), fields_(fields) {}
 
     bool find_in(const TypeInfo& type, std::size_t at, std::size_t end, std::size_t parent) {
-        std::size_t previous = no_field;  // the list element that the field stands directly behind
+        std::size_t previous = no_field;  // the element of a run that the field stands directly behind
         while (at < end) {
             FoundField field{&type, nullptr, 0, 0, at, 0, 0, 0, parent};
             if (!read_field(field, previous, end)) return false;
             const std::size_t place = fields_.size();
             fields_.push_back(field);
             if (field.is_nested() && !find_in(*field.info->nested, field.content, field.end, place)) return false;
-            previous = field.is_nested() && field.info->kind == Kind::list ? place : no_field;
+            previous = field.info != nullptr && has_run(field.info->kind) ? place : no_field;
             at = field.end;
         }
         return true;
@@ -35,10 +38,15 @@ private:
                                        [&](const FieldInfo& known) { return known.number == field.number; });
         if (info == field.type->fields.end()) return read_unknown(field, end);
         field.info = &*info;
-        const bool continues_list = previous != no_field && fields_[previous].number == field.number;
-        const bool is_number = info->kind == Kind::uint32 || info->kind == Kind::uint64 || info->kind == Kind::boolean;
-        if (field.wire_type != (is_number ? 0u : 2u) && !continues_list) return false;
-        if (!is_number) return read_content(field, end) && field.end <= end;
+        const bool continues_run = previous != no_field && fields_[previous].number == field.number;
+        const bool is_packed = info->kind == Kind::repeated && field.wire_type == 2;
+        const std::uint32_t wire_type = is_packed ? 2 : wire_type_of(info->element);
+        if (field.wire_type != wire_type && !continues_run) return false;
+        if (wire_type == 2) return read_content(field, end) && field.end <= end;
+        if (wire_type != 0) {
+            field.end = field.value + (wire_type == 5 ? 4 : 8);
+            return field.end <= end;
+        }
         std::uint64_t number;
         field.end = read_varint(bytes_, field.value, end, &number);
         return field.end != 0;
@@ -72,6 +80,12 @@ private:
 };
 
 }  // namespace
+
+std::uint32_t wire_type_of(Kind kind) {
+    if (!test::is_scalar_kind(kind)) return 2;
+    if (test::is_varint_kind(kind)) return 0;
+    return test::size_of_scalar(kind) == 4 ? 5 : 1;
+}
 
 std::size_t read_varint(const std::uint8_t* bytes, std::size_t at, std::size_t end, std::uint64_t* value) {
     std::uint64_t result = 0;

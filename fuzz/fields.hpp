@@ -34,6 +34,9 @@ inline constexpr std::size_t no_field = std::numeric_limits<std::size_t>::max();
 // to its first error; false if there was one, here or inside.
 bool find_fields(const TypeInfo& type, const std::uint8_t* bytes, std::size_t length, std::vector<FoundField>& fields);
 
+// Of one value, not packed.
+std::uint32_t wire_type_of(Kind kind);
+
 // A varint of which the low 64 bits count. The position behind it, or 0 if it runs past `end`.
 std::size_t read_varint(const std::uint8_t* bytes, std::size_t at, std::size_t end, std::uint64_t* value);
 

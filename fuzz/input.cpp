@@ -18,7 +18,7 @@ Input read_input(const std::uint8_t* data, std::size_t size) {
 }  // namespace
 
 const TypeInfo& type_of_input(const std::uint8_t* data) {
-    const auto& types = test::all_types();
+    const auto& types = target_types();
     return *types[data[header::type] % types.size()];
 }
 

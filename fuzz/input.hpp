@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include "tests/support/type_info.hpp"
 
@@ -13,7 +14,7 @@ using test::TypeInfo;
 
 // The bytes in front of the message. A target looks at those that mean something to it.
 namespace header {
-inline constexpr std::size_t type = 0;        // its place in all_types(), which is gone round
+inline constexpr std::size_t type = 0;        // its place in target_types(), which is gone round
 inline constexpr std::size_t flags = 1;       // bits 0 to 6: of the flags word; bit 7: there is no allocation callback
 inline constexpr std::size_t refused = 2;     // two bytes, little-endian: bit n refuses allocation n + 1
 inline constexpr std::size_t room = 4;        // two bytes, little-endian: of the buffer that is encoded into
@@ -33,6 +34,9 @@ struct Input {
     const std::uint8_t* message;
     std::size_t length;
 };
+
+// The types that inputs are of: those of the library, unless a target defines this itself.
+const std::vector<const TypeInfo*>& target_types();
 
 const TypeInfo& type_of_input(const std::uint8_t* data);
 

@@ -1,5 +1,6 @@
-// Makes what the fuzzer starts from: make_seeds SEEDS DICTIONARY writes a few messages of every type into the folder
-// SEEDS, and tags, lengths and numbers into the file DICTIONARY.
+// Makes what the fuzzer starts from: make_seeds SEEDS OTHER_SEEDS DICTIONARY writes a few messages of every type into
+// the folder SEEDS, more of the types with every kind into OTHER_SEEDS, and tags, lengths and numbers into the file
+// DICTIONARY.
 #include <cstdio>
 #include <exception>
 #include <filesystem>
@@ -7,6 +8,7 @@
 #include <stdexcept>
 
 #include "fuzz/input.hpp"
+#include "tests/foreign_kinds/type_info.hpp"
 #include "tests/support/random_message.hpp"
 
 namespace vesk::fuzz {
@@ -23,19 +25,21 @@ void write_file(const fs::path& path, const Bytes& bytes) {
     if (!file.flush()) throw std::runtime_error(path.string() + " cannot be written");
 }
 
-void write_seeds(const fs::path& folder) {
+// `rounds` messages of each amount; those that are short enough.
+void write_seeds(const fs::path& folder, const std::vector<const TypeInfo*>& types, int rounds) {
     fs::create_directories(folder);
-    const auto& types = test::all_types();
     for (std::size_t place = 0; place < types.size(); ++place) {
         std::uint64_t seed = 0;
-        for (const auto& [name, amount] : {std::pair{"some", test::Amount::some}, std::pair{"wild", test::Amount::wild},
-                                           std::pair{"much", test::Amount::much}}) {
-            const test::RandomMessage message(*types[place], ++seed, amount);
-            Bytes input(header::size);
-            input[header::type] = static_cast<std::uint8_t>(place);
-            const Bytes encoding = test::encoded(*types[place], message.get());
-            input.insert(input.end(), encoding.begin(), encoding.end());
-            if (input.size() <= longest_seed) write_file(folder / (types[place]->name + "-" + name), input);
+        for (int round = 0; round < rounds; ++round) {
+            for (const test::Amount amount : {test::Amount::some, test::Amount::wild, test::Amount::much}) {
+                const test::RandomMessage message(*types[place], ++seed, amount);
+                Bytes input(header::size);
+                input[header::type] = static_cast<std::uint8_t>(place);
+                const Bytes encoding = test::encoded(*types[place], message.get());
+                input.insert(input.end(), encoding.begin(), encoding.end());
+                if (input.size() > longest_seed) continue;
+                write_file(folder / (types[place]->name + "-" + std::to_string(seed)), input);
+            }
         }
     }
 }
@@ -70,9 +74,10 @@ void write_dictionary(const fs::path& path) {
 }  // namespace vesk::fuzz
 
 int main(int argc, char** argv) try {
-    if (argc != 3) throw std::invalid_argument("usage: make_seeds SEEDS DICTIONARY");
-    vesk::fuzz::write_seeds(argv[1]);
-    vesk::fuzz::write_dictionary(argv[2]);
+    if (argc != 4) throw std::invalid_argument("usage: make_seeds SEEDS OTHER_SEEDS DICTIONARY");
+    vesk::fuzz::write_seeds(argv[1], vesk::test::all_types(), 1);
+    vesk::fuzz::write_seeds(argv[2], vesk::test::foreign_infos(), 30);
+    vesk::fuzz::write_dictionary(argv[3]);
     return 0;
 } catch (const std::exception& error) {
     std::fprintf(stderr, "make_seeds: %s\n", error.what());

@@ -1,5 +1,6 @@
 #include "fuzz/messages.hpp"
 
+#include <cstddef>
 #include <cstring>
 
 #include "fuzz/random.hpp"
@@ -52,17 +53,20 @@ bool have_same_value(const FieldInfo& field, const void* left, const void* right
 
 std::uint64_t pointed_size(const FieldInfo& field, const void* message) {
     if (field.kind == Kind::bytes) return load<std::uint64_t>(message, field.second_offset);
-    if (field.kind == Kind::list) {
-        return std::uint64_t{load<std::uint32_t>(message, field.second_offset)} * field.nested->size;
+    if (field.kind != Kind::string) {
+        return std::uint64_t{load<std::uint32_t>(message, field.second_offset)} * element_size(field);
     }
     const auto* string = load<const char*>(message, field.offset);
     return string == nullptr ? 0 : std::strlen(string) + 1;
 }
 
-std::uint64_t number_of(const FieldInfo& field, const void* message) {
-    if (field.kind == Kind::uint64) return load<std::uint64_t>(message, field.offset);
-    if (field.kind == Kind::uint32) return load<std::uint32_t>(message, field.offset);
-    return load<std::uint8_t>(message, field.offset);
+std::size_t element_size(const FieldInfo& field) {
+    switch (field.kind) {
+        case Kind::list: return field.nested->size;
+        case Kind::strings: return sizeof(char*);
+        case Kind::blobs: return sizeof(vesk_bytes);
+        default: return test::size_of_scalar(field.element);
+    }
 }
 
 bool have_same_values(const TypeInfo& type, const void* left, const void* right) {
@@ -94,23 +98,36 @@ public:
             store(message, byte, static_cast<std::uint8_t>(load<std::uint8_t>(message, byte) ^ 1u << index % 8));
         }
         if (random_.below(4) != 0) return;
+        if (is_number(field)) return test::store_scalar(field.kind, message, field.offset, new_number(field.kind));
         switch (field.kind) {
-            case Kind::uint32: return store(message, field.offset, static_cast<std::uint32_t>(random_.number()));
-            case Kind::uint64: return store(message, field.offset, random_.number());
-            case Kind::boolean: return store(message, field.offset, static_cast<std::uint8_t>(random_.below(256)));
             case Kind::string: return store<char*>(message, field.offset, nullptr);
-            case Kind::bytes: return shorten<std::uint64_t>(field, message);
-            case Kind::list: return shorten<std::uint32_t>(field, message);
+            case Kind::bytes: return shorten<std::uint64_t>(message, field.second_offset);
             case Kind::message: return;
-            default: return;  // a kind that messages of others alone have
+            default: break;
         }
+        if (field.kind != Kind::list) distort_element(field, message);
+        shorten<std::uint32_t>(message, field.second_offset);
     }
 
 private:
+    std::uint64_t new_number(Kind kind) { return kind == Kind::boolean ? random_.below(256) : random_.number(); }
+
+    void distort_element(const FieldInfo& field, void* message) {
+        const auto count = load<std::uint32_t>(message, field.second_offset);
+        if (count == 0) return;
+        const std::size_t offset = random_.below(count) * element_size(field);
+        void* const array = load<void*>(message, field.offset);
+        switch (field.kind) {
+            case Kind::strings: return store<char*>(array, offset, nullptr);
+            case Kind::blobs: return shorten<std::uint64_t>(array, offset + offsetof(vesk_bytes, length));
+            default: return test::store_scalar(field.element, array, offset, new_number(field.element));
+        }
+    }
+
     template <class Size>
-    void shorten(const FieldInfo& field, void* message) {
-        const auto size = load<Size>(message, field.second_offset);
-        store(message, field.second_offset, static_cast<Size>(random_.below(std::uint64_t{size} + 1)));
+    void shorten(void* message, std::size_t offset) {
+        const auto size = load<Size>(message, offset);
+        store(message, offset, static_cast<Size>(random_.below(std::uint64_t{size} + 1)));
     }
 
     Random random_;

@@ -31,9 +31,7 @@ void for_every_field(const TypeInfo& type, const void* message, Visitor& visit) 
     }
 }
 
-inline bool is_number(const FieldInfo& field) {
-    return field.kind == Kind::uint32 || field.kind == Kind::uint64 || field.kind == Kind::boolean;
-}
+inline bool is_number(const FieldInfo& field) { return test::is_scalar_kind(field.kind); }
 
 inline bool is_owner(const FieldInfo& field) { return !is_number(field) && field.kind != Kind::message; }
 
@@ -44,7 +42,12 @@ inline const std::uint8_t* pointer_of(const FieldInfo& field, const void* messag
 // What a pointer member must point at: the string with its NUL, the data, the elements. 0 for a null string.
 std::uint64_t pointed_size(const FieldInfo& field, const void* message);
 
-std::uint64_t number_of(const FieldInfo& field, const void* message);
+// Of a list or of what others' messages have any number of.
+std::size_t element_size(const FieldInfo& field);
+
+inline std::uint64_t number_of(const FieldInfo& field, const void* message) {
+    return test::load_scalar(field.kind, message, field.offset);
+}
 
 // True if both hold the same: numbers, strings as C reads them, data, elements and presence bits. Where blocks stand
 // does not matter, nor does the pointer of an empty bytes field.

@@ -153,7 +153,7 @@ private:
     }
 
     void change_number(const FoundField& field) {
-        replace(field.value, field.end, padded(random_.number()), field.parent);
+        replace(field.value, field.end, new_value(field.wire_type), field.parent);
     }
 
     // Keeps the beginning of a field's value; its length, if it has one, follows in half of the cases.
@@ -167,6 +167,9 @@ private:
     void change_value(const FoundField& field) {
         if (!field.has_length()) return change_number(field);
         if (field.is_nested()) return set_content(field, new_message(*field.info->nested, 3));
+        if (field.info != nullptr && field.info->kind == Kind::repeated && random_.below(2) == 0) {
+            return set_content(field, packed(*field.info));
+        }
         Bytes content(longest_content);
         const std::size_t size = std::min(longest_content, field.end - field.content);
         std::copy_n(message_.begin() + static_cast<std::ptrdiff_t>(field.content), size, content.begin());
@@ -189,6 +192,15 @@ private:
         return random_.below(4) == 0 ? test::over_long(value, shortest.size() + random_.below(12)) : shortest;
     }
 
+    // As long as the wire type says.
+    Bytes new_value(std::uint32_t wire_type) {
+        if (wire_type != 1 && wire_type != 5) return padded(random_.number());
+        const std::uint64_t word = random_.number();
+        Bytes bytes(wire_type == 5 ? 4 : 8);
+        std::memcpy(bytes.data(), &word, bytes.size());
+        return bytes;
+    }
+
     Bytes text() {
         Bytes bytes(random_.below(12));
         for (std::uint8_t& byte : bytes) byte = static_cast<std::uint8_t>(random_.below(8) == 0 ? random_.next() : 'a');
@@ -198,21 +210,29 @@ private:
     Bytes new_field(const TypeInfo& type, int depth = 3) {
         if (random_.below(8) == 0) return unknown_field();
         const FieldInfo& info = type.fields[random_.below(type.fields.size())];
-        switch (info.kind) {
-            case Kind::uint32:
-            case Kind::uint64:
-            case Kind::boolean: return test::message(test::tag(info.number, 0), padded(random_.number()));
-            case Kind::string:
-            case Kind::bytes: return test::message_field(info.number, text());
-            case Kind::message: return test::message_field(info.number, new_message(*info.nested, depth - 1));
-            case Kind::list: break;
-            default: return unknown_field();  // a kind that messages of others alone have
-        }
+        if (info.kind != Kind::list && info.kind < Kind::repeated) return element(info, depth);
         Bytes run;
-        for (std::uint64_t i = random_.below(3) + 1; i != 0; --i) {
-            run = test::message(run, test::message_field(info.number, new_message(*info.nested, depth - 1)));
-        }
+        for (std::uint64_t i = random_.below(3) + 1; i != 0; --i) run = test::message(run, element(info, depth));
         return run;
+    }
+
+    // Of a list or of what others' messages have any number of; else the field itself.
+    Bytes element(const FieldInfo& info, int depth) {
+        if (info.nested != nullptr) return test::message_field(info.number, new_message(*info.nested, depth - 1));
+        const std::uint32_t wire_type = wire_type_of(info.element);
+        if (wire_type == 2) return test::message_field(info.number, text());
+        if (info.kind == Kind::repeated && random_.below(2) == 0) {
+            return test::message_field(info.number, packed(info));
+        }
+        return test::message(test::tag(info.number, wire_type), new_value(wire_type));
+    }
+
+    Bytes packed(const FieldInfo& info) {
+        Bytes values;
+        for (std::uint64_t i = random_.below(5); i != 0; --i) {
+            values = test::message(values, new_value(wire_type_of(info.element)));
+        }
+        return values;
     }
 
     Bytes new_message(const TypeInfo& type, int depth) {
