@@ -4,6 +4,8 @@
 //
 // What comes of a callback's rewriting is laid down by the second implementation of tests/support, which reads the same
 // bytes between two requests. The input lies at a page that nobody can touch, and so does the structure.
+#include "tests/support/changing_input.hpp"
+
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/mman.h>
@@ -13,7 +15,6 @@
 #include <vesk/client_service.h>
 
 #include <algorithm>
-#include <functional>
 #include <random>
 
 #include "tests/support/first_difference.hpp"
@@ -25,23 +26,6 @@
 
 namespace vesk::test {
 namespace {
-
-// Writes into an input at the n-th request of its decoding, counted from 1.
-using Rewrite = std::function<void(std::uint64_t n, std::uint8_t* input, std::size_t length)>;
-
-// A memory that rewrites the input before it gives a block.
-struct RewritingMemory {
-    Ledger ledger;
-    const Rewrite& rewrite;
-    std::uint8_t* input;
-    std::size_t length;
-};
-
-void* alloc_and_rewrite(std::uint64_t size, void* context) {
-    RewritingMemory& memory = *static_cast<RewritingMemory*>(context);
-    memory.rewrite(memory.ledger.requests_made() + 1, memory.input, memory.length);
-    return Ledger::alloc(size, &memory.ledger);
-}
 
 // Decodes inputs of one type that are rewritten meanwhile, with both implementations.
 class RewrittenDecoder {
@@ -105,54 +89,11 @@ private:
 
 // ---- A callback's rewriting ----------------------------------------------------------------------------------------
 
-using Change = void (*)(std::uint8_t* input, std::size_t length);
-
-struct NamedChange {
-    const char* name;
-    Change change;
-};
-
-template <std::uint8_t Byte>
-void fill(std::uint8_t* input, std::size_t length) {
-    std::fill_n(input, length, Byte);
-}
-
-const NamedChange changes[] = {
-    {"empty elements and zeros", fill<0x00>},
-    {"elements of one byte", fill<0x01>},
-    {"lengths and tags that do not end", fill<0x80>},
-    {"tags of an unknown wire type", fill<0x0B>},
-    // The first element takes all that is left, and the others find nothing.
-    {"lengths that reach just to the end",
-     [](std::uint8_t* input, std::size_t length) {
-         for (std::size_t i = 0; i < length; ++i) {
-             const std::size_t left = length - i - 1;
-             input[i] = static_cast<std::uint8_t>(left < 0x80 ? left : 0x80);
-         }
-     }},
-    {"lengths that reach one byte past the end",
-     [](std::uint8_t* input, std::size_t length) {
-         for (std::size_t i = 0; i < length; ++i) {
-             const std::size_t left = length - i;
-             input[i] = static_cast<std::uint8_t>(left < 0x80 ? left : 0x80);
-         }
-     }},
-    {"the same a byte earlier",
-     [](std::uint8_t* input, std::size_t length) { std::rotate(input, input + 1, input + length); }},
-    {"the same a byte later",
-     [](std::uint8_t* input, std::size_t length) { std::rotate(input, input + length - 1, input + length); }},
-    {"the same backwards", [](std::uint8_t* input, std::size_t length) { std::reverse(input, input + length); }},
-    {"no continuation",
-     [](std::uint8_t* input, std::size_t length) {
-         for (std::size_t i = 0; i < length; ++i) input[i] &= 0x7F;
-     }},
-};
-
 // Each change at each request.
 void rewrite_at_every_request(const TypeInfo& type, const Bytes& input, std::vector<std::uint64_t>& codes_seen) {
     RewrittenDecoder decoder(type, input);
     for (const std::size_t request : numbers_to(decoder.count_requests())) {
-        for (const NamedChange& change : changes) {
+        for (const NamedChange& change : named_changes()) {
             SCOPED_TRACE(type.name + ", request " + std::to_string(request) + ", " + change.name);
             const Rewrite rewrite = [&](std::uint64_t n, std::uint8_t* bytes, std::size_t length) {
                 if (n == request) change.change(bytes, length);
@@ -179,16 +120,6 @@ TEST(changing_input, every_change_at_every_request_comes_to_what_the_rules_say) 
         if (HasFailure()) return;
     }
     for (const std::uint64_t count : codes_seen) EXPECT_GT(count, 100u);
-}
-
-// Bytes that make lengths, tags and continuations, some of them of just what is left.
-void scribble(std::uint8_t* input, std::size_t length, std::mt19937_64& random) {
-    for (std::uint64_t times = 1 + random() % 8; times != 0; --times) {
-        const std::size_t at = random() % length;
-        const std::size_t left = length - at - 1;
-        const std::uint64_t bytes[] = {0x00, 0x01, 0x80, 0xFF, left, left + 1, left / 2, random()};
-        input[at] = static_cast<std::uint8_t>(bytes[random() % std::size(bytes)]);
-    }
 }
 
 TEST(changing_input, random_changes_at_random_requests_come_to_what_the_rules_say) {
