@@ -5,18 +5,13 @@
 #include "tools/vesk/failure.hpp"
 #include "tools/vesk/output.hpp"
 #include "tools/vesk/request.hpp"
+#include "tools/vesk/table.hpp"
 #include "tools/vesk/types.hpp"
 
 namespace vesk::tool {
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-// At least by one blank.
-std::string padded(std::string text, std::size_t width) {
-    text.append(text.size() < width ? width - text.size() : 1, ' ');
-    return text;
-}
 
 Json json_of_field(const vesk_field* field) {
     const vesk_type* const nested = vesk_field_nested(field);
@@ -63,11 +58,11 @@ int show_types(const Request& request) {
     if (request.json) {
         output.write(all.dump(2) + "\n");
     } else {
-        output.write(padded("NAME", 36) + padded("UNIT", 16) + padded("FIELDS", 8) + "SIZE\n");
+        std::vector<std::vector<std::string>> rows{{"NAME", "UNIT", "FIELDS", "SIZE"}};
         for (const Json& type : all) {
-            output.write(padded(type["name"], 36) + padded(type["unit"], 16) + padded(type["fields"].dump(), 8) +
-                         type["size"].dump() + "\n");
+            rows.push_back({type["name"], type["unit"], type["fields"].dump(), type["size"].dump()});
         }
+        output.write(print_columns(rows, ""));
     }
     output.close();
     return status_ok;
@@ -105,13 +100,14 @@ int show_type(const Request& request) {
     output.write(std::string(vesk_type_name(type)) + ", " + vesk_type_unit(type) + ": a structure of " +
                  std::to_string(type->structure_size) + " bytes, presence bits from " +
                  std::to_string(type->presence_offset) + " on\n");
-    output.write(padded("NO.", 5) + padded("NAME", 28) + padded("KIND", 36) + padded("BIT", 5) + "OFFSET\n");
+    std::vector<std::vector<std::string>> rows{{"NO.", "NAME", "KIND", "BIT", "OFFSET"}};
     for (const Json& field : fields) {
         std::string kind = field["kind"];
         if (field.contains("nested")) kind += (kind == "list" ? " of " : " ") + std::string(field["nested"]);
-        output.write(padded(field["number"].dump(), 5) + padded(field["name"], 28) + padded(kind, 36) +
-                     padded(field["presence_bit"].dump(), 5) + field["offset"].dump() + "\n");
+        rows.push_back(
+            {field["number"].dump(), field["name"], kind, field["presence_bit"].dump(), field["offset"].dump()});
     }
+    output.write(print_columns(rows, ""));
     output.write("nests:     " + joined(nests) + "\nnested by: " + joined(nested_by) + "\n");
     output.close();
     return status_ok;

@@ -107,21 +107,6 @@ std::string padded(const std::string& text, std::size_t to) {
     return text + std::string(to > width(text) ? to - width(text) : 0, ' ');
 }
 
-std::string print_rows(const std::vector<std::vector<std::string>>& rows) {
-    std::vector<std::size_t> widths(rows.front().size());
-    for (const auto& row : rows) {
-        for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], width(row[i]));
-    }
-    std::string text;
-    for (const auto& row : rows) {
-        std::string line = " ";
-        for (std::size_t i = 0; i < row.size(); ++i) line += " " + padded(row[i], widths[i]) + " ";
-        line.erase(line.find_last_not_of(' ') + 1);
-        text += line + "\n";
-    }
-    return text;
-}
-
 std::string print_list(const List& list) {
     const std::string title = "\n" + list.path + " (" + std::to_string(list.count) + ")\n";
     if (list.type == nullptr) return title;
@@ -148,10 +133,25 @@ std::string print_list(const List& list) {
             table.back()[static_cast<std::size_t>(column)] = value;
         }
     }
-    return title + print_rows(table) + nested;
+    return title + print_columns(table, "  ") + nested;
 }
 
 }  // namespace
+
+std::string print_columns(const std::vector<std::vector<std::string>>& rows, const std::string& indent) {
+    std::vector<std::size_t> widths(rows.front().size());
+    for (const auto& row : rows) {
+        for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], width(row[i]));
+    }
+    std::string text;
+    for (const auto& row : rows) {
+        std::string line = indent;
+        for (std::size_t i = 0; i < row.size(); ++i) line += padded(row[i], widths[i]) + "  ";
+        line.erase(line.find_last_not_of(' ') + 1);
+        text += line + "\n";
+    }
+    return text;
+}
 
 std::string print_table(const vesk_type* type, const std::string& name, const void* bytes, std::uint64_t length) {
     Message message(type);
@@ -164,7 +164,7 @@ std::string print_table(const vesk_type* type, const std::string& name, const vo
     if (!row.values.empty()) {
         std::vector<std::vector<std::string>> rows;
         for (const auto& [path, value] : row.values) rows.push_back({path, value});
-        text += print_rows(rows);
+        text += print_columns(rows, "  ");
     }
     for (const List& list : row.lists) text += print_list(list);
     return text;
