@@ -193,10 +193,11 @@ inline std::error_code make_error_code(error code) noexcept { return {static_cas
 // Where the blocks of a message come from and go to: the two callbacks of the C functions with their context. What it
 // refers to must outlive every message that uses it.
 struct memory {
-    vesk_alloc alloc;
-    vesk_release release;
-    void* context;
+    vesk_alloc alloc;      // asked for each block
+    vesk_release release;  // gets each of them back
+    void* context;         // handed to both
 
+    // The same callbacks with the same context.
     friend bool operator==(const memory&, const memory&) = default;
 };
 
@@ -325,8 +326,10 @@ auto value_of(const T& message) noexcept {
 template <message_structure T>
 class view {
 public:
+    // Of a message that is a C structure.
     explicit view(const T& structure) noexcept : structure_(&structure) {}
 
+    // The structure, for C functions.
     const T& c() const noexcept { return *structure_; }
 
     // Whether the field's presence bit is set.
@@ -374,11 +377,14 @@ private:
 template <message_structure T>
 class editor {
 public:
+    // Of a message that is a C structure, whose blocks are all from `memory`.
     editor(T& structure, const memory& memory) noexcept : structure_(&structure), memory_(memory) {}
 
+    // The structure, for C functions, and its memory.
     T& c() const noexcept { return *structure_; }
     const memory& allocator() const noexcept { return memory_; }
 
+    // As in view.
     operator view<T>() const noexcept { return view<T>(*structure_); }  // NOLINT: an editor is a view that writes, too
     template <auto Member>
     bool has() const noexcept {
@@ -585,10 +591,12 @@ private:
 template <message_structure T>
 class message {
 public:
+    // Empty, on the heap or in the memory that is named.
     message() noexcept : message(heap()) {}
     explicit message(const memory& memory) noexcept : structure_{}, memory_(memory) {}
     message(const message&) = delete;  // copy, which can say that there is no memory
     message& operator=(const message&) = delete;
+    // Takes over what the other one holds, with its memory.
     message(message&& other) noexcept
         : structure_(std::exchange(other.structure_, T{})),
           memory_(other.memory_),
@@ -604,11 +612,12 @@ public:
     }
     ~message() { clear(); }
 
-    // The structure, for C functions. What it points to stays the message's.
+    // The structure, for C functions, and its memory. What it points to stays the message's.
     T& c() noexcept { return structure_; }
     const T& c() const noexcept { return structure_; }
     const memory& allocator() const noexcept { return memory_; }
 
+    // For reading and for writing it.
     operator view<T>() const noexcept { return view<T>(structure_); }  // NOLINT: as a string is one of string_view
     editor<T> edit() noexcept { return editor<T>(structure_, memory_); }
 
@@ -644,6 +653,7 @@ public:
     // Whether its bytes fields point into what it was decoded from.
     bool is_by_reference() const noexcept { return (flags_ & VESK_BYTES_BY_REFERENCE) != 0; }
 
+    // As in view.
     std::uint64_t encoded_size() const noexcept { return view<T>(structure_).encoded_size(); }
     [[nodiscard]] std::error_code encode(std::span<std::byte> buffer, std::uint64_t& length) const noexcept {
         return view<T>(structure_).encode(buffer, length);
@@ -689,6 +699,7 @@ private:
     std::uint32_t flags_ = 0;  // those of the decode, which free wants again
 };
 
+// view(message) and view(editor) read the message.
 template <class T>
 view(const message<T>&) -> view<T>;
 template <class T>
@@ -700,9 +711,11 @@ template <auto Member>
 requires detail::message_list<Member>
 class list_builder {
 public:
+    // Of the message that has the list, and of its elements.
     using structure = typename detail::field<Member>::structure;
     using element = detail::element_type<Member>;
 
+    // Empty; the list grows in `memory`.
     explicit list_builder(const memory& memory) noexcept : memory_(memory) {}
     list_builder(const list_builder&) = delete;
     list_builder& operator=(const list_builder&) = delete;
@@ -714,6 +727,7 @@ public:
     list_builder& operator=(list_builder&&) = delete;
     ~list_builder() { drop(); }
 
+    // The elements so far.
     std::uint32_t size() const noexcept { return count_; }
 
     // Appends an empty element, which edit(size() - 1) fills. error::too_many, VESK_NO_MEMORY: nothing is appended.
@@ -747,6 +761,7 @@ public:
         return {};
     }
 
+    // An element, which has to be one of those so far.
     editor<element> edit(std::size_t index) noexcept { return editor<element>(array_[index], memory_); }
 
     // Puts the list into a message, in the place of the one that it has, and sets its presence bit. The builder is

@@ -176,6 +176,7 @@ std::string to_string(const message<T>& message) {
     return to_string(view<T>(message));
 }
 
+// The same line.
 template <message_structure T>
 std::ostream& operator<<(std::ostream& stream, view<T> message) {
     return stream << to_string(message);

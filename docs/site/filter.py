@@ -14,7 +14,8 @@ import sys
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 PAGES = ["docs/*.md", "examples/*.md", "examples/*/README.md", "fuzz/README.md", "CHANGELOG.md", "CONTRIBUTING.md",
          "SECURITY.md"]
-HEADERS = ["runtime/vesk_*.h", "drin_eid/*.h", "inventory_db/*.h", "client_service/*.h", "toolkit/vesk_*.h", "text/vesk_*.h"]
+HEADERS = ["runtime/vesk_*.h", "drin_eid/*.h", "inventory_db/*.h", "client_service/*.h", "toolkit/vesk_*.h", "text/vesk_*.h",
+           "view/*.hpp"]
 FENCE = re.compile(r"^```\S*\n.*?^```$", flags=re.S | re.M)
 CODE_SPAN = re.compile(r"(`+)(?!`)(.*?)(?<!`)\1(?!`)", flags=re.S)
 
@@ -217,6 +218,38 @@ def filter_header(path):
     return "".join(result)
 
 
+def filter_cpp_header(path):
+    """Of the view: its public part, and no functions that there are not."""
+    text = path.read_text(encoding="utf-8")
+    text = re.sub(r"^namespace detail \{.*?^\}  // namespace detail\n|^private:\n.*?(?=^\};)", "", text, flags=re.S | re.M)
+    text = re.sub(r"^// ={4}.*\n|^.* = delete;.*\n", "", text, flags=re.M)
+    result = ["/// @file"]
+    comment = []  # of the declaration before, which those that follow without a blank line share
+    before = ""
+    for line in text.split("\n"):
+        match = re.match(r"( {4})?//(?: (.*))?$", line)
+        trailing = re.match(r"( {4}[^/\s].*?) {2,}// (?!NOLINT)(.*)$", line)
+        indent = "    " if line.startswith("    ") else ""
+        begins = re.match(indent + r"[\w\[]", line)
+        if match:
+            if not re.match(r" *//", before):
+                comment = []
+            words = match.group(2) or ""
+            comment.append(f"{indent}/// {words if words.startswith('    ') else escape(words)}")
+        elif trailing:
+            result.append(f"{trailing.group(1)} ///< {escape(trailing.group(2))}")
+        else:
+            if begins and re.match(r" *//", before):  # what is more than a line has a page of its own
+                comment += ["///", f"/// Declared in `<vesk/{path.name}>`."]
+            if re.match(r" *//", before) or (begins and before.startswith(indent) and before.endswith((";", "}"))):
+                result += comment
+            if not line or line.endswith(":"):
+                comment = []
+            result.append(line)
+        before = re.sub(r" *// NOLINT.*", "", line)
+    return "\n".join(result)
+
+
 def contract_of(declaration):
     """What belongs to a declaration: the rules of a type's function, or the functions of a type."""
     match = re.match(r"\nVESK_API \w+ vesk_\w+_(encode_ext|decode_ext|duplicate|free_ext)\(", declaration)
@@ -242,7 +275,7 @@ def main(argument):
         print("\n".join(map(str, in_order(files(PAGES)) + files(HEADERS))), end="")
         return
     path = pathlib.Path(argument).resolve()
-    print(filter_page(path) if path.suffix == ".md" else filter_header(path), end="")
+    print({".md": filter_page, ".hpp": filter_cpp_header}.get(path.suffix, filter_header)(path), end="")
 
 
 if __name__ == "__main__":
