@@ -101,7 +101,7 @@ std::string Scope::add_by_rule(const std::string& wanted) {
 
 std::string MemberScope::add_by_rule(const std::string& wanted) {
     const std::string name = apply_rule(wanted, [&](const std::string& candidate) {
-        const bool is_for_macros = is_in_capitals(candidate) && candidate.back() != '_';
+        const bool is_for_macros = is_in_capitals(candidate) && !candidate.ends_with('_');
         return candidate.empty() || is_for_macros || words.contains(candidate) || types_.contains(candidate) ||
                names_.contains(candidate);
     });
