@@ -481,6 +481,24 @@ TEST(number_width, every_width_encodes_at_the_end_of_a_page) {
     }
 }
 
+// ---- Repeated fields -----------------------------------------------------------------------------------------------
+
+TEST(repeated_field, in_two_runs_is_malformed) {
+    const Bytes content(8, 0x01);  // of any kind of element
+    const Bytes between = number_field(999, 1);
+    int fields = 0;
+    for (const TypeInfo* type : all_types()) {
+        for (const FieldInfo& field : type->fields) {
+            if (!is_repeated_kind(field.kind)) continue;
+            const Bytes run = message(tag(field.number, length_type), varint(content.size()), content);
+            EXPECT_EQ(AnyDecoded(*type, message(run, run, between)).code, VESK_OK) << type->name << field.number;
+            EXPECT_EQ(AnyDecoded(*type, message(run, between, run)).code, VESK_MALFORMED) << type->name << field.number;
+            ++fields;
+        }
+    }
+    EXPECT_GT(fields, 10);
+}
+
 // ---- Null arguments ------------------------------------------------------------------------------------------------
 
 TEST(null_argument, empty_input_and_missing_count_are_accepted) {
