@@ -42,7 +42,13 @@ void release_bytes(std::uint8_t** data, const Releaser& releaser);
 void release_list(void* array, void* array_member, std::uint32_t* count, const NestedReleaser& nested_releaser,
                   const Releaser& releaser);
 
-// The same for a repeated field of others' messages, of strings or bytes.
+// The same for repeated fields of others' messages: of scalars, of strings, of bytes.
+template <class Element>
+void release_elements(Element** array, std::uint32_t* count, const Releaser& releaser) {
+    releaser.release(*array, releaser.context);
+    *array = nullptr;
+    *count = 0;
+}
 void release_elements(char*** array, std::uint32_t* count, const Releaser& releaser);
 void release_elements(vesk_bytes** array, std::uint32_t* count, const Releaser& releaser);
 
@@ -57,12 +63,7 @@ VESK_INLINE void release_field(Message& message, const Releaser& releaser) {
         if (message.*field.array == nullptr) return;
         release_list(message.*field.array, &(message.*field.array), &(message.*field.count),
                      releaser_of<NestedOf<Message, Index>>, releaser);
-    } else if constexpr (kind == Kind::repeated) {
-        if (message.*field.array == nullptr) return;
-        releaser.release(message.*field.array, releaser.context);
-        message.*field.array = nullptr;
-        message.*field.count = 0;
-    } else if constexpr (kind == Kind::strings || kind == Kind::blobs) {
+    } else if constexpr (kind == Kind::repeated || kind == Kind::strings || kind == Kind::blobs) {
         if (message.*field.array != nullptr) {
             release_elements(&(message.*field.array), &(message.*field.count), releaser);
         }

@@ -21,23 +21,6 @@ void write_far_list(std::uint32_t tag, const void* array, std::uint32_t count, c
 
 namespace {
 
-constexpr std::uint64_t width_of(WireType wire_type) { return wire_type == fixed32_type ? 4 : 8; }
-
-// Counts the values between `at` and `end`, the content of a packed field. False if the last one is cut short.
-bool count_packed(std::uint64_t* count, WireType wire_type, const std::uint8_t* at, const std::uint8_t* end) {
-    if (wire_type != varint_type) {
-        const std::uint64_t length = static_cast<std::uint64_t>(end - at);
-        *count += length / width_of(wire_type);
-        return length % width_of(wire_type) == 0;
-    }
-    bool ended = true;
-    for (; at != end; ++at) {
-        ended = *at < 0x80;
-        *count += ended;
-    }
-    return ended;
-}
-
 // Counts a run of scalars, each field packed or not, `at` being the position after the first tag.
 std::int32_t count_values(std::uint32_t* count, std::uint32_t tag, WireType wire_type, const std::uint8_t* at,
                           const std::uint8_t* end) {
@@ -170,27 +153,16 @@ bool duplicate_elements(vesk_bytes** destination, std::uint32_t* destination_cou
 
 // ---- Releasing -----------------------------------------------------------------------------------------------------
 
-namespace {
-
-template <class Element>
-void release_array(Element** array, std::uint32_t* count, const Releaser& releaser) {
-    releaser.release(*array, releaser.context);
-    *array = nullptr;
-    *count = 0;
-}
-
-}  // namespace
-
 void release_elements(char*** array, std::uint32_t* count, const Releaser& releaser) {
     for (std::uint32_t i = 0; i < *count; ++i) {
         if ((*array)[i] != nullptr) release_string(&(*array)[i], releaser);
     }
-    release_array(array, count, releaser);
+    release_elements<char*>(array, count, releaser);
 }
 
 void release_elements(vesk_bytes** array, std::uint32_t* count, const Releaser& releaser) {
     for (std::uint32_t i = 0; i < *count; ++i) release_bytes(&(*array)[i].data, releaser);
-    release_array(array, count, releaser);
+    release_elements<vesk_bytes>(array, count, releaser);
 }
 
 }  // namespace vesk

@@ -14,4 +14,22 @@ template <class Scalar>
     return size;
 }
 
+// Of a scalar that is no varint.
+constexpr std::uint64_t width_of(WireType wire_type) { return wire_type == fixed32_type ? 4 : 8; }
+
+// Counts the values between `at` and `end`, the content of a packed field. False if the last one is cut short.
+inline bool count_packed(std::uint64_t* count, WireType wire_type, const std::uint8_t* at, const std::uint8_t* end) {
+    if (wire_type != varint_type) {
+        const std::uint64_t length = static_cast<std::uint64_t>(end - at);
+        *count += length / width_of(wire_type);
+        return length % width_of(wire_type) == 0;
+    }
+    bool ended = true;
+    for (; at != end; ++at) {
+        ended = *at < 0x80;
+        *count += ended;
+    }
+    return ended;
+}
+
 }  // namespace vesk

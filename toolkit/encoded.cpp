@@ -1,24 +1,6 @@
 #include "toolkit/encoded.hpp"
 
 namespace vesk {
-namespace {
-
-// The elements of a packed content, of which the last may be cut short.
-struct Packed {
-    std::uint64_t count;
-    bool whole;
-};
-
-Packed count_packed(std::uint16_t kind, const std::uint8_t* at, const std::uint8_t* end) {
-    const std::uint64_t length = static_cast<std::uint64_t>(end - at);
-    if (const std::uint32_t size = fixed_size(kind); size != 0) return {length / size, length % size == 0};
-    Packed packed{0, length == 0 || end[-1] < 0x80};
-    for (; at != end; ++at) packed.count += *at < 0x80;
-    return packed;
-}
-
-}  // namespace
-
 // ---- Elements ------------------------------------------------------------------------------------------------------
 
 bool ScalarRun::take(const std::uint8_t* end, std::uint64_t* number) {
@@ -55,6 +37,7 @@ bool ScalarRun::next(std::uint64_t* number) {
 CountedRun count_run(const vesk_field* field, const std::uint8_t* tag, const std::uint8_t* end) {
     using Fault = CountedRun::Fault;
     const std::uint16_t kind = kind_of_values(field);
+    const WireType wire_type = wire_type_of_scalar(kind);
     const std::uint8_t* const first = tag;
     std::uint64_t count = 0;
     for (const std::uint8_t* at = tag; at != end; tag = at) {
@@ -68,9 +51,7 @@ CountedRun count_run(const vesk_field* field, const std::uint8_t* tag, const std
             const Varint length = read_length(read.at, end);
             if (length.at == nullptr) return {count, VESK_MALFORMED, tag, Fault::of_element};
             at = length.at + length.value;
-            const Packed packed = count_packed(kind, length.at, at);
-            count += packed.count;
-            whole = packed.whole;
+            whole = count_packed(&count, wire_type, length.at, at);
         } else {
             at = skip_number(kind, read.at, end);
             whole = at != nullptr;

@@ -8,8 +8,10 @@
 #include <vesk/vesk_facts.h>
 
 #include <cstdint>
+#include <type_traits>
 
-#include "runtime/wire.hpp"
+#include "runtime/kinds.hpp"
+#include "runtime/repeated.hpp"
 
 namespace vesk {
 
@@ -30,37 +32,44 @@ constexpr bool is_repeated_scalar(const vesk_field* field) {
     return is_repeated_field(field) && is_scalar_kind(kind_of_values(field));
 }
 
-// Bytes that a scalar kind always takes on the wire; 0 if that is a varint.
-constexpr std::uint32_t fixed_size(std::uint16_t kind) {
+// Calls `visit` with the structure of a scalar kind.
+template <class Visit>
+constexpr auto with_scalar(std::uint16_t kind, Visit visit) {
     switch (kind) {
-        case VESK_KIND_FIXED32:
-        case VESK_KIND_SFIXED32:
-        case VESK_KIND_FLOAT: return 4;
-        case VESK_KIND_FIXED64:
-        case VESK_KIND_SFIXED64:
-        case VESK_KIND_DOUBLE: return 8;
-        default: return 0;
-    }
-}
-
-// Of a whole number: whether it may be below 0.
-constexpr bool has_sign(std::uint16_t kind) {
-    switch (kind) {
-        case VESK_KIND_SINT32:
-        case VESK_KIND_SINT64:
-        case VESK_KIND_INT32:
-        case VESK_KIND_INT64:
-        case VESK_KIND_SFIXED32:
-        case VESK_KIND_SFIXED64:
-        case VESK_KIND_ENUM: return true;
-        default: return false;
+        case VESK_KIND_UINT32: return visit(Uint32{});
+        case VESK_KIND_BOOL: return visit(Bool{});
+        case VESK_KIND_SINT32: return visit(Sint32{});
+        case VESK_KIND_SINT64: return visit(Sint64{});
+        case VESK_KIND_INT32: return visit(Int32{});
+        case VESK_KIND_INT64: return visit(Int64{});
+        case VESK_KIND_FIXED32: return visit(Fixed32{});
+        case VESK_KIND_FIXED64: return visit(Fixed64{});
+        case VESK_KIND_SFIXED32: return visit(Sfixed32{});
+        case VESK_KIND_SFIXED64: return visit(Sfixed64{});
+        case VESK_KIND_FLOAT: return visit(Float{});
+        case VESK_KIND_DOUBLE: return visit(Double{});
+        case VESK_KIND_ENUM: return visit(Enum{});
+        default: return visit(Uint64{});
     }
 }
 
 // Of a scalar that stands by itself.
 constexpr WireType wire_type_of_scalar(std::uint16_t kind) {
-    const std::uint32_t size = fixed_size(kind);
-    return size == 0 ? varint_type : size == 4 ? fixed32_type : fixed64_type;
+    return with_scalar(kind, [](auto scalar) { return scalar.wire_type; });
+}
+
+// Bytes that a scalar kind always takes on the wire; 0 if that is a varint.
+constexpr std::uint32_t fixed_size(std::uint16_t kind) {
+    const WireType wire_type = wire_type_of_scalar(kind);
+    return wire_type == varint_type ? 0 : static_cast<std::uint32_t>(width_of(wire_type));
+}
+
+// Of a whole number: whether it may be below 0.
+constexpr bool has_sign(std::uint16_t kind) {
+    return with_scalar(kind, [](auto scalar) {
+        using Member = typename decltype(scalar)::Member;
+        return std::is_integral_v<Member> && std::is_signed_v<Member>;
+    });
 }
 
 // Whether decode reads a tag of the field's number as this field: a repeated scalar field may come packed or not.
