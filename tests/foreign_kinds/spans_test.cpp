@@ -4,8 +4,10 @@
 #include <gtest/gtest.h>
 
 #include "tests/foreign_kinds/decoded.hpp"
-#include "tests/foreign_kinds/random_foreign.hpp"
+#include "tests/foreign_kinds/random_fields.hpp"
+#include "tests/foreign_kinds/type_info.hpp"
 #include "tests/support/damage.hpp"
+#include "tests/support/random_message.hpp"
 #include "tools/vesk/pre_flight.hpp"
 
 namespace vesk::test {
@@ -40,7 +42,7 @@ TEST(foreign_spans, random_and_damaged_bytes_are_covered_once_up_to_where_decodi
     for (std::uint64_t seed = 1; seed <= 1000; ++seed) {
         SCOPED_TRACE(seed);
         std::mt19937_64 random(seed);
-        const Bytes whole = encoded(RandomForeign(foreign_facts(0), seed).get());
+        const Bytes whole = encoded(RandomMessage(*foreign_infos()[0], seed, Amount::wild).get());
         expect_whole_map(whole);
         expect_whole_map(damage(whole, random));
         expect_whole_map(random_fields(foreign_facts(0), random));

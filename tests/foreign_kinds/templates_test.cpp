@@ -6,9 +6,11 @@
 #include <cstring>
 
 #include "tests/foreign_kinds/decoded.hpp"
-#include "tests/foreign_kinds/random_foreign.hpp"
+#include "tests/foreign_kinds/random_fields.hpp"
 #include "tests/foreign_kinds/schema_library.hpp"
+#include "tests/foreign_kinds/type_info.hpp"
 #include "tests/support/damage.hpp"
+#include "tests/support/random_message.hpp"
 
 namespace vesk::test {
 namespace {
@@ -101,7 +103,7 @@ TEST(foreign_templates, answer_as_the_second_implementation_on_random_and_damage
     std::mt19937_64 random(7);
     for (std::uint64_t seed = 1; seed <= 1000; ++seed) {
         SCOPED_TRACE(seed);
-        const Bytes whole = encoded(RandomForeign(foreign_facts(0), seed).get());
+        const Bytes whole = encoded(RandomMessage(*foreign_infos()[0], seed, Amount::wild).get());
         expect_same(whole);
         expect_same(damage(whole, random));
         for (int round = 0; round < 5; ++round) expect_same(random_fields(foreign_facts(0), random));
@@ -111,7 +113,7 @@ TEST(foreign_templates, answer_as_the_second_implementation_on_random_and_damage
 
 TEST(foreign_templates, encode_in_segments_as_the_second_implementation) {
     for (std::uint64_t seed = 1; seed <= 200; ++seed) {
-        const RandomForeign random(foreign_facts(0), seed);
+        const RandomMessage random(*foreign_infos()[0], seed, Amount::wild);
         const auto& message = *static_cast<const foreign_all*>(random.get());
         for (const std::uint64_t length : {0u, 5u, 50u, 2000u}) {
             for (const std::uint32_t flags : {0u, std::uint32_t{VESK_BYTES_BY_REFERENCE}}) {
@@ -136,7 +138,7 @@ TEST(foreign_templates, encode_in_segments_as_the_second_implementation) {
 }
 
 TEST(foreign_templates, memory_that_fails_at_each_request_ends_decode_and_duplicate_alike) {
-    const Bytes input = encoded(RandomForeign(foreign_facts(0), 3).get());
+    const Bytes input = encoded(RandomMessage(*foreign_infos()[0], 3, Amount::wild).get());
     const std::uint64_t requests = Made(input, 0).ledger.requests_made();
     ASSERT_GT(requests, 5u);
     for (std::uint64_t failing = 1; failing <= requests; ++failing) {

@@ -6,7 +6,9 @@
 #include <string>
 
 #include "tests/foreign_kinds/decoded.hpp"
-#include "tests/foreign_kinds/random_foreign.hpp"
+#include "tests/foreign_kinds/random_fields.hpp"
+#include "tests/foreign_kinds/type_info.hpp"
+#include "tests/support/random_message.hpp"
 
 namespace vesk::test {
 namespace {
@@ -217,7 +219,7 @@ TEST(foreign_text, repeated_fields_may_go_on_anywhere) {
 
 TEST(foreign_documents, random_message_survives_the_way_there_and_back) {
     for (std::uint64_t seed = 1; seed <= 300; ++seed) {
-        const Bytes input = encoded(RandomForeign(foreign_facts(0), seed).get());
+        const Bytes input = encoded(RandomMessage(*foreign_infos()[0], seed, Amount::wild).get());
         const Decoded decoded(input);
         ASSERT_EQ(decoded.code, VESK_OK);
         for (const Form form : {Form::json, Form::text}) {

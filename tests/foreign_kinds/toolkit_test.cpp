@@ -8,8 +8,10 @@
 #include <limits>
 
 #include "tests/foreign_kinds/decoded.hpp"
-#include "tests/foreign_kinds/random_foreign.hpp"
+#include "tests/foreign_kinds/random_fields.hpp"
+#include "tests/foreign_kinds/type_info.hpp"
 #include "tests/support/damage.hpp"
+#include "tests/support/random_message.hpp"
 
 namespace vesk::test {
 namespace {
@@ -52,7 +54,7 @@ void expect_same_as_decode(const Bytes& input, std::vector<int>* codes) {
 TEST(foreign_check, random_message_costs_what_decode_asks_for) {
     std::vector<int> codes(5);
     for (std::uint64_t seed = 1; seed <= 300; ++seed) {
-        expect_same_as_decode(encoded(RandomForeign(foreign_facts(all), seed).get()), &codes);
+        expect_same_as_decode(encoded(RandomMessage(*foreign_infos()[all], seed, Amount::wild).get()), &codes);
         if (HasFailure()) return;
     }
     EXPECT_EQ(codes[0], 600);
@@ -62,7 +64,8 @@ TEST(foreign_check, damaged_message_has_the_code_and_the_cost_of_decode) {
     std::vector<int> codes(5);
     for (std::uint64_t seed = 1; seed <= 3000; ++seed) {
         std::mt19937_64 random(seed);
-        expect_same_as_decode(damage(encoded(RandomForeign(foreign_facts(all), seed).get()), random), &codes);
+        expect_same_as_decode(damage(encoded(RandomMessage(*foreign_infos()[all], seed, Amount::wild).get()), random),
+                              &codes);
         if (HasFailure()) return;
     }
     for (const std::int32_t code : {VESK_OK, VESK_MALFORMED, VESK_UNKNOWN_WIRE_TYPE, VESK_WRONG_WIRE_TYPE}) {
@@ -85,7 +88,7 @@ TEST(foreign_check, fields_in_any_order_have_the_code_and_the_cost_of_decode) {
 TEST(foreign_check, message_cut_at_every_byte_has_the_code_and_the_cost_of_decode) {
     std::vector<int> codes(5);
     for (std::uint64_t seed = 1; seed <= 3; ++seed) {
-        const Bytes whole = encoded(RandomForeign(foreign_facts(all), seed).get());
+        const Bytes whole = encoded(RandomMessage(*foreign_infos()[all], seed, Amount::wild).get());
         for (std::size_t length = 0; length < whole.size(); ++length) {
             expect_same_as_decode(Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length)), &codes);
             if (HasFailure()) return;
@@ -144,7 +147,7 @@ TEST(foreign_check, empty_packed_run_leaves_no_array_and_another_run_is_read) {
 
 TEST(foreign_gather, is_byte_for_byte_the_plain_encoding) {
     for (std::uint64_t seed = 1; seed <= 500; ++seed) {
-        const RandomForeign random(foreign_facts(all), seed);
+        const RandomMessage random(*foreign_infos()[all], seed, Amount::wild);
         const Bytes expected = encoded(random.get());
         void* bytes = nullptr;
         std::uint64_t length = 0;
@@ -243,7 +246,7 @@ TEST(foreign_peek, iterator_goes_over_every_repeated_kind) {
 
 TEST(foreign_peek, what_every_path_finds_is_what_decode_leaves) {
     for (std::uint64_t seed = 1; seed <= 100; ++seed) {
-        const Bytes input = encoded(RandomForeign(foreign_facts(all), seed).get());
+        const Bytes input = encoded(RandomMessage(*foreign_infos()[all], seed, Amount::wild).get());
         const Decoded decoded(input);
         ASSERT_EQ(decoded.code, VESK_OK);
         const vesk_type* const type = foreign_facts(all);
@@ -268,7 +271,7 @@ TEST(foreign_peek, what_every_path_finds_is_what_decode_leaves) {
 TEST(foreign_diff, messages_are_equal_if_and_only_if_their_encodings_are) {
     int different = 0;
     for (std::uint64_t seed = 1; seed <= 300; ++seed) {
-        const RandomForeign random(foreign_facts(all), seed);
+        const RandomMessage random(*foreign_infos()[all], seed, Amount::much);
         const Bytes input = encoded(random.get());
         Decoded copy(input);
         ASSERT_EQ(vesk_equal(foreign_facts(all), random.get(), &copy.message, nullptr), 1) << seed;
