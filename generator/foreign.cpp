@@ -32,9 +32,8 @@ void refuse_what_is_not_supported(const FieldDescriptor& field) {
     const FileDescriptor& file = *field.file();
     if (field.is_map()) {
         refuse(field, file,
-               "a map has no structure in C; write the same bytes as `message Entry { optional KEY key = 1; optional "
-               "VALUE "
-               "value = 2; }` and `repeated Entry " +
+               "a map has no structure in C; write the same bytes as `message Entry { optional KEY key = 1; "
+               "optional VALUE value = 2; }` and `repeated Entry " +
                    field.name() + " = " + std::to_string(field.number()) + ";`");
     }
     if (field.type() == FieldDescriptor::TYPE_GROUP) {
@@ -55,9 +54,8 @@ void refuse_what_is_not_supported(const Descriptor& message) {
     for (int i = 0; i < message.field_count(); ++i) refuse_what_is_not_supported(*message.field(i));
     if (message.real_oneof_decl_count() != 0) {
         refuse(*message.oneof_decl(0), file,
-               "a oneof has no structure in C; write its fields as optional ones (the bytes stay the same) and mark "
-               "one of "
-               "them");
+               "a oneof has no structure in C; write its fields as optional ones (the bytes stay the same) "
+               "and mark one of them");
     }
     if (message.field_count() > most_fields) {
         refuse(message, file,
@@ -280,8 +278,7 @@ private:
             remark("\"" + field->name + "\" in the schema");
             note(
                 "in the schema: a name that C or the structure has already gets an underscore at its end; underscores "
-                "at "
-                "its beginning, and all but one of several in a row, are left out. The same goes for enumerators.");
+                "at its beginning, and all but one of several in a row, are left out. The same goes for enumerators.");
         }
         if (const EnumDescriptor* enumeration = descriptor.enum_type()) {
             remark("enum " + name_of(*enumeration));
@@ -300,8 +297,7 @@ private:
             remark("no presence");
             note(
                 "no presence: others write the field if it is not 0, false or empty, and take an absent one for that. "
-                "Here "
-                "it has a presence bit as any other, and is written if that is set.");
+                "Here it has a presence bit as any other, and is written if that is set.");
         }
     }
 

@@ -50,50 +50,38 @@ struct Member {
     std::string stars;  // of a pointer
 };
 
-// The type of a kind's member, of one value.
-std::string member_type(const Field& field) {
-    switch (field.kind) {
-        case Kind::uint32:
-        case Kind::fixed32: return "uint32_t";
-        case Kind::uint64:
-        case Kind::fixed64: return "uint64_t";
-        case Kind::boolean:
-        case Kind::bytes: return "uint8_t";
-        case Kind::string: return "char";
-        case Kind::message:
-        case Kind::list: return field.nested;
-        case Kind::sint32:
-        case Kind::int32:
-        case Kind::sfixed32:
-        case Kind::enumeration: return "int32_t";
-        case Kind::sint64:
-        case Kind::int64:
-        case Kind::sfixed64: return "int64_t";
-        case Kind::single_float: return "float";
-        case Kind::double_float: return "double";
-    }
-    return {};
-}
+// Of a scalar kind: what a field list calls it, and the type of its member.
+struct Scalar {
+    std::string word;
+    std::string member;
+};
 
-// The runtime's word for a scalar kind.
-std::string kind_word(Kind kind) {
+Scalar scalar_of(Kind kind) {
     switch (kind) {
-        case Kind::uint32: return "Uint32";
-        case Kind::uint64: return "Uint64";
-        case Kind::boolean: return "Bool";
-        case Kind::sint32: return "Sint32";
-        case Kind::sint64: return "Sint64";
-        case Kind::int32: return "Int32";
-        case Kind::int64: return "Int64";
-        case Kind::fixed32: return "Fixed32";
-        case Kind::fixed64: return "Fixed64";
-        case Kind::sfixed32: return "Sfixed32";
-        case Kind::sfixed64: return "Sfixed64";
-        case Kind::single_float: return "Float";
-        case Kind::double_float: return "Double";
-        case Kind::enumeration: return "Enum";
+        case Kind::uint32: return {"Uint32", "uint32_t"};
+        case Kind::uint64: return {"Uint64", "uint64_t"};
+        case Kind::boolean: return {"Bool", "uint8_t"};
+        case Kind::sint32: return {"Sint32", "int32_t"};
+        case Kind::sint64: return {"Sint64", "int64_t"};
+        case Kind::int32: return {"Int32", "int32_t"};
+        case Kind::int64: return {"Int64", "int64_t"};
+        case Kind::fixed32: return {"Fixed32", "uint32_t"};
+        case Kind::fixed64: return {"Fixed64", "uint64_t"};
+        case Kind::sfixed32: return {"Sfixed32", "int32_t"};
+        case Kind::sfixed64: return {"Sfixed64", "int64_t"};
+        case Kind::single_float: return {"Float", "float"};
+        case Kind::double_float: return {"Double", "double"};
+        case Kind::enumeration: return {"Enum", "int32_t"};
         default: return {};
     }
+}
+
+// The type of one value, or of what its pointer points to.
+std::string member_type(const Field& field) {
+    if (!field.nested.empty()) return field.nested;
+    if (field.kind == Kind::string) return "char";
+    if (field.kind == Kind::bytes) return "uint8_t";
+    return scalar_of(field.kind).member;
 }
 
 std::vector<Member> members_of(const Field& field) {
@@ -235,7 +223,7 @@ std::string field_word(const Field& field) {
     if (field.kind == Kind::list) return "list" + number + ">";
     if (field.kind == Kind::bytes) return (field.is_repeated ? "blobs" : "bytes") + number + ">";
     if (field.is_repeated && field.kind == Kind::string) return "strings" + number + ">";
-    const std::string number_and_kind = number + ", " + kind_word(field.kind) + ">";
+    const std::string number_and_kind = number + ", " + scalar_of(field.kind).word + ">";
     if (field.is_repeated) return (field.is_packed ? "packed" : "repeated") + number_and_kind;
     return field.kind > Kind::list ? "scalar" + number_and_kind : "field" + number + ">";
 }
