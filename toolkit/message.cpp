@@ -2,13 +2,6 @@
 
 namespace vesk {
 
-// "drin_eid_st", or the C name as in the tables of others.
-bool is_identifier(const vesk_type* type) {
-    const char* name = vesk_type_name(type);
-    if (std::strncmp(name, "vesk_", 5) == 0) name += 5;
-    return std::strcmp(name, "drin_eid_st") == 0;
-}
-
 namespace {
 
 // Of a structure that nobody here can look into: one that is cleared has no content.

@@ -4,6 +4,7 @@
 #include <vesk/vesk_toolkit.h>
 
 #include <cstdint>
+#include <cstring>
 
 // The identifier's library need not have it: the address is then null.
 extern "C" [[gnu::weak]] const vesk_type vesk_drin_eid_st_type;
@@ -15,9 +16,13 @@ inline const vesk_type* describe_elsewhere() { return &vesk_drin_eid_st_type; }
 
 constexpr bool is_elsewhere(const vesk_type* type) { return (type->flags & VESK_TYPE_ELSEWHERE) != 0; }
 
-// Whether a type of another library is the entity identifier; its name says so. One that is not is opaque: nobody here
-// knows the functions of its library.
-bool is_identifier(const vesk_type* type);
+// Whether a type of another library is the entity identifier; its name says so, which is its whole name in C in the
+// tables of others. One that is not is opaque: nobody here knows the functions of its library.
+inline bool is_identifier(const vesk_type* type) {
+    const char* name = vesk_type_name(type);
+    if (std::strncmp(name, "vesk_", 5) == 0) name += 5;
+    return std::strcmp(name, "drin_eid_st") == 0;
+}
 
 // The type whose fields can be looked at: that itself, or of an identifier the description that its library brings.
 // Null if there is none.

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <string_view>
 
+#include "toolkit/types.hpp"
 #include "tools/vesk/failure.hpp"
 #include "tools/vesk/output.hpp"
 #include "tools/vesk/schema.hpp"
@@ -57,15 +57,6 @@ const vesk_type* find_type(const std::string& name) {
     throw Failure("no type is called " + quote(name) + "; the nearest is " + nearest(name, known) +
                   " (vesk types names them all)");
 }
-
-namespace {
-
-bool is_identifier(const vesk_type* type) {
-    const std::string_view name = vesk_type_name(type);
-    return name == "drin_eid_st" || name == "vesk_drin_eid_st";
-}
-
-}  // namespace
 
 const vesk_type* describe(const vesk_type* type) {
     if ((type->flags & VESK_TYPE_ELSEWHERE) == 0) return type;
