@@ -138,12 +138,12 @@ template <class Scalar>
 [[gnu::noinline]] const std::uint8_t* decode_values(const void* array, void* array_member, std::uint32_t* count,
                                                     std::uint32_t tag, const std::uint8_t* at, const std::uint8_t* end,
                                                     Source& source) {
-    typename Scalar::Member* value = nullptr;
-    std::uint32_t left = 0;
-    if (!make_values(array, array_member, count, tag, Scalar::wire_type, sizeof *value, at, end, source))
+    using Member = typename Scalar::Member;
+    if (!make_values(array, array_member, count, tag, Scalar::wire_type, sizeof(Member), at, end, source))
         return nullptr;
+    Member* value;
     std::memcpy(&value, array_member, sizeof value);
-    left = *count;
+    std::uint32_t left = *count;
     for (;;) {
         // Counting has shown all of this to be there; but whoever gave the block may have written into the input.
         const std::uint8_t* past = nullptr;  // the content of a packed field; null for a single value
