@@ -40,7 +40,8 @@ std::string print_types_header(const Library& library) {
            "_type_named(const char *name);\n\n"
            "/* The same as the first, by a name that every library of this kind has, for who opens it at run time:\n"
            " * `vesk --schema`. A program that is linked with several has that of one of them. */\n"
-           "VESK_API const vesk_type *vesk_schema_all_types(uint32_t *count);\n\n"
+           "#ifndef VESK_SCHEMA_ALL_TYPES\n#define VESK_SCHEMA_ALL_TYPES\n"
+           "VESK_API const vesk_type *vesk_schema_all_types(uint32_t *count);\n#endif\n\n"
            "#ifdef __cplusplus\n}\n#endif\n\n#endif\n";
 }
 

@@ -80,8 +80,8 @@ std::int32_t decode_ext(void* message, const NestedDecoder& decoder, const void*
     const std::uint8_t* const at = static_cast<const std::uint8_t*>(buffer);
     const std::uint8_t* const end = end_of_input(at, length);
     // Nobody has more memory. Without words nothing is read past the byte that ends the decoding.
-    const bool vast = length > static_cast<std::uint64_t>(end - at);
-    Source source{vast ? Input{nullptr} : input_between(at, end), allocator, flags, VESK_OK};
+    const bool wraps = length > static_cast<std::uint64_t>(end - at);
+    Source source{wraps ? Input{nullptr} : input_between(at, end), allocator, flags, VESK_OK};
     std::memset(message, 0, decoder.size);
     decoder.decode(message, at, end, source);
     return source.code;

@@ -29,6 +29,6 @@ inline void* allocate(const Allocator& allocator, std::uint64_t size) {
 
 // A list's array member, of which the shared functions know the element size but not the type: `member` is the address
 // of an `Element*`. Copying its bytes is the one way to set it that no rule about types forbids.
-inline void set_array(void* member, const void* array) { std::memcpy(member, &array, sizeof array); }
+inline void set_array(void* member, const void* block) { std::memcpy(member, &block, sizeof block); }
 
 }  // namespace vesk

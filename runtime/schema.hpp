@@ -233,18 +233,18 @@ using ScalarOf = decltype(scalar_of_field<Message>(field_of<Message, Index>));
 template <class Message, std::size_t Index>
 inline constexpr bool is_scalar = ScalarOf<Message, Index>::longest != 0;
 
-template <std::uint32_t Tag>
+// A field is encoded with the one tag, and decoded with either.
+template <std::uint32_t Tag, std::uint32_t OtherTag = Tag>
 struct FieldTag {
     static constexpr std::uint32_t tag = Tag;
-    static constexpr std::uint32_t other_tag = Tag;
+    static constexpr std::uint32_t other_tag = OtherTag;
 };
 
-// A field of scalars: with the tag of its encoding. What is decoded may have either.
 template <std::uint32_t Number, class OfScalar, bool Packed>
-struct RepeatedTag : FieldTag<make_tag(Number, Packed ? length_type : OfScalar::wire_type)> {
+struct RepeatedTag : FieldTag<make_tag(Number, Packed ? length_type : OfScalar::wire_type),
+                              make_tag(Number, Packed ? OfScalar::wire_type : length_type)> {
     using Scalar = OfScalar;
     static constexpr bool is_packed = Packed;
-    static constexpr std::uint32_t other_tag = make_tag(Number, Packed ? OfScalar::wire_type : length_type);
 };
 
 template <class Message, std::uint32_t Number, class Scalar, bool Packed>

@@ -65,7 +65,6 @@ private:
         std::uint64_t number;  // a scalar; a length; of an array or a list's first element how many elements there are
         const std::uint8_t* data;
     };
-    static const std::uint8_t new_array;
 
     struct Level {
         const vesk_type* type;
@@ -79,8 +78,6 @@ private:
     Level& level() { return levels_[depth_]; }
     const Level& level() const { return levels_[depth_]; }
     void open_level(const vesk_type* type, const Place* outer);
-    static bool fill_repeated(std::uint8_t* message, const vesk_type* type, const Item& item, vesk_alloc alloc,
-                              void* context);
     // Counts one more element of the list or repeated field that is entered; true if it is the first.
     bool count_element();
     bool add_value(std::uint64_t number, const std::uint8_t* data);

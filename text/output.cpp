@@ -1,5 +1,6 @@
 #include "text/output.hpp"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 
@@ -93,9 +94,7 @@ char* put_real(char* at, std::uint64_t bits, const char* const (&not_finite)[3])
     std::memcpy(&real, &copy, sizeof real);
     if (!std::isfinite(real)) {
         const char* const word = not_finite[std::isnan(real) ? 0 : real < 0 ? 2 : 1];
-        const std::size_t length = std::strlen(word);
-        std::memcpy(at, word, length);
-        return at + length;
+        return std::copy(word, word + std::strlen(word), at);
     }
     const Real size = std::fabs(real);
     constexpr Real too_many_digits = sizeof(Real) == sizeof(float) ? Real(1e7) : Real(1e15);

@@ -220,7 +220,9 @@ const std::uint8_t* check_contents(Check& check, const vesk_field* field, const 
     ask_for(check, std::uint64_t{*count} * size_of_element(kind));
     for (std::uint32_t left = *count; left != 0; --left) {
         if (left != *count) at = read_tag(at, end).at;
-        const Varint length = read_length(at, end);  // which counting has seen
+        const Varint length = read_length(at, end);
+        // Counting has seen it; but somebody else may have written into the input.
+        if (length.at == nullptr) return fail_in(check, VESK_MALFORMED, tag, outer, field);
         if (kind == VESK_KIND_STRING) {
             ask_for(check, length.value + 1);
         } else if ((check.flags & VESK_BYTES_BY_REFERENCE) == 0) {

@@ -215,7 +215,7 @@ std::int32_t read_scalar_element(const vesk_field* field, std::uint32_t element,
     if (element >= counted.count) return VESK_PAST_THE_END;
     ScalarRun run(field, tag, end);
     std::uint64_t number = 0;
-    for (std::uint64_t left = std::uint64_t{element} + 1; left != 0; --left) {
+    for (std::uint64_t i = 0; i <= element; ++i) {
         if (!run.next(&number)) return VESK_MALFORMED;
     }
     *value = make_number(kind_of_values(field), number);

@@ -31,6 +31,8 @@ class ForeignSchema {
 public:
     // Opens a library and the files of its types, looked for in the folders. Ends the program if one is missing.
     ForeignSchema(const std::string& library, const std::vector<std::string>& folders);
+    ForeignSchema(const ForeignSchema&) = delete;
+    ForeignSchema& operator=(const ForeignSchema&) = delete;
     ~ForeignSchema();
 
     const std::vector<ForeignType>& types() const { return types_; }

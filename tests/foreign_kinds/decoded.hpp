@@ -1,6 +1,8 @@
 // A foreign_all that the second implementation has decoded, and its encoding.
 #pragma once
 
+#include <utility>
+
 #include "tests/foreign_kinds/messages.hpp"
 #include "tests/support/bytes.hpp"
 #include "tests/support/ledger.hpp"
@@ -8,7 +10,7 @@
 namespace vesk::test {
 
 struct Decoded {
-    explicit Decoded(const Bytes& bytes, std::uint32_t decode_flags = 0) : flags(decode_flags), input(bytes) {
+    explicit Decoded(Bytes bytes, std::uint32_t decode_flags = 0) : flags(decode_flags), input(std::move(bytes)) {
         code =
             interpreter::decode(foreign_table(0), &message, input.data(), input.size(), Ledger::alloc, &ledger, flags);
     }

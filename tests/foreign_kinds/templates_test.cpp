@@ -4,6 +4,7 @@
 #include <vesk/vesk_toolkit.h>
 
 #include <cstring>
+#include <utility>
 
 #include "tests/foreign_kinds/decoded.hpp"
 #include "tests/foreign_kinds/random_fields.hpp"
@@ -49,7 +50,7 @@ TEST(foreign_facts, table_that_is_made_of_a_field_list_says_what_the_one_by_hand
 
 // A message that the templates have decoded.
 struct Made {
-    explicit Made(const Bytes& bytes, std::uint32_t decode_flags) : flags(decode_flags), input(bytes) {
+    explicit Made(Bytes bytes, std::uint32_t decode_flags) : flags(decode_flags), input(std::move(bytes)) {
         code = foreign_all_decode_ext(&message, input.data(), input.size(), Ledger::alloc, &ledger, flags);
     }
     ~Made() {
@@ -100,9 +101,9 @@ void expect_same(const Bytes& input) {
 }
 
 TEST(foreign_templates, answer_as_the_second_implementation_on_random_and_damaged_bytes) {
-    std::mt19937_64 random(7);
     for (std::uint64_t seed = 1; seed <= 1000; ++seed) {
         SCOPED_TRACE(seed);
+        std::mt19937_64 random(seed);
         const Bytes whole = encoded(RandomMessage(*foreign_infos()[0], seed, Amount::wild).get());
         expect_same(whole);
         expect_same(damage(whole, random));

@@ -206,8 +206,8 @@ TEST(foreign_text, numbers_of_every_kind_are_parsed_or_refused) {
 TEST(foreign_text, repeated_fields_may_go_on_anywhere) {
     expect(Form::text, {{"some_sint32: 1 one_int32: 2 some_sint32: 3", "one_int32: 2 some_sint32: 1 some_sint32: 3"},
                         {"some_sint32: [1, -2] some_sint32: 3", "some_sint32: 1 some_sint32: -2 some_sint32: 3"},
-                        {"texts: ['a', \"b\" \"c\"]", "texts: \"a\" texts: \"bc\""},
-                        {"blobs: '\\377' texts: 'x' blobs: ''", "texts: \"x\" blobs: \"\\377\" blobs: \"\""},
+                        {R"(texts: ['a', "b" "c"])", R"(texts: "a" texts: "bc")"},
+                        {"blobs: '\\377' texts: 'x' blobs: ''", R"(texts: "x" blobs: "\377" blobs: "")"},
                         {"some_sint32: [] one_int32: 1", "one_int32: 1"},
                         {"some_sint32 1", "-201 some_sint32 1:13 a colon is expected"},
                         {"one_int32: 1 one_int32: 2", "-203 one_int32 1:14 the field occurs a second time"},

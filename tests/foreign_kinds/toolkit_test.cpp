@@ -75,8 +75,9 @@ TEST(foreign_check, damaged_message_has_the_code_and_the_cost_of_decode) {
 
 TEST(foreign_check, fields_in_any_order_have_the_code_and_the_cost_of_decode) {
     std::vector<int> codes(5);
-    std::mt19937_64 random(1);
-    for (int round = 0; round < 20000; ++round) {
+    for (std::uint64_t seed = 1; seed <= 20000; ++seed) {
+        SCOPED_TRACE(seed);
+        std::mt19937_64 random(seed);
         expect_same_as_decode(random_fields(foreign_facts(all), random), &codes);
         if (HasFailure()) return;
     }

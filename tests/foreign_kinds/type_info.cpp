@@ -52,7 +52,7 @@ struct Infos {
 #undef FOREIGN_FUNCTIONS
     }
 
-    void describe(TypeInfo& info, const TypeByHand& type) {
+    void describe(TypeInfo& info, const TypeByHand& type) const {
         info.name = type.name;
         info.size = type.size;
         info.alignment = type.alignment;

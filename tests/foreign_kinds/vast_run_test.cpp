@@ -32,11 +32,11 @@ public:
 
     static std::uint32_t number() { return number_of("packed_boolean"); }
 
-    // The code, of memory that refuses everything; its requests are in `requests`.
+    // The code, of memory that refuses everything; its requests are in requests().
     std::int32_t decode() {
         foreign_all message;
         const auto refuse = [](std::uint64_t size, void* context) -> void* {
-            static_cast<VastRun*>(context)->requests.push_back(size);
+            static_cast<VastRun*>(context)->requests_.push_back(size);
             return nullptr;
         };
         return foreign_all_decode_ext(&message, memory_.data(), memory_.size(), refuse, this, 0);
@@ -47,11 +47,12 @@ public:
         return vesk_check(foreign_facts(0), memory_.data(), memory_.size(), 0, report, nullptr);
     }
 
-    std::vector<std::uint64_t> requests;
+    const std::vector<std::uint64_t>& requests() const { return requests_; }
 
 private:
     std::uint64_t size_of(const Bytes& more) const { return head_.size() + std::uint64_t{UINT32_MAX} + more.size(); }
 
+    std::vector<std::uint64_t> requests_;
     Bytes head_;
     VastMemory memory_;
 };
@@ -59,7 +60,7 @@ private:
 TEST(vast_run, of_as_many_values_as_a_count_can_say_asks_for_them_all) {
     VastRun run({});
     EXPECT_EQ(run.decode(), VESK_NO_MEMORY);
-    EXPECT_EQ(run.requests, std::vector<std::uint64_t>{UINT32_MAX});
+    EXPECT_EQ(run.requests(), std::vector<std::uint64_t>{UINT32_MAX});
     vesk_report report;
     EXPECT_EQ(run.check(&report), VESK_OK);
     EXPECT_EQ(report.cost.bytes, UINT32_MAX);
@@ -68,7 +69,7 @@ TEST(vast_run, of_as_many_values_as_a_count_can_say_asks_for_them_all) {
 TEST(vast_run, of_one_value_more_is_malformed_and_asks_for_nothing) {
     VastRun run(message(tag(VastRun::number(), 0), varint(1)));
     EXPECT_EQ(run.decode(), VESK_MALFORMED);
-    EXPECT_TRUE(run.requests.empty());
+    EXPECT_TRUE(run.requests().empty());
     vesk_report report;
     EXPECT_EQ(run.check(&report), VESK_MALFORMED);
 }
