@@ -222,7 +222,8 @@ VESK_INLINE Cursor decode_fields(Message& message, Cursor cursor, const std::uin
         return cursor;
     } else {
         using Tags = TagOf<Message, Index>;
-        if (cursor.tag == Tags::tag || (Tags::other_tag != Tags::tag && cursor.tag == Tags::other_tag)) {
+        // NOLINTNEXTLINE(misc-redundant-expression): scalars have another tag
+        if (cursor.tag == Tags::tag || cursor.tag == Tags::other_tag) {
             const std::uint8_t* at;
             if constexpr (kind_of<Message, Index> == Kind::repeated) {
                 constexpr auto field = field_of<Message, Index>;
