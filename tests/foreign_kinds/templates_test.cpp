@@ -138,8 +138,40 @@ TEST(foreign_templates, encode_in_segments_as_the_second_implementation) {
     }
 }
 
-TEST(foreign_templates, memory_that_fails_at_each_request_ends_decode_and_duplicate_alike) {
-    const Bytes input = encoded(RandomMessage(*foreign_infos()[0], 3, Amount::wild).get());
+TEST(foreign_templates, decode_without_memory_as_the_second_implementation) {
+    for (std::uint64_t seed = 1; seed <= 2000; ++seed) {
+        std::mt19937_64 random(seed);
+        const Bytes input = random_fields(foreign_facts(0), random);
+        SCOPED_TRACE(to_hex(input));
+        foreign_all message;
+        foreign_all same;
+        EXPECT_EQ(foreign_all_decode_ext(&message, input.data(), input.size(), nullptr, nullptr, 0),
+                  interpreter::decode(foreign_table(0), &same, input.data(), input.size(), nullptr, nullptr, 0));
+        EXPECT_EQ(to_hex(encoded_by_templates(message)), to_hex(encoded(&same)));
+    }
+}
+
+TEST(foreign_templates, element_that_is_a_null_string_is_written_as_an_empty_one_and_copied_as_null) {
+    char text[] = "x";
+    char* texts[] = {nullptr, text};
+    foreign_all message{};
+    message.texts = texts;
+    message.texts_count = 2;
+    std::memset(message.present, 0xFF, sizeof message.present);
+    const Bytes bytes = encoded_by_templates(message);
+    EXPECT_EQ(to_hex(bytes), to_hex(encoded(&message)));
+    EXPECT_STREQ(Made(bytes, 0).message.texts[0], "");
+
+    Ledger ledger;
+    foreign_all copy;
+    EXPECT_EQ(foreign_all_duplicate(&copy, &message, Ledger::alloc, &ledger), VESK_OK);
+    EXPECT_EQ(copy.texts[0], nullptr);
+    EXPECT_STREQ(copy.texts[1], "x");
+    foreign_all_free_ext(&copy, Ledger::release, &ledger, 0);
+    EXPECT_EQ(ledger.blocks_out(), 0u);
+}
+
+void expect_same_at_each_failure(const Bytes& input) {
     const std::uint64_t requests = Made(input, 0).ledger.requests_made();
     ASSERT_GT(requests, 5u);
     for (std::uint64_t failing = 1; failing <= requests; ++failing) {
@@ -170,6 +202,13 @@ TEST(foreign_templates, memory_that_fails_at_each_request_ends_decode_and_duplic
         foreign_all_free_ext(&message, Ledger::release, &ledger, 0);
         interpreter::release(foreign_table(0), &same, Ledger::release, &same_ledger, 0);
         EXPECT_EQ(ledger.blocks_out(), 0u);
+    }
+}
+
+TEST(foreign_templates, memory_that_fails_at_each_request_ends_decode_and_duplicate_alike) {
+    for (std::uint64_t seed = 1; seed <= 10; ++seed) {
+        SCOPED_TRACE(seed);
+        expect_same_at_each_failure(encoded(RandomMessage(*foreign_infos()[0], seed, Amount::much).get()));
     }
 }
 

@@ -1,14 +1,16 @@
 // Runs of as many packed values as a count can say, and of one more.
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <vesk/vesk_toolkit.h>
 
+#include <algorithm>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include "tests/foreign_kinds/messages.hpp"
 #include "tests/foreign_kinds/schema_library.hpp"
 #include "tests/support/bytes.hpp"
-#include "tests/trust/vast_memory.hpp"
 
 namespace vesk::test {
 namespace {
@@ -22,15 +24,31 @@ std::uint32_t number_of(const char* name) {
     return 0;
 }
 
-// A packed field with UINT32_MAX flags, all of them 0, and `more` behind it.
+// Numbers of 32 bits, all of them 0, in packed fields of up to 2 GiB: a length has 32 bits. Nobody reads the numbers to
+// count them, so that they take 16 GiB of addresses and little memory.
 class VastRun {
 public:
-    explicit VastRun(const Bytes& more) : head_(message(tag(number(), 2), varint(UINT32_MAX))), memory_(size_of(more)) {
-        memory_.write_at_start(head_);
-        memory_.write_at_end(more);
+    explicit VastRun(std::uint64_t values) {
+        constexpr std::uint64_t most = std::uint64_t{1} << 29;
+        std::vector<std::pair<std::uint64_t, Bytes>> heads;
+        for (std::uint64_t left = values; left != 0; left -= std::min(left, most)) {
+            const std::uint64_t content = std::min(left, most) * sizeof(std::uint32_t);
+            heads.emplace_back(size_, message(tag(number_of("packed_fixed32"), 2), varint(content)));
+            size_ += heads.back().second.size() + content;
+        }
+        memory_ = mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        if (memory_ == MAP_FAILED) return;
+        for (const auto& [at, head] : heads) {
+            std::memcpy(static_cast<std::uint8_t*>(memory_) + at, head.data(), head.size());
+        }
     }
+    ~VastRun() {
+        if (memory_ != MAP_FAILED) munmap(memory_, size_);
+    }
+    VastRun(const VastRun&) = delete;
+    VastRun& operator=(const VastRun&) = delete;
 
-    static std::uint32_t number() { return number_of("packed_boolean"); }
+    bool is_there() const { return memory_ != MAP_FAILED; }
 
     // The code, of memory that refuses everything; its requests are in requests().
     std::int32_t decode() {
@@ -39,35 +57,36 @@ public:
             static_cast<VastRun*>(context)->requests_.push_back(size);
             return nullptr;
         };
-        return foreign_all_decode_ext(&message, memory_.data(), memory_.size(), refuse, this, 0);
+        return foreign_all_decode_ext(&message, memory_, size_, refuse, this, 0);
     }
 
     std::int32_t check(vesk_report* report) const {
         report->size = sizeof *report;
-        return vesk_check(foreign_facts(0), memory_.data(), memory_.size(), 0, report, nullptr);
+        return vesk_check(foreign_facts(0), memory_, size_, 0, report, nullptr);
     }
 
     const std::vector<std::uint64_t>& requests() const { return requests_; }
 
 private:
-    std::uint64_t size_of(const Bytes& more) const { return head_.size() + std::uint64_t{UINT32_MAX} + more.size(); }
-
+    std::uint64_t size_ = 0;
+    void* memory_;
     std::vector<std::uint64_t> requests_;
-    Bytes head_;
-    VastMemory memory_;
 };
 
 TEST(vast_run, of_as_many_values_as_a_count_can_say_asks_for_them_all) {
-    VastRun run({});
+    constexpr std::uint64_t size = std::uint64_t{UINT32_MAX} * sizeof(std::uint32_t);
+    VastRun run(UINT32_MAX);
+    ASSERT_TRUE(run.is_there());
     EXPECT_EQ(run.decode(), VESK_NO_MEMORY);
-    EXPECT_EQ(run.requests(), std::vector<std::uint64_t>{UINT32_MAX});
+    EXPECT_EQ(run.requests(), std::vector<std::uint64_t>{size});
     vesk_report report;
     EXPECT_EQ(run.check(&report), VESK_OK);
-    EXPECT_EQ(report.cost.bytes, UINT32_MAX);
+    EXPECT_EQ(report.cost.bytes, size);
 }
 
 TEST(vast_run, of_one_value_more_is_malformed_and_asks_for_nothing) {
-    VastRun run(message(tag(VastRun::number(), 0), varint(1)));
+    VastRun run(std::uint64_t{UINT32_MAX} + 1);
+    ASSERT_TRUE(run.is_there());
     EXPECT_EQ(run.decode(), VESK_MALFORMED);
     EXPECT_TRUE(run.requests().empty());
     vesk_report report;
