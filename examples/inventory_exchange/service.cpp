@@ -45,22 +45,33 @@ struct Refusal : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// A request with the memory that it may take, which is dropped as a whole: nothing is lost when a hostile request
-// repeats a nested message and decode overwrites the earlier one.
+// The memory that a request may take, which is dropped as a whole: nothing is lost when a hostile request repeats a
+// nested message and decode overwrites the earlier one.
+class RequestMemory {
+public:
+    RequestMemory() { vesk_arena_of_buffer(&arena_, block_.data(), block_.size()); }
+    ~RequestMemory() { vesk_arena_close(&arena_); }
+    RequestMemory(const RequestMemory&) = delete;
+    RequestMemory& operator=(const RequestMemory&) = delete;
+    vesk::memory get() { return vesk::memory_of(arena_); }
+
+private:
+    std::array<std::uint8_t, std::size_t{64} * 1024> block_;
+    vesk_arena arena_;
+};
+
 template <vesk::message_structure Structure>
 class Request {
 public:
     explicit Request(const Bytes& body) {
-        vesk_arena_of_buffer(&arena_, block_.data(), block_.size());
         const std::error_code error = message_.decode(std::as_bytes(std::span(body)));
         if (error) throw Refusal(std::string("the request does not decode: ") + exchange_result_words(error.value()));
     }
     const Structure* get() const { return &message_.c(); }
 
 private:
-    std::array<std::uint8_t, std::size_t{64} * 1024> block_;
-    vesk_arena arena_;
-    vesk::message<Structure> message_{vesk::memory_of(arena_)};
+    RequestMemory memory_;
+    vesk::message<Structure> message_{memory_.get()};
 };
 
 // A frame on its way out, which drops itself.
