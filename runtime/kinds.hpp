@@ -77,8 +77,12 @@ struct Sint32 {
     using Member = std::int32_t;
     using Wire = std::uint32_t;
 
-    static constexpr Wire to_wire(Member member) { return Wire(member) << 1 ^ Wire(member >> 31); }
-    static constexpr Member from_wire(Wire value) { return static_cast<Member>(value >> 1 ^ (0 - (value & 1))); }
+    static constexpr Wire to_wire(Member member) {
+        return member < 0 ? ~static_cast<Wire>(member) << 1 | 1 : static_cast<Wire>(member) << 1;
+    }
+    static constexpr Member from_wire(Wire value) {
+        return static_cast<Member>((value & 1) != 0 ? ~(value >> 1) : value >> 1);
+    }
 };
 
 struct Sint64 {
@@ -88,8 +92,12 @@ struct Sint64 {
     using Member = std::int64_t;
     using Wire = std::uint64_t;
 
-    static constexpr Wire to_wire(Member member) { return Wire(member) << 1 ^ Wire(member >> 63); }
-    static constexpr Member from_wire(Wire value) { return static_cast<Member>(value >> 1 ^ (0 - (value & 1))); }
+    static constexpr Wire to_wire(Member member) {
+        return member < 0 ? ~static_cast<Wire>(member) << 1 | 1 : static_cast<Wire>(member) << 1;
+    }
+    static constexpr Member from_wire(Wire value) {
+        return static_cast<Member>((value & 1) != 0 ? ~(value >> 1) : value >> 1);
+    }
 };
 
 // A signed number as 64 bits: ten bytes if it is below 0.
