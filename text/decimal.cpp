@@ -130,14 +130,13 @@ Decimal read_decimal(const char* at, const char* end, std::uint64_t* value) {
 }
 
 Decimal read_signed_decimal(const char* at, const char* end, std::uint64_t* value) {
-    constexpr std::uint64_t lowest = std::uint64_t{1} << 63;
     Parts parts;
     if (!read_parts(at, end, &parts)) return Decimal::no_number;
     std::uint64_t magnitude = 0;
-    const Decimal read = read_magnitude(parts, &magnitude);
-    const std::uint64_t most = parts.is_negative ? lowest : lowest - 1;
-    if (read != Decimal::good || magnitude > most) return Decimal::out_of_range;
-    *value = parts.is_negative ? 0 - magnitude : magnitude;
+    std::uint64_t number = 0;
+    if (read_magnitude(parts, &magnitude) != Decimal::good) return Decimal::out_of_range;
+    if (!apply_sign(parts.is_negative, magnitude, &number)) return Decimal::out_of_range;
+    *value = number;
     return Decimal::good;
 }
 

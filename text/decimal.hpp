@@ -7,6 +7,16 @@ namespace vesk {
 
 enum class Decimal { good, no_number, out_of_range };
 
+// 0 less a number in two's complement, which is the same back again.
+constexpr std::uint64_t negate(std::uint64_t magnitude) { return magnitude == 0 ? 0 : ~(magnitude - 1); }
+
+// The two's complement of a magnitude with a sign. False if 64 bits do not hold it.
+constexpr bool apply_sign(bool is_negative, std::uint64_t magnitude, std::uint64_t* value) {
+    *value = is_negative ? negate(magnitude) : magnitude;
+    constexpr std::uint64_t lowest = std::uint64_t{1} << 63;
+    return is_negative ? magnitude <= lowest : magnitude < lowest;
+}
+
 // `*value` is written only on success. The second reads numbers below 0, too, and gives two's complement.
 Decimal read_decimal(const char* at, const char* end, std::uint64_t* value);
 Decimal read_signed_decimal(const char* at, const char* end, std::uint64_t* value);

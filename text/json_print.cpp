@@ -56,10 +56,7 @@ public:
 
 private:
     void other_number(std::uint16_t kind, std::uint64_t value) {
-        static constexpr char quoted_nan[] = "\"NaN\"";
-        static constexpr char quoted_infinity[] = "\"Infinity\"";
-        static constexpr char quoted_minus_infinity[] = "\"-Infinity\"";
-        const char* const not_finite[] = {quoted_nan, quoted_infinity, quoted_minus_infinity};
+        static constexpr NotFinite not_finite{R"("NaN")", R"("Infinity")", R"("-Infinity")"};
         const bool quoted = size_of_element(kind) == 8 && kind != VESK_KIND_DOUBLE;
         if (quoted) output_.put('"');
         output_.put_number(kind, value, not_finite);

@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "runtime/wire.hpp"
+#include "text/decimal.hpp"
 #include "toolkit/kinds.hpp"
 
 namespace vesk {
@@ -87,13 +88,15 @@ namespace {
 // With an exponent where there would be more digits in front of the point than the type can tell apart, or four zeros
 // after it.
 template <class Real, class Bits>
-char* put_real(char* at, std::uint64_t bits, const char* const (&not_finite)[3]) {
+char* put_real(char* at, std::uint64_t bits, const NotFinite& not_finite) {
     constexpr std::size_t longest = 40;
     Real real;
     const Bits copy = static_cast<Bits>(bits);
     std::memcpy(&real, &copy, sizeof real);
     if (!std::isfinite(real)) {
-        const char* const word = not_finite[std::isnan(real) ? 0 : real < 0 ? 2 : 1];
+        const char* const word = std::isnan(real) ? not_finite.nan
+                                 : real < 0       ? not_finite.minus_infinity
+                                                  : not_finite.infinity;
         return std::copy(word, word + std::strlen(word), at);
     }
     const Real size = std::fabs(real);
@@ -104,7 +107,7 @@ char* put_real(char* at, std::uint64_t bits, const char* const (&not_finite)[3])
 
 }  // namespace
 
-void Output::put_number(std::uint16_t kind, std::uint64_t number, const char* const (&not_finite)[3]) {
+void Output::put_number(std::uint16_t kind, std::uint64_t number, const NotFinite& not_finite) {
     switch (kind) {
         case VESK_KIND_FLOAT: return commit(put_real<float, std::uint32_t>(reserve(64), number, not_finite));
         case VESK_KIND_DOUBLE: return commit(put_real<double, std::uint64_t>(reserve(64), number, not_finite));
@@ -114,7 +117,7 @@ void Output::put_number(std::uint16_t kind, std::uint64_t number, const char* co
     }
     if (number >> 63 == 0) return put_decimal(number);
     put('-');
-    put_decimal(0 - number);
+    put_decimal(negate(number));
 }
 
 }  // namespace vesk

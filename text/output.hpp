@@ -10,6 +10,13 @@
 
 namespace vesk {
 
+// A format's words for what no decimal says. Arrays, so that the library has no pointers to be relocated.
+struct NotFinite {
+    char nan[6];
+    char infinity[11];
+    char minus_infinity[12];
+};
+
 class Output {
 public:
     Output(vesk_text_write write, void* context) : write_(write), context_(context) {}
@@ -41,9 +48,8 @@ public:
     void put_decimal(std::uint64_t value);
 
     // A number of a kind that messages of others have (toolkit/kinds.hpp): one with a sign, or the shortest decimal
-    // that is read back as the same float or double. What no decimal says is the format's affair: `not_finite` has the
-    // words for no number, infinity and minus infinity.
-    void put_number(std::uint16_t kind, std::uint64_t number, const char* const (&not_finite)[3]);
+    // that is read back as the same float or double.
+    void put_number(std::uint16_t kind, std::uint64_t number, const NotFinite& not_finite);
 
     // Hands on what has been gathered.
     void flush();

@@ -176,9 +176,8 @@ private:
         const bool is_negative = take_minus();
         std::uint64_t magnitude = 0;
         if (!read_magnitude(&magnitude)) return false;
-        constexpr std::uint64_t lowest = std::uint64_t{1} << 63;
-        const std::uint64_t number = is_negative ? 0 - magnitude : magnitude;
-        if (magnitude > (is_negative ? lowest : lowest - 1) || !fits(kind, number)) {
+        std::uint64_t number = 0;
+        if (!apply_sign(is_negative, magnitude, &number) || !fits(kind, number)) {
             return builder_.fail(VESK_TEXT_OUT_OF_RANGE);
         }
         return builder_.add_number(number);

@@ -33,7 +33,7 @@ public:
     void end_value() { end_field(); }
 
     void number(std::uint16_t kind, std::uint64_t value) {
-        const char* const not_finite[] = {"nan", "inf", "-inf"};
+        static constexpr NotFinite not_finite{"nan", "inf", "-inf"};
         switch (kind) {
             case VESK_KIND_UINT32:
             case VESK_KIND_UINT64: return output_.put_decimal(value);
