@@ -162,7 +162,9 @@ TEST(view_resize, list_keeps_what_stays_gives_back_what_goes_and_has_new_ones_em
     ASSERT_EQ(elements.size(), 2u);
     EXPECT_EQ(*view(elements[0]).get<&vesk_idprom_data::f4>(), "a");
     EXPECT_FALSE(view(elements[1]).has<&vesk_idprom_data::f4>());
-    EXPECT_EQ(response.resize<list>(std::size_t{UINT32_MAX} + 1), make_error_code(error::too_many));
+    if constexpr (sizeof(std::size_t) > sizeof(std::uint32_t)) {  // a count has 32 bits
+        EXPECT_EQ(response.resize<list>(std::size_t{UINT32_MAX} + 1), make_error_code(error::too_many));
+    }
     ledger.fail_from_now_on();
     EXPECT_EQ(response.resize<list>(3), std::errc::not_enough_memory);
     EXPECT_EQ(response.get<list>()->size(), 2u);
