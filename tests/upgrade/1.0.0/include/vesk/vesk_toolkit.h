@@ -189,7 +189,8 @@ VESK_API void vesk_arena_release(void *block, void *arena);
  * not be touched any more. */
 VESK_API void vesk_arena_reset(vesk_arena *arena);
 
-/* Takes back all blocks and gives back all memory; the arena must be set up anew before it is used again. */
+/* Takes back all blocks and gives back all memory; the arena must be set up anew before it is used again. Not to be left
+ * out before a buffer is used for something else, be it by leaving the function: AddressSanitizer keeps its bytes. */
 VESK_API void vesk_arena_close(vesk_arena *arena);
 
 /* ==== Pre-flight ================================================================================================== */
