@@ -3,10 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <iterator>
 
-#include "client_service/client_service_fields.hpp"
-#include "runtime/encode.hpp"
+#include "runtime/draft.hpp"
 #include "tests/support/api.hpp"
 #include "tests/support/interpreter.hpp"
 #include "tests/support/shaped_message.hpp"
@@ -195,15 +193,14 @@ TEST(encode_bytes, of_a_length_at_which_the_position_wraps_are_those_of_the_rule
 
 // ---- Whole messages ------------------------------------------------------------------------------------------------
 
-// Every scalar at its longest; strings that are just drafted, and just not.
-constexpr Filling largest[] = {{UINT64_MAX, longest_drafted_string, 2}, {UINT64_MAX, longest_drafted_string + 1, 2}};
-
+// Strings that are just drafted, and just not.
 TEST(encode_every_type, of_the_longest_scalars_and_strings_is_that_of_the_rules) {
     for (const TypeInfo* type : all_types()) {
         Comparison comparison(*type);
-        for (const Filling& filling : largest) {
+        for (const std::size_t string :
+             {std::size_t{longest_drafted_string}, std::size_t{longest_drafted_string} + 1}) {
             ShapedMessage message(*type);
-            message.fill(filling);
+            message.fill({UINT64_MAX, string, 2});
             for (const std::uint32_t flags : {0u, 1u}) {
                 ASSERT_TRUE(comparison.measures_the_same(message.get(), flags));
                 const std::uint64_t whole = comparison.length_of(message.get(), flags);
@@ -246,68 +243,6 @@ TEST(encode_small_message, of_the_longest_scalars_into_a_buffer_of_every_length_
         ASSERT_TRUE(comparison.is_the_same_in_every_buffer_up_to(2, ShapedMessage(*type).get()));
     }
     EXPECT_NE(small, 0u);
-}
-
-// ---- Drafts --------------------------------------------------------------------------------------------------------
-
-// Drafts a message in memory with room to spare, and looks at how much of it is touched.
-template <class Message>
-void expect_draft_stays_in_its_class(const void* message, std::uint32_t flags) {
-    if constexpr (is_draftable<Message> && !is_small<Message>) {
-        constexpr DraftSize size = draft_size<Message>();
-        using Book = Draftbook<draft_class(size)>;
-        constexpr std::size_t spare = 4096;
-        Bytes memory(spare + size.bytes, 0xEE);
-        std::vector<Insert> inserts(1 + size.inserts + spare);
-        std::uint8_t* const end = memory.data() + memory.size();
-        inserts[0] = {nullptr, end, 0, nullptr, nullptr};
-        const Draft done = draft<Message>(message, {end, inserts.data()}, flags);
-        const std::size_t untouched = static_cast<std::size_t>(
-            std::find_if(memory.begin(), memory.end(), [](std::uint8_t byte) { return byte != 0xEE; }) -
-            memory.begin());
-        const auto bytes = static_cast<std::size_t>(end - done.at);
-        const auto noted = static_cast<std::size_t>(done.last - inserts.data());
-
-        Book book;
-        const std::uint8_t* const first = book.open().at;
-        const auto before = static_cast<std::size_t>(first - book.bytes);
-        const auto after = static_cast<std::size_t>(book.bytes + sizeof book.bytes - first);
-        EXPECT_LE(bytes, size.bytes) << Api<Message>::name;
-        EXPECT_LE(noted, size.inserts) << Api<Message>::name;
-        EXPECT_LE(memory.size() - untouched, bytes + 8) << Api<Message>::name;
-        // An element's head is put before it, up to 8 bytes before that are spoiled; 16 are read from the last on.
-        EXPECT_GE(before, Book::size.bytes + 7 + 8);
-        EXPECT_GE(after, 16u);
-        EXPECT_GE(std::size(book.inserts), 1 + Book::size.inserts);
-    }
-}
-
-// Data is not looked at before it is known to fit, so that the heads of bytes fields can be as long as any.
-void claim_bytes(const TypeInfo& type, void* message, std::uint64_t length) {
-    for (const FieldInfo& field : type.fields) {
-        if (field.kind == Kind::bytes) store(message, field.second_offset, length);
-        if (field.kind != Kind::message) continue;
-        claim_bytes(*field.nested, static_cast<std::uint8_t*>(message) + field.offset, length);
-    }
-}
-
-template <class Message>
-void expect_largest_draft_stays_in_its_class() {
-    const TypeInfo& type = *find_type(std::string(Api<Message>::name).substr(sizeof "vesk_" - 1));
-    for (const Filling& filling : largest) {
-        ShapedMessage message(type);
-        message.fill(filling);
-        for (const std::uint64_t length : {std::uint64_t{1}, std::uint64_t{UINT32_MAX}, UINT64_MAX}) {
-            claim_bytes(type, message.get(), length);
-            for (const std::uint32_t flags : {0u, 1u}) expect_draft_stays_in_its_class<Message>(message.get(), flags);
-        }
-    }
-}
-
-TEST(draft, of_every_type_at_its_largest_stays_in_its_class) {
-#define VESK_TEST_DRAFT(Message) expect_largest_draft_stays_in_its_class<Message>();
-    VESK_TEST_TYPES(VESK_TEST_DRAFT)
-#undef VESK_TEST_DRAFT
 }
 
 }  // namespace
