@@ -17,11 +17,18 @@ namespace {
 
 // What stays the same while a message and all that is in it are checked, and what has been found.
 struct Check {
+    // Not an aggregate, which compilers clear by one instruction that takes longer than the rest of a short message.
+    Check(const vesk_options& with, std::uint32_t decode_flags, Input all, char* path_out)
+        : options(with), flags(decode_flags), input(all), path(path_out) {}
+
     const vesk_options& options;
-    const vesk_type* identifier;      // its description; null if there is none
-    const vesk_type* identifier_row;  // what the table at hand has in its place, if the description has no flags
+    // What the table at hand has in the identifier's place; null until there was one whose description has no flags.
+    const vesk_type* identifier_row = nullptr;
+    const vesk_type* identifier = nullptr;  // that description
     std::uint32_t flags;
-    char* path;  // of the error; VESK_PATH_SIZE bytes
+    Input input;  // all of it, if varints may be read in words
+    char* path;   // of the error; VESK_PATH_SIZE bytes
+    std::uint32_t in_order = 1;
     std::uint32_t opaque = 0;
     // What was asked for: what the message points to, and what nothing points to any more.
     std::uint64_t owned_bytes = 0;
@@ -59,6 +66,7 @@ inline void lose(Check& check, Owned owned) {
 [[gnu::cold, gnu::noinline]] const std::uint8_t* fail(Check& check, std::int32_t code, const std::uint8_t* tag,
                                                       const Place* place) {
     check.code = code;
+    check.in_order = 0;
     check.error_at = tag;
     print_path(place, check.path);
     return nullptr;
@@ -79,6 +87,7 @@ const std::uint8_t* check_message(Check& check, const vesk_type* type, const Pla
 
 const std::uint8_t* check_undescribed(Check& check, const Place* place, const std::uint8_t* tag, const std::uint8_t* at,
                                       const std::uint8_t* end) {
+    check.in_order = 0;  // for all that is known
     vesk_cost cost{};
     const std::int32_t code =
         try_identifier(check.options, at, static_cast<std::uint64_t>(end - at), check.flags, &cost);
@@ -98,10 +107,12 @@ const std::uint8_t* check_undescribed(Check& check, const Place* place, const st
                                                     const std::uint8_t* tag, const std::uint8_t* at,
                                                     const std::uint8_t* end) {
     if (is_elsewhere(type)) {
-        if (!is_identifier(type)) {
+        if (type != own_identifier() && !is_identifier(type)) {
+            check.in_order = 0;
             ++check.opaque;
             return end;
         }
+        check.identifier = describe_elsewhere();
         if (check.identifier == nullptr) return check_undescribed(check, place, tag, at, end);
         if (check.identifier->flags == 0) check.identifier_row = type;
         type = check.identifier;
@@ -167,7 +178,7 @@ inline bool count_elements(Check& check, const vesk_field* field, const Place* o
 // A list is counted to its end and paid for before its first element is read.
 const std::uint8_t* check_list(Check& check, const vesk_field* field, const Place* outer, const std::uint8_t* tag,
                                const std::uint8_t* at, const std::uint8_t* end) {
-    const vesk_type* const type = vesk_field_nested(field);
+    const vesk_type* const type = nested_type(field);
     Place place{outer, field, 0};
     std::uint32_t count;
     if (!count_elements(check, field, outer, tag, at, end, &count)) return nullptr;
@@ -267,12 +278,6 @@ const std::uint8_t* check_other(Check& check, const vesk_field* field, bool agai
     return at != nullptr ? at : fail_in(check, VESK_MALFORMED, tag, outer, field);
 }
 
-// Reads a tag of two bytes or more.
-inline Varint read_tag_of_two(const std::uint8_t* at, const std::uint8_t* end) {
-    if (end - at >= 2 && at[1] < 0x80) return {at + 2, (at[0] & 0x7Fu) | std::uint32_t{at[1]} << 7};
-    return read_long_tag(at, end);
-}
-
 // A field that is none of the scalars which the library's own messages have.
 template <Kinds kinds>
 inline const std::uint8_t* check_sized(Check& check, const vesk_field* field, bool again, Owned* owned,
@@ -280,7 +285,7 @@ inline const std::uint8_t* check_sized(Check& check, const vesk_field* field, bo
                                        const std::uint8_t* end) {
     if (field->kind == VESK_KIND_MESSAGE) {
         const Place place{outer, field, no_element};
-        return check_nested(check, vesk_field_nested(field), &place, again, owned, tag, at, end);
+        return check_nested(check, nested_type(field), &place, again, owned, tag, at, end);
     }
     if (kinds == Kinds::all && field->kind > VESK_KIND_LIST) {
         return check_other(check, field, again, owned, outer, tag, at, end);
@@ -308,24 +313,28 @@ const std::uint8_t* check_message(Check& check, const vesk_type* type, const Pla
         const std::uint8_t* const tag = at;
         std::uint32_t tag_value = *at++;
         if (tag_value >= 0x80) {
-            const Varint read = read_tag_of_two(tag, end);
-            if (read.at == nullptr) [[unlikely]]
-                return fail(check, VESK_MALFORMED, tag, outer);
-            at = read.at;
-            tag_value = static_cast<std::uint32_t>(read.value);
+            if (at != end && *at < 0x80) [[likely]] {
+                tag_value = tag_value - 0x80 + (std::uint32_t{*at++} << 7);
+            } else {
+                const Varint read = read_long_tag(tag, end);
+                if (read.at == nullptr) return fail(check, VESK_MALFORMED, tag, outer);
+                at = read.at;
+                tag_value = static_cast<std::uint32_t>(read.value);
+            }
         }
         const vesk_field* field = likely;
-        if (field == past || field->tag != tag_value) {
+        if (field == past || field->tag != tag_value) [[unlikely]] {
             field = vesk_type_field_numbered(type, field_number_of_tag(tag_value));
             if (field == nullptr || (field->tag != tag_value && !is_other_form<kinds>(field, tag_value))) [[unlikely]] {
                 at = check_unknown(check, field, tag_value, outer, tag, at, end);
                 if (at == nullptr) return nullptr;
                 continue;
             }
+            if (field < likely) check.in_order = 0;
         }
         likely = next_row(type, field);
         if (kinds == Kinds::own ? wire_type_of_tag(tag_value) == varint_type : field->kind <= VESK_KIND_BOOL) {
-            at = skip_varint(at, end);
+            at = skip_varint_by_words(at, end, check.input);
             if (at == nullptr) [[unlikely]]
                 return fail_in(check, VESK_MALFORMED, tag, outer, field);
             continue;
@@ -349,20 +358,33 @@ void fill(vesk_report* report, const Check& check, std::int32_t code, const std:
     report->lost_blocks = check.lost_blocks;
     report->unknown_bytes = check.unknown_bytes;
     report->arena_size = check.arena_bytes == 0 ? 0 : check.arena_bytes + arena_alignment - 1;
+    report->in_order = check.in_order;
 }
 
 // `report` is one of this version.
 std::int32_t check_input(const vesk_type* type, const void* input, std::uint64_t length, std::uint32_t flags,
                          vesk_report* report, const vesk_options& options) {
     report->path[0] = '\0';
-    const vesk_type* const identifier = describe_elsewhere();
-    const bool is_plain = identifier != nullptr && identifier->flags == 0;
-    Check check{options, identifier, is_plain ? own_identifier() : nullptr, flags, report->path};
     const std::uint8_t* const begin = static_cast<const std::uint8_t*>(input);
     const std::uint8_t* const end = end_of_input(begin, length);
+    // Nobody has more memory. Without words nothing is read past the byte that ends the check.
+    const bool wraps = length > static_cast<std::uint64_t>(end - begin);
+    const Input words = wraps ? Input{nullptr} : input_between(begin, end);
+    Check check(options, flags, words, report->path);
     check_content(check, type, nullptr, begin, begin, end);
     const std::int32_t code = check.code != VESK_OK || check.opaque == 0 ? check.code : std::int32_t{VESK_OPAQUE};
     fill(report, check, code, begin, end);
+    return code;
+}
+
+// With a report or options that may be of another version, or no report.
+[[gnu::noinline]] std::int32_t check_for_others(const vesk_type* type, const void* input, std::uint64_t length,
+                                                std::uint32_t flags, vesk_report* report, const vesk_options* given) {
+    vesk_options own_options;
+    const vesk_options& options = read_options(given, &own_options);
+    vesk_report own;
+    const std::int32_t code = check_input(type, input, length, flags, &own, options);
+    if (report != nullptr) write_common(report, own);
     return code;
 }
 
@@ -370,14 +392,11 @@ std::int32_t check_input(const vesk_type* type, const void* input, std::uint64_t
 }  // namespace vesk
 
 int32_t vesk_check(const vesk_type* type, const void* input, uint64_t length, uint32_t flags, vesk_report* report,
-                   const vesk_options* given) {
-    vesk_options own_options;
-    const vesk_options& options = vesk::read_options(given, &own_options);
-    if (report != nullptr && report->size == sizeof *report) {
-        return vesk::check_input(type, input, length, flags, report, options);
+                   const vesk_options* options) {
+    using namespace vesk;
+    if (report == nullptr || report->size != sizeof *report ||
+        (options != nullptr && options->size != sizeof *options)) {
+        return check_for_others(type, input, length, flags, report, options);
     }
-    vesk_report own;
-    const std::int32_t code = vesk::check_input(type, input, length, flags, &own, options);
-    if (report != nullptr) vesk::write_common(report, own);
-    return code;
+    return check_input(type, input, length, flags, report, options != nullptr ? *options : default_options);
 }

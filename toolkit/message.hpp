@@ -58,9 +58,7 @@ struct List {
     std::uint32_t count;
 };
 inline List load_list(const vesk_field* field, const void* message) {
-    const vesk_type* const nested = vesk_field_nested(field);
-    if (nested == nullptr) __builtin_unreachable();  // a list has one
-    return {nested, load_member<const void*>(message, field->offset),
+    return {nested_type(field), load_member<const void*>(message, field->offset),
             load_member<std::uint32_t>(message, field->size_offset)};
 }
 inline const void* element_at(const List& list, std::uint32_t index) {

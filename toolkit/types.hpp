@@ -37,6 +37,13 @@ const vesk_type* own_identifier();
 
 inline constexpr std::uint32_t most_fields = 64;  // of a type: its presence bits fit into a word
 
+// The type of a nested message or of a list's elements, which such a field has.
+inline const vesk_type* nested_type(const vesk_field* field) {
+    const vesk_type* const type = vesk_field_nested(field);
+    if (type == nullptr) __builtin_unreachable();
+    return type;
+}
+
 // The field that is declared after this one; past the last there is no field, only its address.
 inline const vesk_field* next_row(const vesk_type* type, const vesk_field* field) {
     const char* const row = reinterpret_cast<const char*>(field);

@@ -167,6 +167,16 @@ TEST(check, length_beyond_the_last_address_is_cut_off_as_by_decode) {
     EXPECT_EQ(report.at, 2u);
 }
 
+// Nobody has more memory, so nothing is read past the byte that ends it: no word either.
+TEST(check, length_that_no_input_can_have_reads_nothing_past_the_error) {
+    const Bytes stopped = message(number_field(1, 300), hex("7C"));
+    const GuardedMemory memory(stopped.size());
+    std::uint8_t* const input = memory.before_end(stopped.size());
+    std::copy(stopped.begin(), stopped.end(), input);
+    const vesk_type* const type = vesk_type_named("req_admin_memory_data");
+    EXPECT_EQ(vesk_check(type, input, UINT64_MAX, 0, nullptr, nullptr), VESK_UNKNOWN_WIRE_TYPE);
+}
+
 TEST(check, input_of_no_bytes_may_be_null) {
     vesk_report report;
     report.size = sizeof report;
@@ -178,6 +188,39 @@ TEST(check, input_of_no_bytes_may_be_null) {
 TEST(check, unknown_fields_are_counted_with_their_tags) {
     const Bytes input = message(number_field(3, 1), number_field(60, 300), text_field(61, "abc"), hex("E503 01020304"));
     EXPECT_EQ(check("pem_data", input).unknown_bytes, 4u + 6u + 6u);
+}
+
+TEST(check, what_encode_writes_is_in_order) {
+    for (const TypeInfo* type : all_types()) {
+        SCOPED_TRACE(type->name);
+        EXPECT_EQ(check(type->name, {}).in_order, 1u);
+        EXPECT_EQ(check(type->name, full_encoding(*type)).in_order, 1u);
+        for (std::uint64_t seed = 1; seed <= 20; ++seed) {
+            EXPECT_EQ(check(type->name, encoded(*type, RandomMessage(*type, seed, Amount::much).get())).in_order, 1u);
+        }
+    }
+}
+
+TEST(check, unknown_fields_and_element_tags_of_other_wire_types_leave_the_order_as_it_is) {
+    const Bytes unknown = number_field(60, 300);
+    EXPECT_EQ(check("pem_data", message(unknown, number_field(3, 1), unknown, number_field(4, 1), unknown)).in_order,
+              1u);
+    EXPECT_EQ(check("resp_inv_data", message(message_field(11, {}), hex("58 02 1801 58 00"))).in_order, 1u);
+}
+
+TEST(check, field_that_occurs_again_or_too_late_is_not_in_order) {
+    const Bytes swapped = message(number_field(4, 1), number_field(3, 1));
+    EXPECT_EQ(check("pem_data", swapped).in_order, 0u);
+    EXPECT_EQ(check("pem_data", message(number_field(3, 1), number_field(3, 1))).in_order, 0u);
+    EXPECT_EQ(check("pem_data", message(number_field(3, 1), number_field(4, 1), number_field(3, 1))).in_order, 0u);
+    EXPECT_EQ(check("pem_data", message(message_field(1, {}), message_field(1, {}))).in_order, 0u);
+    EXPECT_EQ(check("resp_inv_data", message(message_field(11, {}), message_field(11, swapped))).in_order, 0u);
+    const Bytes identifier = message(number_field(2, 1), number_field(1, 1));
+    EXPECT_EQ(check("pem_data", message_field(1, message_field(1, identifier))).in_order, 0u);
+}
+
+TEST(check, input_with_an_error_is_not_in_order) {
+    EXPECT_EQ(check("pem_data", message(number_field(3, 1), hex("7C"))).in_order, 0u);
 }
 
 TEST(check, report_of_an_older_caller_is_filled_as_far_as_it_goes) {

@@ -225,6 +225,11 @@ typedef struct vesk_report {
     uint64_t lost_blocks;
     uint64_t unknown_bytes; /* of unknown fields that are skipped, tags included */
     uint64_t arena_size;    /* bytes of a buffer whose arena has room for all of it, whatever its alignment */
+
+    /* 1 if the known fields of every message stand in the order of their declaration and each once, as encode writes
+     * them: one pass over the input then sees what decoding would leave. Else 0, also after an error, and if there is an
+     * identifier that its library does not describe. */
+    uint32_t in_order;
 } vesk_report;
 
 /* Says what decoding an input would come to, exactly, without allocating, in time linear in its length.
