@@ -68,20 +68,20 @@ const std::uint8_t* EncodedFields::note(const vesk_field* field, const std::uint
         for (Content content{}; elements.next(&content);) continue;
         return elements.next_tag();
     }
-    return is_scalar_kind(field->kind) ? skip_number(field->kind, at, end_) : read_content(at, end_).end;
+    return is_scalar_kind(field->kind) ? skip_number(field->kind, at, end_) : read_stretch(at, end_).end;
 }
 
 bool EncodedFields::Values::next(Value* value) {
     if (of_scalars_) return run_.next(&value->number);
     Content content{};
     if (!elements_.next(&content)) return false;
-    value->data = {content.at, static_cast<std::uint64_t>(content.end - content.at)};
+    value->data = data_of(content);
     return true;
 }
 
 bool EncodedFields::Elements::next(Content* content) {
     if (at_ == nullptr) return false;
-    *content = read_content(at_, end_);
+    *content = read_stretch(at_, end_);
     next_tag_ = content->end;
     at_ = next_element(number_, next_tag_, end_);
     return true;
@@ -91,6 +91,35 @@ std::uint64_t EncodedFields::long_number(const vesk_field* field, const std::uin
     std::uint64_t number = 0;
     read_number(field->kind, at, end_, &number);
     return number;
+}
+
+// ---- In encoded bytes, in order ------------------------------------------------------------------------------------
+
+bool OrderedFields::begins_run(const vesk_field* field) {
+    // As of a list that has no element, nothing is printed of one that is packed and empty.
+    const CountedRun run = count_run(field, at_, end_);
+    if (run.count != 0) return true;
+    at_ = run.at != at_ ? run.at : end_;
+    return false;
+}
+
+std::uint64_t OrderedFields::other_number(const vesk_field* field) {
+    std::uint64_t number = 0;
+    const std::uint8_t* const after = read_number(field->kind, at_, end_, &number);
+    at_ = after != nullptr ? after : end_;
+    return number;
+}
+
+bool OrderedFields::Values::next(Value* value) {
+    if (of_scalars_) {
+        const bool is_there = run_.next(&value->number);
+        fields_.at_ = run_.at();
+        return is_there;
+    }
+    Stretch stretch{};
+    if (!elements_.next(&stretch)) return false;
+    value->data = data_of(stretch);
+    return true;
 }
 
 }  // namespace vesk

@@ -1,4 +1,6 @@
 // Printing JSON.
+#include <iterator>
+
 #include "text/printer.hpp"
 #include "text/utf8.hpp"
 
@@ -7,6 +9,40 @@ namespace {
 
 constexpr std::uint32_t blanks_a_level = 2;
 constexpr char hex_digits[] = "0123456789abcdef";
+
+// The names of the fields that were printed last, each as it stands in the text: a list's elements have the same fields
+// again and again, and to copy so many bytes takes less time than to look for the end of two or three.
+class Names {
+public:
+    struct Name {
+        const vesk_field* field = nullptr;
+        char text[23];        // in quotes, with a colon and a blank
+        std::uint8_t length;  // 0 if the name is too long for this
+    };
+
+    const Name& of(const vesk_field* field) {
+        Name& name = names_[reinterpret_cast<std::uintptr_t>(field) / 8 % std::size(names_)];
+        if (name.field != field) [[unlikely]]
+            prepare(name, field);
+        return name;
+    }
+
+private:
+    // No part of what is called for each field, which it would make larger.
+    [[gnu::noinline]] static void prepare(Name& name, const vesk_field* field) {
+        const char* const text = vesk_field_name(field);
+        const std::size_t length = std::strlen(text);
+        const bool fits = length + 4 <= sizeof name.text;
+        name.field = field;
+        name.length = fits ? static_cast<std::uint8_t>(length + 4) : 0;
+        if (!fits) return;
+        name.text[0] = '"';
+        std::memcpy(name.text + 1, text, length);
+        std::memcpy(name.text + 1 + length, "\": ", 3);
+    }
+
+    Name names_[64];
+};
 
 class Json {
 public:
@@ -40,23 +76,23 @@ public:
     void end_value() {}
 
     void number(std::uint16_t kind, std::uint64_t value) {
-        switch (kind) {
-            case VESK_KIND_UINT32: return output_.put_decimal(value);
-            // Readers with floating-point numbers keep 53 bits of a number.
-            case VESK_KIND_UINT64:
-                output_.put('"');
-                output_.put_decimal(value);
-                return output_.put('"');
-            case VESK_KIND_BOOL: return value != 0 ? output_.put("true", 4) : output_.put("false", 5);
-            default: return other_number(kind, value);
-        }
+        if (kind == VESK_KIND_UINT32) return output_.put_decimal(value);
+        if (kind == VESK_KIND_BOOL) return put_flag(value != 0);
+        other_number(kind, value);
     }
     bool string(Data data);
     void bytes(Data data);
 
 private:
+    void put_flag(bool value) {
+        static constexpr char words[2][8] = {"false", "true"};
+        char* const out = output_.reserve(Output::most_reserved);
+        std::memcpy(out, words[value], sizeof words[value]);
+        output_.commit(out + (value ? 4 : 5));
+    }
     void other_number(std::uint16_t kind, std::uint64_t value) {
         static constexpr NotFinite not_finite{R"("NaN")", R"("Infinity")", R"("-Infinity")"};
+        // Readers with floating-point numbers keep 53 bits of a number.
         const bool quoted = size_of_element(kind) == 8 && kind != VESK_KIND_DOUBLE;
         if (quoted) output_.put('"');
         output_.put_number(kind, value, not_finite);
@@ -89,44 +125,69 @@ private:
         output_.put('\n');
         output_.put_blanks(blanks());
     }
-    // Character by character: most names have two or three, which a call of memcpy takes longer for.
     void put_name(const vesk_field* field) {
-        const char* name = vesk_field_name(field);
-        char* out = output_.reserve(Output::most_reserved);
-        char* const last = out + Output::most_reserved - 4;
-        out = begin_item(out);
-        *out++ = '"';
-        while (*name != '\0' && out != last) *out++ = *name++;
-        if (*name != '\0') [[unlikely]] {
-            output_.commit(out);
-            output_.put(name, std::strlen(name));
-            out = output_.reserve(4);
-        }
-        *out++ = '"';
-        *out++ = ':';
-        *out = ' ';
-        output_.commit(one_line_ ? out : out + 1);
+        char* const out = begin_item(output_.reserve(Output::most_reserved));
+        const Names::Name& name = names_.of(field);
+        if (name.length == 0) [[unlikely]]
+            return put_long_name(field, out);
+        std::memcpy(out, name.text, sizeof name.text);
+        output_.commit(out + name.length - (one_line_ ? 1 : 0));
     }
+    void put_long_name(const vesk_field* field, char* out);
     const std::uint8_t* put_plain(const std::uint8_t* at, const std::uint8_t* end);
     void put_escaped(std::uint8_t character);
     void put_unit(std::uint32_t unit);
 
     Output& output_;
+    Names names_;
     bool one_line_;
     bool lossless_;
     bool is_first_ = true;
     std::uint32_t level_ = 0;
 };
 
-// The characters that may stand in a string as they are.
-struct Plain {
-    bool is_plain[256] = {};
-    constexpr Plain() {
-        for (int byte = 0x20; byte < 0x80; ++byte) is_plain[byte] = byte != '"' && byte != '\\';
+// Whether a character may stand in a string as it is.
+constexpr bool is_plain(std::uint8_t byte) { return byte >= 0x20 && byte < 0x80 && byte != '"' && byte != '\\'; }
+
+constexpr std::uint64_t in_every_byte(std::uint8_t byte) { return byte * 0x0101010101010101; }
+
+// Whether all of eight may. Of a byte below 0x80 each sum has the high bit unless it is the one that is looked for.
+constexpr bool are_plain(std::uint64_t word) {
+    const std::uint64_t low = word & in_every_byte(0x7F);
+    const std::uint64_t no_controls = low + in_every_byte(0x80 - 0x20);
+    const std::uint64_t no_quotes = (low ^ in_every_byte('"')) + in_every_byte(0x7F);
+    const std::uint64_t no_backslashes = (low ^ in_every_byte('\\')) + in_every_byte(0x7F);
+    const std::uint64_t high_bits = in_every_byte(0x80);
+    return (~word & no_controls & no_quotes & no_backslashes & high_bits) == high_bits;
+}
+
+// Up to 8 bytes as a word, the first lowest, with blanks for those that are missing.
+std::uint64_t load_padded(const std::uint8_t* at, std::size_t size) {
+    std::uint64_t word = 0;
+    if (size >= sizeof word) {
+        read_fixed(at, at + sizeof word, &word);
+        return word;
     }
-    constexpr bool operator()(std::uint8_t byte) const { return is_plain[byte]; }
-};
-constexpr Plain plain;
+    if (size >= 4) {
+        std::uint32_t first = 0;
+        std::uint32_t last = 0;
+        read_fixed(at, at + 4, &first);
+        read_fixed(at + size - 4, at + size, &last);
+        word = first | std::uint64_t{last} << (size - 4) * 8;
+    } else {
+        word = at[0] | std::uint64_t{at[size / 2]} << size / 2 * 8 | std::uint64_t{at[size - 1]} << (size - 1) * 8;
+    }
+    const std::uint64_t of_bytes = (std::uint64_t{1} << size * 8) - 1;
+    return word | (in_every_byte(' ') & ~of_bytes);
+}
+
+void Json::put_long_name(const vesk_field* field, char* out) {
+    const char* const name = vesk_field_name(field);
+    output_.commit(out);
+    output_.put('"');
+    output_.put(name, std::strlen(name));
+    output_.put("\": ", one_line_ ? 2 : 3);
+}
 
 // \u00e9
 void Json::put_unit(std::uint32_t unit) {
@@ -155,11 +216,21 @@ void Json::put_escaped(std::uint8_t character) {
 
 // Puts what needs no escape, in stretches; returns the position after it.
 const std::uint8_t* Json::put_plain(const std::uint8_t* at, const std::uint8_t* end) {
-    while (at != end && plain(*at)) {
+    constexpr std::ptrdiff_t longest = Output::most_reserved - 8;  // for the last word
+    while (at != end) {
+        const std::uint8_t* const last = end - at < longest ? end : at + longest;
         char* out = output_.reserve(Output::most_reserved);
-        char* const last = out + Output::most_reserved;
-        while (at != end && plain(*at) && out != last) *out++ = static_cast<char>(*at++);
+        while (at != last) {
+            const std::size_t size = last - at < 8 ? static_cast<std::size_t>(last - at) : 8;
+            const std::uint64_t word = load_padded(at, size);
+            if (!are_plain(word)) break;
+            store_word(reinterpret_cast<std::uint8_t*>(out), word);
+            out += size;
+            at += size;
+        }
+        while (at != last && is_plain(*at)) *out++ = static_cast<char>(*at++);
         output_.commit(out);
+        if (at != last) break;
     }
     return at;
 }

@@ -111,6 +111,8 @@ void Output::put_number(std::uint16_t kind, std::uint64_t number, const NotFinit
     switch (kind) {
         case VESK_KIND_FLOAT: return commit(put_real<float, std::uint32_t>(reserve(64), number, not_finite));
         case VESK_KIND_DOUBLE: return commit(put_real<double, std::uint64_t>(reserve(64), number, not_finite));
+        case VESK_KIND_UINT32:
+        case VESK_KIND_UINT64:
         case VESK_KIND_FIXED32:
         case VESK_KIND_FIXED64: return put_decimal(number);
         default: break;

@@ -47,8 +47,8 @@ public:
 
     void put_decimal(std::uint64_t value);
 
-    // A number of a kind that messages of others have (toolkit/kinds.hpp): one with a sign, or the shortest decimal
-    // that is read back as the same float or double.
+    // A number (toolkit/kinds.hpp) of any kind but a flag; of a float or double the shortest decimal that is read back
+    // as the same.
     void put_number(std::uint16_t kind, std::uint64_t number, const NotFinite& not_finite);
 
     // Hands on what has been gathered.

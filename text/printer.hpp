@@ -31,7 +31,7 @@ public:
         type = describe(type);
         if (type == nullptr) return outcome_.fail(VESK_OPAQUE, place);
         if (level == VESK_TEXT_MOST_LEVELS) return outcome_.fail(VESK_TEXT_TOO_DEEP, place);
-        const Fields fields(type, content);
+        Fields fields(type, content);
         for (const vesk_field* field = fields.next(0); field; field = fields.next(field->presence_bit + 1u)) {
             if (!print_field(fields, field, place, level)) return false;
         }
@@ -39,7 +39,7 @@ public:
     }
 
 private:
-    bool print_field(const Fields& fields, const vesk_field* field, const Place* outer, std::uint32_t level) {
+    bool print_field(Fields& fields, const vesk_field* field, const Place* outer, std::uint32_t level) {
         if (field->kind >= VESK_KIND_LIST) {
             if (field->kind == VESK_KIND_LIST) return print_list(fields, field, outer, level);
             if (is_repeated_field(field)) return print_repeated(fields, field, outer);
@@ -63,7 +63,7 @@ private:
         return !output_.has_stopped();
     }
 
-    bool print_list(const Fields& fields, const vesk_field* field, const Place* outer, std::uint32_t level) {
+    bool print_list(Fields& fields, const vesk_field* field, const Place* outer, std::uint32_t level) {
         Place place{outer, field, 0};
         format_.begin_list(field);
         auto elements = fields.elements(field);
@@ -79,7 +79,7 @@ private:
         return !output_.has_stopped();
     }
 
-    bool print_repeated(const Fields& fields, const vesk_field* field, const Place* outer) {
+    bool print_repeated(Fields& fields, const vesk_field* field, const Place* outer) {
         Place place{outer, field, 0};
         format_.begin_list(field);
         auto values = fields.values(field);
@@ -132,17 +132,21 @@ std::int32_t print_structure(const vesk_type* type, const void* message, vesk_te
                                                read_text_options(given).flags);
 }
 
-// Whether decoding would accept the input.
-bool accept_input(const vesk_type* type, const void* input, std::uint64_t length, Outcome& outcome);
+// Whether decoding would accept the input; and if so, whether its fields stand in order.
+bool accept_input(const vesk_type* type, const void* input, std::uint64_t length, Outcome& outcome, bool* in_order);
 
 template <class Format>
 std::int32_t print_encoded(const vesk_type* type, const void* input, std::uint64_t length, vesk_text_write write,
                            void* context, vesk_text_report* report, const vesk_text_options* given) {
     Outcome outcome;
-    if (!accept_input(type, input, length, outcome)) return outcome.finish(report);
+    bool in_order = false;
+    if (!accept_input(type, input, length, outcome, &in_order)) return outcome.finish(report);
     const std::uint8_t* const at = static_cast<const std::uint8_t*>(input);
-    return print_text<Format, EncodedFields>(type, {at, end_of_input(at, length)}, write, context, outcome, report,
-                                             read_text_options(given).flags);
+    const std::uint8_t* const end = end_of_input(at, length);
+    const std::uint32_t flags = read_text_options(given).flags;
+    if (!in_order) return print_text<Format, EncodedFields>(type, {at, end}, write, context, outcome, report, flags);
+    return print_text<Format, OrderedFields>(type, {{at, end}, input_between(at, end)}, write, context, outcome, report,
+                                             flags);
 }
 
 }  // namespace vesk

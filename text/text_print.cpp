@@ -34,12 +34,8 @@ public:
 
     void number(std::uint16_t kind, std::uint64_t value) {
         static constexpr NotFinite not_finite{"nan", "inf", "-inf"};
-        switch (kind) {
-            case VESK_KIND_UINT32:
-            case VESK_KIND_UINT64: return output_.put_decimal(value);
-            case VESK_KIND_BOOL: return value != 0 ? output_.put("true", 4) : output_.put("false", 5);
-            default: return output_.put_number(kind, value, not_finite);
-        }
+        if (kind == VESK_KIND_BOOL) return value != 0 ? output_.put("true", 4) : output_.put("false", 5);
+        output_.put_number(kind, value, not_finite);
     }
     // The escapes say any byte.
     bool string(Data data) {

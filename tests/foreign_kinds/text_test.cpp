@@ -6,6 +6,7 @@
 #include <string>
 
 #include "tests/foreign_kinds/decoded.hpp"
+#include "tests/foreign_kinds/facts_by_hand.hpp"
 #include "tests/foreign_kinds/random_fields.hpp"
 #include "tests/foreign_kinds/type_info.hpp"
 #include "tests/support/random_message.hpp"
@@ -110,6 +111,48 @@ TEST(foreign_text, repeated_field_takes_a_line_for_each_element) {
     EXPECT_EQ(vesk_json_print_encoded(foreign_facts(0), input.data(), input.size(), append, &text, nullptr, nullptr),
               0);
     EXPECT_EQ(text, "{\n  \"some_sint32\": [\n    -1,\n    1\n  ]\n}\n");
+}
+
+TEST(foreign_json, packed_field_without_an_element_is_left_out) {
+    const Bytes empty = message(tag(17, 2), hex("00"));
+    EXPECT_EQ(print_encoded(Form::json, empty), "{}");
+    EXPECT_EQ(print_encoded(Form::json, message(empty, number_field(18, 1))), R"({"some_sint32":[-1]})");
+    EXPECT_EQ(print_encoded(Form::json, message(empty, number_field(18, 1), number_field(17, 1))),
+              R"({"some_boolean":[true],"some_sint32":[-1]})");
+}
+
+// More names than are kept, some longer than those that are.
+TEST(foreign_json, names_of_any_length_and_number_are_printed_each_time) {
+    constexpr std::uint32_t fields = 60;
+    std::vector<TypeByHand> types;
+    for (std::size_t type = 0; type < 2; ++type) {
+        types.push_back({"long_names" + std::to_string(type), 8 + 4 * fields, 4, 0, {}});
+        for (std::uint32_t number = 1; number <= fields; ++number) {
+            types[type].fields.push_back({std::string(number, static_cast<char>('a' + type)), number, VESK_KIND_UINT32,
+                                          8 + 4 * (number - 1), 0, -1, false});
+        }
+    }
+    const FactsByHand facts(types);
+    for (std::size_t type = 0; type < 2; ++type) {
+        Bytes input;
+        std::string expected[2] = {"{", "{"};
+        for (std::uint32_t number = 1; number <= fields; ++number) {
+            input = message(input, number_field(number, number));
+            const std::string name = '"' + types[type].fields[number - 1].name + "\":";
+            expected[0] += (number > 1 ? ",\n  " : "\n  ") + name + ' ' + std::to_string(number);
+            expected[1] += (number > 1 ? "," : "") + name + std::to_string(number);
+        }
+        expected[0] += "\n}\n";
+        expected[1] += "}";
+        for (const bool in_one_line : {false, true}) {
+            const vesk_text_options options = in_one_line ? one_line() : vesk_default_text_options();
+            std::string text;
+            EXPECT_EQ(
+                vesk_json_print_encoded(facts.type(type), input.data(), input.size(), append, &text, nullptr, &options),
+                VESK_OK);
+            EXPECT_EQ(text, expected[in_one_line]);
+        }
+    }
 }
 
 // ---- Parsing -------------------------------------------------------------------------------------------------------

@@ -6,6 +6,7 @@
 #include <map>
 #include <random>
 
+#include "tests/support/changing_input.hpp"
 #include "tests/support/first_difference.hpp"
 #include "tests/support/full_message.hpp"
 #include "tests/support/guarded_memory.hpp"
@@ -304,6 +305,50 @@ TEST(text_guard_pages, encoded_bytes_are_not_left_and_only_read) {
             pages.allow_writing();
         }
     }
+}
+
+// The bytes have been checked when the first call of the callback changes them.
+TEST(text_guard_pages, encoded_bytes_that_change_while_they_are_printed_are_not_left) {
+    struct Changing {
+        std::uint8_t* at;
+        std::size_t length;
+        const NamedChange& change;
+        std::uint64_t calls = 0;
+    };
+    const auto change_input = [](const char*, std::size_t, void* context) {
+        Changing& changing = *static_cast<Changing*>(context);
+        ++changing.calls;
+        changing.change.change(changing.at, changing.length);
+        return std::int32_t{0};
+    };
+    std::uint64_t changed_in_time[2] = {};
+    const auto print_changing = [&](const TypeInfo& type, const Bytes& input, bool in_order) {
+        if (input.empty()) return;
+        const GuardedMemory pages(input.size());
+        std::uint8_t* const at = pages.before_end(input.size());
+        for (const NamedChange& change : named_changes()) {
+            for (const auto print : {vesk_json_print_encoded, vesk_text_print_encoded}) {
+                announce_attempt("printing what changes", type.name, input.size());
+                std::copy(input.begin(), input.end(), at);
+                Changing changing{at, input.size(), change};
+                print(facts_of(type), at, input.size(), change_input, &changing, nullptr, nullptr);
+                changed_in_time[in_order] += changing.calls > 1;
+            }
+        }
+    };
+    for (const TypeInfo* type : all_types()) {
+        for (std::uint64_t seed = 1; seed <= 20; ++seed) {
+            const Bytes whole = encoded(*type, RandomMessage(*type, seed, Amount::much).get());
+            print_changing(*type, whole, true);
+            for (const FieldInfo& field : type->fields) {
+                if (field.kind != Kind::uint32) continue;
+                print_changing(*type, message(whole, number_field(field.number, 1)), false);
+                break;
+            }
+        }
+    }
+    EXPECT_GT(changed_in_time[0], 100u);
+    EXPECT_GT(changed_in_time[1], 100u);
 }
 
 }  // namespace

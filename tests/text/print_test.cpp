@@ -130,6 +130,35 @@ TEST(text_print, strings_are_escaped_as_each_format_says) {
     EXPECT_EQ(text("inv_policy", &policy), R"(f1: "\303\251\360\237\230\200")");
 }
 
+// Strings are looked at eight bytes at a time: what needs an escape is found at each place of each of them.
+TEST(text_print, character_is_escaped_at_every_place_of_a_string_of_any_length) {
+    const std::pair<std::string, std::string> characters[] = {{"\"", "\\\""},
+                                                              {"\\", "\\\\"},
+                                                              {"\x01", "\\u0001"},
+                                                              {"\x1F", "\\u001f"},
+                                                              {" ", " "},
+                                                              {"!", "!"},
+                                                              {"#", "#"},
+                                                              {"[", "["},
+                                                              {"]", "]"},
+                                                              {"\x7F", "\x7F"},
+                                                              {"\x80", "\\udc80"},
+                                                              {"\xFF", "\\udcff"},
+                                                              {"\xC3\xA9", "\xC3\xA9"},
+                                                              {std::string(1, '\0'), "\\u0000"}};
+    for (const auto& [character, escaped] : characters) {
+        for (std::size_t before = 0; before <= 24; ++before) {
+            for (std::size_t after = 0; after <= 24; ++after) {
+                const std::string string = std::string(before, 'b') + character + std::string(after, 'a');
+                const Printed printed = print_encoded(Format::json, vesk_type_named("inv_policy"),
+                                                      text_field(1, string), VESK_TEXT_LOSSLESS | one_line);
+                ASSERT_EQ(printed.text,
+                          R"({"f1":")" + std::string(before, 'b') + escaped + std::string(after, 'a') + "\"}");
+            }
+        }
+    }
+}
+
 TEST(text_print, string_that_is_not_utf8_is_an_error_with_its_path) {
     for (const char* bad : {"\xFF", "a\x80", "\xC3", "\xC0\xAF", "\xE0\x80\xAF", "\xED\xA0\x80", "\xED\xB0\x80",
                             "\xF0\x80\x80\x80", "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xE2\x82"}) {
@@ -192,6 +221,10 @@ TEST(text_print_encoded, repeated_nested_message_replaces_the_earlier_one_as_a_w
     const Bytes first = message_field(2, message(number_field(1, 1), number_field(2, 2)));
     EXPECT_EQ(json_of("event_data", message(first, message_field(2, number_field(2, 3)))), R"({"context_a":{"f2":3}})");
     EXPECT_EQ(json_of("event_data", message(first, message_field(2, {}))), R"({"context_a":{}})");
+}
+
+TEST(text_print_encoded, field_that_comes_too_late_stands_at_its_place) {
+    EXPECT_EQ(json_of("inv_policy", message(number_field(3, 1), text_field(1, "a"))), R"({"f1":"a","f3":1})");
 }
 
 TEST(text_print_encoded, unknown_fields_are_left_out) {
