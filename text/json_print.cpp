@@ -149,7 +149,7 @@ private:
 // Whether a character may stand in a string as it is.
 constexpr bool is_plain(std::uint8_t byte) { return byte >= 0x20 && byte < 0x80 && byte != '"' && byte != '\\'; }
 
-constexpr std::uint64_t in_every_byte(std::uint8_t byte) { return byte * 0x0101010101010101; }
+constexpr std::uint64_t in_every_byte(std::uint8_t byte) { return std::uint64_t{byte} * 0x0101010101010101; }
 
 // Whether all of eight may. Of a byte below 0x80 each sum has the high bit unless it is the one that is looked for.
 constexpr bool are_plain(std::uint64_t word) {
