@@ -176,7 +176,7 @@ public:
         Input input;  // all of it
     };
 
-    OrderedFields(const vesk_type* type, Content content)
+    OrderedFields(const vesk_type* type, const Content& content)
         : type_(type), at_(content.stretch.at), end_(content.stretch.end), input_(content.input) {}
 
     VESK_INLINE const vesk_field* next(std::uint32_t) {

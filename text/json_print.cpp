@@ -15,7 +15,7 @@ constexpr char hex_digits[] = "0123456789abcdef";
 class Names {
 public:
     struct Name {
-        const vesk_field* field = nullptr;
+        const vesk_field* field;
         char text[23];        // in quotes, with a colon and a blank
         std::uint8_t length;  // 0 if the name is too long for this
     };
@@ -41,7 +41,7 @@ private:
         std::memcpy(name.text + 1 + length, "\": ", 3);
     }
 
-    Name names_[64];
+    Name names_[64] = {};
 };
 
 class Json {

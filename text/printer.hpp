@@ -27,7 +27,7 @@ public:
         : format_(format), output_(output), outcome_(outcome) {}
 
     // False once there is an error, or the callback has asked to stop.
-    bool print_message(const vesk_type* type, Content content, const Place* place, std::uint32_t level) {
+    bool print_message(const vesk_type* type, const Content& content, const Place* place, std::uint32_t level) {
         type = describe(type);
         if (type == nullptr) return outcome_.fail(VESK_OPAQUE, place);
         if (level == VESK_TEXT_MOST_LEVELS) return outcome_.fail(VESK_TEXT_TOO_DEEP, place);
@@ -112,8 +112,8 @@ private:
 
 // A whole text. A format is made of the output and the flags.
 template <class Format, class Fields>
-std::int32_t print_text(const vesk_type* type, typename Fields::Content content, vesk_text_write write, void* context,
-                        Outcome& outcome, vesk_text_report* report, std::uint32_t flags) {
+std::int32_t print_text(const vesk_type* type, const typename Fields::Content& content, vesk_text_write write,
+                        void* context, Outcome& outcome, vesk_text_report* report, std::uint32_t flags) {
     Output output(write, context);
     Format format(output, flags);
     format.begin_text();
