@@ -86,7 +86,7 @@ public:
 private:
     void put_flag(bool value) {
         static constexpr char words[2][8] = {"false", "true"};
-        char* const out = output_.reserve(Output::most_reserved);
+        char* const out = output_.reserve(sizeof words[value]);
         std::memcpy(out, words[value], sizeof words[value]);
         output_.commit(out + (value ? 4 : 5));
     }
