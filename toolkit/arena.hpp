@@ -17,4 +17,9 @@ constexpr std::uint64_t arena_bytes_for(std::uint64_t size) {
     return __builtin_add_overflow(least, arena_alignment - 1, &most) ? 0 : most & ~(arena_alignment - 1);
 }
 
+// Bytes of a buffer, whatever its alignment, with room for requests that take so many.
+constexpr std::uint64_t arena_size_for(std::uint64_t arena_bytes) {
+    return arena_bytes == 0 ? 0 : arena_bytes + arena_alignment - 1;
+}
+
 }  // namespace vesk

@@ -8,6 +8,7 @@
 #include "toolkit/arena.hpp"
 #include "toolkit/encoded.hpp"
 #include "toolkit/identifier.hpp"
+#include "toolkit/in_order.hpp"
 #include "toolkit/options.hpp"
 #include "toolkit/path.hpp"
 #include "toolkit/types.hpp"
@@ -78,10 +79,6 @@ inline void lose(Check& check, Owned owned) {
     return fail(check, code, tag, &place);
 }
 
-// Types that have no kind but the library's own are read without a thought of the others.
-enum class Kinds { own, all };
-
-template <Kinds kinds>
 const std::uint8_t* check_message(Check& check, const vesk_type* type, const Place* outer, const std::uint8_t* at,
                                   const std::uint8_t* end);
 
@@ -118,8 +115,7 @@ const std::uint8_t* check_undescribed(Check& check, const Place* place, const st
         type = check.identifier;
     }
     if (at == end) return at;
-    return (type->flags & VESK_TYPE_OTHER_KINDS) != 0 ? check_message<Kinds::all>(check, type, place, at, end)
-                                                      : check_message<Kinds::own>(check, type, place, at, end);
+    return check_message(check, type, place, at, end);
 }
 
 // What a nested message or element holds; `tag` is the position of its tag.
@@ -129,7 +125,7 @@ inline const std::uint8_t* check_content(Check& check, const vesk_type* type, co
         if (type != check.identifier_row) return check_flagged(check, type, place, tag, at, end);
         type = check.identifier;
     }
-    return at != end ? check_message<Kinds::own>(check, type, place, at, end) : at;
+    return at != end ? check_message(check, type, place, at, end) : at;
 }
 
 // A nested message that is read from its length at `at` on. Of an earlier occurrence `owned` says what is lost.
@@ -279,7 +275,6 @@ const std::uint8_t* check_other(Check& check, const vesk_field* field, bool agai
 }
 
 // A field that is none of the scalars which the library's own messages have.
-template <Kinds kinds>
 inline const std::uint8_t* check_sized(Check& check, const vesk_field* field, bool again, Owned* owned,
                                        const Place* outer, const std::uint8_t* tag, const std::uint8_t* at,
                                        const std::uint8_t* end) {
@@ -287,7 +282,7 @@ inline const std::uint8_t* check_sized(Check& check, const vesk_field* field, bo
         const Place place{outer, field, no_element};
         return check_nested(check, nested_type(field), &place, again, owned, tag, at, end);
     }
-    if (kinds == Kinds::all && field->kind > VESK_KIND_LIST) {
+    if (field->kind > VESK_KIND_LIST) {
         return check_other(check, field, again, owned, outer, tag, at, end);
     }
     if (again) [[unlikely]]
@@ -296,13 +291,6 @@ inline const std::uint8_t* check_sized(Check& check, const vesk_field* field, bo
     return check_string(check, field, outer, tag, at, end);
 }
 
-// Whether a tag that is not the field's own is one that decode takes for it.
-template <Kinds kinds>
-inline bool is_other_form(const vesk_field* field, std::uint32_t tag) {
-    return kinds == Kinds::all && takes_tag(field, tag);
-}
-
-template <Kinds kinds>
 const std::uint8_t* check_message(Check& check, const vesk_type* type, const Place* outer, const std::uint8_t* at,
                                   const std::uint8_t* end) {
     std::uint64_t occurred = 0;  // of the fields that are no such scalars
@@ -325,7 +313,7 @@ const std::uint8_t* check_message(Check& check, const vesk_type* type, const Pla
         const vesk_field* field = likely;
         if (field == past || field->tag != tag_value) [[unlikely]] {
             field = vesk_type_field_numbered(type, field_number_of_tag(tag_value));
-            if (field == nullptr || (field->tag != tag_value && !is_other_form<kinds>(field, tag_value))) [[unlikely]] {
+            if (field == nullptr || !takes_tag(field, tag_value)) [[unlikely]] {
                 at = check_unknown(check, field, tag_value, outer, tag, at, end);
                 if (at == nullptr) return nullptr;
                 continue;
@@ -333,14 +321,14 @@ const std::uint8_t* check_message(Check& check, const vesk_type* type, const Pla
             if (field < likely) check.in_order = 0;
         }
         likely = next_row(type, field);
-        if (kinds == Kinds::own ? wire_type_of_tag(tag_value) == varint_type : field->kind <= VESK_KIND_BOOL) {
+        if (field->kind <= VESK_KIND_BOOL) {
             at = skip_varint_by_words(at, end, check.input);
             if (at == nullptr) [[unlikely]]
                 return fail_in(check, VESK_MALFORMED, tag, outer, field);
             continue;
         }
         const std::uint64_t bit = std::uint64_t{1} << field->presence_bit;
-        at = check_sized<kinds>(check, field, (occurred & bit) != 0, &owned[field->presence_bit], outer, tag, at, end);
+        at = check_sized(check, field, (occurred & bit) != 0, &owned[field->presence_bit], outer, tag, at, end);
         if (at == nullptr) return nullptr;
         occurred |= bit;
     }
@@ -357,13 +345,26 @@ void fill(vesk_report* report, const Check& check, std::int32_t code, const std:
     report->lost_bytes = check.lost_bytes;
     report->lost_blocks = check.lost_blocks;
     report->unknown_bytes = check.unknown_bytes;
-    report->arena_size = check.arena_bytes == 0 ? 0 : check.arena_bytes + arena_alignment - 1;
+    report->arena_size = arena_size_for(check.arena_bytes);
     report->in_order = check.in_order;
 }
 
-// `report` is one of this version.
-std::int32_t check_input(const vesk_type* type, const void* input, std::uint64_t length, std::uint32_t flags,
-                         vesk_report* report, const vesk_options& options) {
+void fill_in_order(vesk_report* report, const InOrder& found, std::uint64_t length) {
+    report->code = VESK_OK;
+    report->opaque = 0;
+    report->at = length;
+    report->cost = found.cost;
+    report->lost_bytes = 0;
+    report->lost_blocks = 0;
+    report->unknown_bytes = found.unknown_bytes;
+    report->arena_size = arena_size_for(found.arena_bytes);
+    report->in_order = 1;
+    report->path[0] = '\0';
+}
+
+// Any input, and `report` one of this version.
+[[gnu::noinline]] std::int32_t check_closely(const vesk_type* type, const void* input, std::uint64_t length,
+                                             std::uint32_t flags, vesk_report* report, const vesk_options& options) {
     report->path[0] = '\0';
     const std::uint8_t* const begin = static_cast<const std::uint8_t*>(input);
     const std::uint8_t* const end = end_of_input(begin, length);
@@ -375,6 +376,17 @@ std::int32_t check_input(const vesk_type* type, const void* input, std::uint64_t
     const std::int32_t code = check.code != VESK_OK || check.opaque == 0 ? check.code : std::int32_t{VESK_OPAQUE};
     fill(report, check, code, begin, end);
     return code;
+}
+
+// `report` is one of this version.
+std::int32_t check_input(const vesk_type* type, const void* input, std::uint64_t length, std::uint32_t flags,
+                         vesk_report* report, const vesk_options& options) {
+    InOrder found;
+    if (!check_in_order(type, static_cast<const std::uint8_t*>(input), length, flags, found)) {
+        return check_closely(type, input, length, flags, report, options);
+    }
+    fill_in_order(report, found, length);
+    return VESK_OK;
 }
 
 // With a report or options that may be of another version, or no report.

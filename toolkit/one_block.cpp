@@ -1,19 +1,39 @@
 #include "toolkit/arena.hpp"
+#include "toolkit/in_order.hpp"
+
+namespace vesk {
+namespace {
+
+// What the blocks of a message take in an arena, all together; 0 if it has none.
+std::int32_t measure_blocks(const vesk_type* type, const void* input, std::uint64_t length, std::uint32_t flags,
+                            const vesk_options* options, std::uint64_t* arena_bytes) {
+    InOrder found;
+    if (check_in_order(type, static_cast<const std::uint8_t*>(input), length, flags, found)) {
+        *arena_bytes = found.arena_bytes;
+        return VESK_OK;
+    }
+    vesk_report report;
+    report.size = sizeof report;
+    const std::int32_t code = vesk_check(type, input, length, flags, &report, options);
+    *arena_bytes = report.arena_size == 0 ? 0 : report.arena_size - (arena_alignment - 1);
+    return code;
+}
+
+}  // namespace
+}  // namespace vesk
 
 int32_t vesk_one_block_open(vesk_one_block* block, const vesk_type* type, const void* input, uint64_t length,
                             uint32_t flags, vesk_alloc alloc, void* context, const vesk_options* options) {
     block->size = sizeof *block;
     block->memory = nullptr;
-    vesk_report report;
-    report.size = sizeof report;
-    block->code = vesk_check(type, input, length, flags, &report, options);
+    std::uint64_t size;
+    block->code = vesk::measure_blocks(type, input, length, flags, options, &size);
     if (block->code != VESK_OK) return block->code;
-    if (report.cost.blocks == 0) {
+    if (size == 0) {
         vesk_arena_of_buffer(&block->arena, nullptr, 0);
         return VESK_OK;
     }
-    const std::uint64_t size = report.arena_size - (vesk::arena_alignment - 1);  // what `alloc` gives is aligned
-    block->memory = alloc != nullptr ? alloc(size, context) : nullptr;
+    block->memory = alloc != nullptr ? alloc(size, context) : nullptr;  // what it gives is aligned
     if (block->memory == nullptr) return block->code = VESK_NO_MEMORY;
     vesk_arena_of_buffer(&block->arena, block->memory, size);
     return VESK_OK;
