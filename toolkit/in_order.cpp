@@ -52,8 +52,8 @@ inline std::uint64_t last_bytes_in(const std::uint8_t* at) {
     return ~word & 0x8080808080808080;
 }
 
-// Steps over a varint, one of at most 8 bytes without a branch on its length. It may end past `end`; null if it does not
-// end. `last_word` is the position of the last 8 bytes of the input.
+// Steps over a varint, one of at most 8 bytes without a branch on its length. It may end past `end`; null if it does
+// not end. `last_word` is the position of the last 8 bytes of the input.
 inline const std::uint8_t* step_over_varint(const std::uint8_t* at, const std::uint8_t* end,
                                             const std::uint8_t* last_word) {
     const std::uint64_t last_bytes =

@@ -295,6 +295,75 @@ TEST(check, element_of_another_wire_type_is_read_as_decode_reads_it) {
     expect_same_as_decode(*find_type("resp_inv_data"), message(message_field(11, {}), hex("58 02 1801")));
 }
 
+// Eight bytes are looked at together; the end of the input may be nearer.
+TEST(check, varint_of_any_length_is_stepped_over_as_by_decode) {
+    for (std::size_t length = 1; length <= 20; ++length) {
+        Bytes varint(length, 0x80);
+        varint.back() = 0x01;
+        for (const std::size_t follow : {0u, 1u, 2u, 9u}) {
+            Bytes input = message(tag(3, varint_type), varint);
+            for (std::size_t i = 0; i < follow; ++i) input = message(input, number_field(4 + 56 * (i > 0), 1));
+            expect_same_as_decode(*find_type("pem_data"), input);
+            input.resize(input.size() - 1);
+            expect_same_as_decode(*find_type("pem_data"), input);
+            expect_same_as_decode(*find_type("resp_inv_data"), message(message_field(11, input), number_field(60, 1)));
+        }
+    }
+}
+
+// Types nested in one another, more of them than any message of the library has; the innermost has a string.
+struct Nest {
+    static constexpr std::uint32_t depth = 20;
+    vesk_type types[depth]{};
+    vesk_field fields[depth]{};
+    std::uint16_t by_number[2] = {0, 1};
+    char name[2] = "f";
+
+    Nest() {
+        const auto distance = [](const void* from, const void* to) {
+            return static_cast<std::int32_t>(static_cast<const char*>(to) - static_cast<const char*>(from));
+        };
+        for (std::uint32_t i = 0; i < depth; ++i) {
+            const bool last = i + 1 == depth;
+            vesk_type& type = types[i];
+            type = {sizeof type,
+                    distance(&type, name),
+                    distance(&type, name),
+                    0,
+                    distance(&type, &fields[i]),
+                    distance(&type, by_number),
+                    16,
+                    8,
+                    8,
+                    0,
+                    1,
+                    sizeof(vesk_field),
+                    2};
+            fields[i] = {distance(&fields[i], name),
+                         last ? 0 : distance(&fields[i], &types[i + 1]),
+                         1 << 3 | length_type,
+                         0,
+                         0,
+                         0,
+                         static_cast<std::uint16_t>(last ? VESK_KIND_STRING : VESK_KIND_MESSAGE)};
+        }
+    }
+};
+
+TEST(check, message_nested_deeper_than_any_of_the_library_is_looked_at_to_its_end) {
+    const Nest nest;
+    Bytes input = text_field(1, "inmost");
+    for (std::uint32_t level = Nest::depth; level-- > 0;) {
+        vesk_report report;
+        report.size = sizeof report;
+        EXPECT_EQ(vesk_check(&nest.types[level], input.data(), input.size(), 0, &report, nullptr), VESK_OK);
+        EXPECT_EQ(report.cost.blocks, 1u) << level;
+        EXPECT_EQ(report.cost.bytes, 7u);
+        EXPECT_EQ(report.in_order, 1u);
+        input = message_field(1, input);
+    }
+}
+
 TEST(check, reads_nothing_outside_the_input_and_writes_nothing_into_it) {
     const GuardedMemory memory(16384);
     for (const TypeInfo* type : all_types()) {
