@@ -108,6 +108,11 @@ void begin(vesk_arena* arena) {
 
 }  // namespace
 
+void vesk::take_buffer(vesk_arena& arena) {
+    permit(arena.buffer, arena.buffer_end);
+    arena.next = arena.end = arena.buffer = arena.buffer_end = nullptr;
+}
+
 void vesk_arena_of_buffer(vesk_arena* arena, void* buffer, uint64_t size) {
     begin(arena);
     const std::uint64_t gap =

@@ -22,4 +22,7 @@ constexpr std::uint64_t arena_size_for(std::uint64_t arena_bytes) {
     return arena_bytes == 0 ? 0 : arena_bytes + arena_alignment - 1;
 }
 
+// Takes its buffer from an arena that has no other memory: the buffer may be touched again, the arena gives nothing.
+void take_buffer(vesk_arena& arena);
+
 }  // namespace vesk

@@ -16,6 +16,7 @@ struct Outer {
     std::uint32_t elements;   // of that list, this one included
 };
 
+constexpr std::uint64_t word_size = sizeof(std::uint64_t);
 constexpr unsigned most_outer = 8;  // the library's own messages are less deep
 
 // The rows that a message of this type is read by; null if they do not say all.
@@ -63,94 +64,134 @@ inline const std::uint8_t* step_over_varint(const std::uint8_t* at, const std::u
     return at + 1 + static_cast<std::uint64_t>(__builtin_ctzll(last_bytes)) / 8;
 }
 
+// A message and those that it stands in. What it holds fits into registers.
+class Walk {
+public:
+    // `stack` has room for `most_outer` messages.
+    Walk(const std::uint8_t* input, const std::uint8_t* end, std::uint32_t flags, Outer* stack, InOrder& sums)
+        : at_(input),
+          end_(end),
+          last_word_(end - word_size),
+          flags_(flags),
+          stack_(stack),
+          outer_(stack),
+          sums_(sums) {}
+
+    VESK_INLINE bool run(const vesk_type* type) {
+        if (!begin(type)) return false;
+        while (true) {
+            while (end_ - at_ >= 2) {  // no field is shorter
+                if (!step_over_field()) return false;
+            }
+            const std::uint8_t* const after = foreknown(end_);
+            if (at_ != end_) return false;
+            if (outer_ == stack_) return true;
+            at_ = after;
+            if (!leave()) return false;
+        }
+    }
+
+private:
+    VESK_INLINE bool begin(const vesk_type* type) {
+        type_ = plain_type(type);
+        if (type_ == nullptr) return false;
+        likely_ = first_field(type_);
+        past_ = past_fields(type_);
+        return true;
+    }
+
+    VESK_INLINE bool step_over_field() {
+        const std::uint8_t* const tag = at_;
+        std::uint32_t tag_value = *at_++;
+        if (tag_value >= 0x80) {
+            if (*at_ >= 0x80 || end_ - at_ < 2) return false;
+            tag_value = tag_value - 0x80 + (std::uint32_t{*at_++} << 7);
+        }
+        const vesk_field* field = likely_;
+        if (field == past_ || field->tag != tag_value) [[unlikely]] {
+            field = vesk_type_field_numbered(type_, field_number_of_tag(tag_value));
+            if (field == nullptr) return step_over_unknown(tag, tag_value);
+            if (field->tag != tag_value || field < likely_) return false;
+        }
+        likely_ = field + 1;
+        if (wire_type_of_tag(tag_value) != varint_type) return step_over_content(field);
+        at_ = step_over_varint(at_, end_, last_word_);
+        return at_ != nullptr;
+    }
+
+    bool step_over_unknown(const std::uint8_t* tag, std::uint32_t tag_value) {
+        const Step step = skip_field(wire_type_of_tag(tag_value), at_, end_);
+        if (step.code != VESK_OK) return false;
+        sums_.unknown_bytes += static_cast<std::uint64_t>(step.at - tag);
+        at_ = step.at;
+        return true;
+    }
+
+    VESK_INLINE bool step_over_content(const vesk_field* field) {
+        const Varint content = read_length(at_, end_);
+        if (content.at == nullptr) return false;
+        at_ = content.at;
+        if (field->kind == VESK_KIND_MESSAGE || field->kind == VESK_KIND_LIST) {
+            if (outer_ == stack_ + most_outer) return false;
+            *outer_++ = {end_, type_, field, 1};
+            end_ = at_ + content.value;
+            return begin(nested_type(field));
+        }
+        if (field->kind == VESK_KIND_STRING) {
+            ask_for(sums_, content.value + 1);
+        } else if ((flags_ & VESK_BYTES_BY_REFERENCE) == 0) {
+            ask_for(sums_, content.value);
+        }
+        at_ += content.value;
+        return true;
+    }
+
+    // Goes on behind a message at its end: with the next element, or the message that it stands in.
+    VESK_INLINE bool leave() {
+        Outer& left = outer_[-1];
+        if (left.field->kind == VESK_KIND_LIST) {
+            const std::uint32_t number = vesk_field_number(left.field);
+            const std::uint8_t* const element = at_ != left.end ? next_element(number, at_, left.end) : nullptr;
+            if (element != nullptr) {
+                const Varint content = read_length(element, left.end);
+                at_ = content.at;
+                end_ = content.at + content.value;
+                likely_ = first_field(type_);
+                ++left.elements;
+                return content.at != nullptr;
+            }
+            ask_for(sums_, std::uint64_t{left.elements} * nested_type(left.field)->structure_size);
+        }
+        --outer_;
+        end_ = left.end;
+        type_ = left.type;
+        likely_ = left.field + 1;
+        past_ = past_fields(type_);
+        return true;
+    }
+
+    const std::uint8_t* at_;
+    const std::uint8_t* end_;
+    const std::uint8_t* last_word_;
+    std::uint32_t flags_;
+    const vesk_type* type_ = nullptr;
+    const vesk_field* likely_ = nullptr;  // usually comes next
+    const vesk_field* past_ = nullptr;
+    Outer* stack_;
+    Outer* outer_;  // past the innermost
+    InOrder& sums_;
+};
+
 }  // namespace
 
 bool check_in_order(const vesk_type* type, const std::uint8_t* input, std::uint64_t length, std::uint32_t flags,
                     InOrder& sums) {
     std::uintptr_t address;  // of the input's end, past which no length leads
     if (__builtin_add_overflow(reinterpret_cast<std::uintptr_t>(input), length, &address)) return false;
-    if (length < sizeof(std::uint64_t)) return false;
-    const std::uint8_t* at = input;
-    const std::uint8_t* end = input + length;
-    const std::uint8_t* const last_word = end - sizeof(std::uint64_t);
-    type = plain_type(type);
-    if (type == nullptr) return false;
+    if (length < word_size) return false;
     sums = {};
     Outer stack[most_outer];
-    Outer* outer = stack;  // past the innermost
-    const vesk_field* likely = first_field(type);
-    const vesk_field* past = past_fields(type);
-    while (true) {
-        while (end - at >= 2) {  // no field is shorter
-            const std::uint8_t* const tag = at;
-            std::uint32_t tag_value = *at++;
-            if (tag_value >= 0x80) {
-                if (*at >= 0x80 || end - at < 2) return false;
-                tag_value = tag_value - 0x80 + (std::uint32_t{*at++} << 7);
-            }
-            const vesk_field* field = likely;
-            if (field == past || field->tag != tag_value) [[unlikely]] {
-                field = vesk_type_field_numbered(type, field_number_of_tag(tag_value));
-                if (field == nullptr) {
-                    const Step step = skip_field(wire_type_of_tag(tag_value), at, end);
-                    if (step.code != VESK_OK) return false;
-                    sums.unknown_bytes += static_cast<std::uint64_t>(step.at - tag);
-                    at = step.at;
-                    continue;
-                }
-                if (field->tag != tag_value || field < likely) return false;
-            }
-            likely = field + 1;
-            if (wire_type_of_tag(tag_value) == varint_type) {
-                at = step_over_varint(at, end, last_word);
-                if (at == nullptr) return false;
-                continue;
-            }
-            const Varint content = read_length(at, end);
-            if (content.at == nullptr) return false;
-            at = content.at;
-            if (field->kind == VESK_KIND_STRING) {
-                ask_for(sums, content.value + 1);
-                at += content.value;
-            } else if (field->kind == VESK_KIND_BYTES) {
-                if ((flags & VESK_BYTES_BY_REFERENCE) == 0) ask_for(sums, content.value);
-                at += content.value;
-            } else {
-                if (outer == stack + most_outer) return false;
-                *outer++ = {end, type, field, 1};
-                end = at + content.value;
-                type = plain_type(nested_type(field));
-                if (type == nullptr) return false;
-                likely = first_field(type);
-                past = past_fields(type);
-            }
-        }
-        const std::uint8_t* const after = foreknown(end);
-        if (at != end) return false;
-        if (outer == stack) break;
-        at = after;
-        Outer& left = outer[-1];
-        if (left.field->kind == VESK_KIND_LIST) {
-            const std::uint8_t* const element =
-                at != left.end ? next_element(vesk_field_number(left.field), at, left.end) : nullptr;
-            if (element != nullptr) {
-                const Varint content = read_length(element, left.end);
-                if (content.at == nullptr) return false;
-                ++left.elements;
-                at = content.at;
-                end = at + content.value;
-                likely = first_field(type);
-                continue;
-            }
-            ask_for(sums, std::uint64_t{left.elements} * nested_type(left.field)->structure_size);
-        }
-        --outer;
-        end = left.end;
-        type = left.type;
-        likely = left.field + 1;
-        past = past_fields(type);
-    }
-    return true;
+    return Walk(input, input + length, flags, stack, sums).run(type);
 }
 
 }  // namespace vesk
