@@ -19,16 +19,15 @@ namespace {
 // What stays the same while a message and all that is in it are checked, and what has been found.
 struct Check {
     // Not an aggregate, which compilers clear by one instruction that takes longer than the rest of a short message.
-    Check(const vesk_options& with, std::uint32_t decode_flags, Input all, char* path_out)
-        : options(with), flags(decode_flags), input(all), path(path_out) {}
+    Check(const vesk_options& with, std::uint32_t decode_flags, char* path_out)
+        : options(with), flags(decode_flags), path(path_out) {}
 
     const vesk_options& options;
     // What the table at hand has in the identifier's place; null until there was one whose description has no flags.
     const vesk_type* identifier_row = nullptr;
     const vesk_type* identifier = nullptr;  // that description
     std::uint32_t flags;
-    Input input;  // all of it, if varints may be read in words
-    char* path;   // of the error; VESK_PATH_SIZE bytes
+    char* path;  // of the error; VESK_PATH_SIZE bytes
     std::uint32_t in_order = 1;
     std::uint32_t opaque = 0;
     // What was asked for: what the message points to, and what nothing points to any more.
@@ -322,7 +321,7 @@ const std::uint8_t* check_message(Check& check, const vesk_type* type, const Pla
         }
         likely = next_row(type, field);
         if (field->kind <= VESK_KIND_BOOL) {
-            at = skip_varint_by_words(at, end, check.input);
+            at = skip_varint(at, end);
             if (at == nullptr) [[unlikely]]
                 return fail_in(check, VESK_MALFORMED, tag, outer, field);
             continue;
@@ -368,10 +367,7 @@ void fill_in_order(vesk_report* report, const InOrder& found, std::uint64_t leng
     report->path[0] = '\0';
     const std::uint8_t* const begin = static_cast<const std::uint8_t*>(input);
     const std::uint8_t* const end = end_of_input(begin, length);
-    // Nobody has more memory. Without words nothing is read past the byte that ends the check.
-    const bool wraps = length > static_cast<std::uint64_t>(end - begin);
-    const Input words = wraps ? Input{nullptr} : input_between(begin, end);
-    Check check(options, flags, words, report->path);
+    Check check(options, flags, report->path);
     check_content(check, type, nullptr, begin, begin, end);
     const std::int32_t code = check.code != VESK_OK || check.opaque == 0 ? check.code : std::int32_t{VESK_OPAQUE};
     fill(report, check, code, begin, end);

@@ -6,23 +6,6 @@
 
 namespace vesk {
 
-// Steps over a varint as skip_varint does, by a word instead of byte by byte: of numbers whose lengths follow no rule
-// that takes half the time.
-inline const std::uint8_t* skip_varint_by_words(const std::uint8_t* at, const std::uint8_t* end, const Input& input) {
-    if (at < end && *at < 0x80) return at + 1;
-    if (at < input.end_of_words) [[likely]] {
-        std::uint64_t word = 0;
-        read_fixed(at, at + sizeof word, &word);
-        // A 1 is carried to the high bit of the first byte that lacks it, which ends the varint.
-        std::uint64_t last = 0;
-        if (!__builtin_add_overflow(word | 0x7F7F7F7F7F7F7F7F, 1u, &last)) [[likely]] {
-            at += static_cast<unsigned>(__builtin_ctzll(last)) / 8 + 1;
-            return at <= end ? at : nullptr;
-        }
-    }
-    return skip_varint(at, end);
-}
-
 // The position after the tag of a list's next element, `at` being that after an element; null if the list ends here. It
 // goes on for as long as the field number stays: the wire type of its tags is not looked at, as in decode.
 inline const std::uint8_t* next_element(std::uint32_t number, const std::uint8_t* at, const std::uint8_t* end) {
