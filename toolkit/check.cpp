@@ -1,14 +1,14 @@
 // Pre-flight: what decode would do with an input, without its memory. The order of the checks is decode's, since the
 // first that fails decides the code.
+#include "toolkit/check.hpp"
+
 #include <vesk/vesk_toolkit.h>
 
 #include <cstring>
 
 #include "runtime/wire.hpp"
-#include "toolkit/arena.hpp"
 #include "toolkit/encoded.hpp"
 #include "toolkit/identifier.hpp"
-#include "toolkit/in_order.hpp"
 #include "toolkit/options.hpp"
 #include "toolkit/path.hpp"
 #include "toolkit/types.hpp"
@@ -18,26 +18,19 @@ namespace {
 
 // What stays the same while a message and all that is in it are checked, and what has been found.
 struct Check {
-    // Not an aggregate, which compilers clear by one instruction that takes longer than the rest of a short message.
-    Check(const vesk_options& with, std::uint32_t decode_flags, char* path_out)
-        : options(with), flags(decode_flags), path(path_out) {}
-
     const vesk_options& options;
-    // What the table at hand has in the identifier's place; null until there was one whose description has no flags.
-    const vesk_type* identifier_row = nullptr;
-    const vesk_type* identifier = nullptr;  // that description
+    // What the table at hand has in the identifier's place, once it has occurred; and its description. Short input can
+    // have it very often.
+    const vesk_type* identifier_row;
+    const vesk_type* identifier;
     std::uint32_t flags;
     char* path;  // of the error; VESK_PATH_SIZE bytes
     std::uint32_t in_order = 1;
     std::uint32_t opaque = 0;
-    // What was asked for: what the message points to, and what nothing points to any more.
-    std::uint64_t owned_bytes = 0;
-    std::uint64_t owned_blocks = 0;
+    Sums sums{};
+    // Of what is asked for, what nothing points to any more.
     std::uint64_t lost_bytes = 0;
     std::uint64_t lost_blocks = 0;
-    std::uint64_t largest = 0;
-    std::uint64_t arena_bytes = 0;  // the requests as an arena rounds them
-    std::uint64_t unknown_bytes = 0;
     // The error.
     std::int32_t code = VESK_OK;
     const std::uint8_t* error_at = nullptr;
@@ -49,16 +42,12 @@ struct Owned {
     std::uint64_t blocks;
 };
 
-inline void ask_for(Check& check, std::uint64_t size) {
-    check.owned_bytes += size;
-    check.owned_blocks += 1;
-    if (size > check.largest) check.largest = size;
-    check.arena_bytes += arena_bytes_for(size);
+// What is owned so far.
+inline Owned owned_by(const Check& check) {
+    return {check.sums.cost.bytes - check.lost_bytes, check.sums.cost.blocks - check.lost_blocks};
 }
 
 inline void lose(Check& check, Owned owned) {
-    check.owned_bytes -= owned.bytes;
-    check.owned_blocks -= owned.blocks;
     check.lost_bytes += owned.bytes;
     check.lost_blocks += owned.blocks;
 }
@@ -91,37 +80,34 @@ const std::uint8_t* check_undescribed(Check& check, const Place* place, const st
         ++check.opaque;
         return end;
     }
-    check.owned_bytes += cost.bytes;
-    check.owned_blocks += cost.blocks;
-    if (cost.largest > check.largest) check.largest = cost.largest;
-    check.arena_bytes += cost.bytes + cost.blocks * arena_bytes_for(0);
+    Sums& sums = check.sums;
+    sums.cost.bytes += cost.bytes;
+    sums.cost.blocks += cost.blocks;
+    if (cost.largest > sums.cost.largest) sums.cost.largest = cost.largest;
+    sums.arena_bytes += cost.bytes + cost.blocks * arena_bytes_for(0);
     return code == VESK_OK ? end : fail(check, code, tag, place);
 }
 
-// The content of a message whose type's row has flags.
-[[gnu::noinline]] const std::uint8_t* check_flagged(Check& check, const vesk_type* type, const Place* place,
-                                                    const std::uint8_t* tag, const std::uint8_t* at,
-                                                    const std::uint8_t* end) {
-    if (is_elsewhere(type)) {
-        if (type != own_identifier() && !is_identifier(type)) {
-            check.in_order = 0;
-            ++check.opaque;
-            return end;
-        }
-        check.identifier = describe_elsewhere();
-        if (check.identifier == nullptr) return check_undescribed(check, place, tag, at, end);
-        if (check.identifier->flags == 0) check.identifier_row = type;
-        type = check.identifier;
+// The content of another library's message.
+[[gnu::noinline]] const std::uint8_t* check_elsewhere(Check& check, const vesk_type* type, const Place* place,
+                                                      const std::uint8_t* tag, const std::uint8_t* at,
+                                                      const std::uint8_t* end) {
+    if (type != own_identifier() && !is_identifier(type)) {
+        check.in_order = 0;
+        ++check.opaque;
+        return end;
     }
-    if (at == end) return at;
-    return check_message(check, type, place, at, end);
+    check.identifier = describe_elsewhere();
+    if (check.identifier == nullptr) return check_undescribed(check, place, tag, at, end);
+    check.identifier_row = type;
+    return at != end ? check_message(check, check.identifier, place, at, end) : at;
 }
 
 // What a nested message or element holds; `tag` is the position of its tag.
 inline const std::uint8_t* check_content(Check& check, const vesk_type* type, const Place* place,
                                          const std::uint8_t* tag, const std::uint8_t* at, const std::uint8_t* end) {
-    if (type->flags != 0) {
-        if (type != check.identifier_row) return check_flagged(check, type, place, tag, at, end);
+    if (is_elsewhere(type)) {
+        if (type != check.identifier_row) return check_elsewhere(check, type, place, tag, at, end);
         type = check.identifier;
     }
     return at != end ? check_message(check, type, place, at, end) : at;
@@ -136,9 +122,10 @@ inline const std::uint8_t* check_nested(Check& check, const vesk_type* type, con
         return fail(check, VESK_MALFORMED, tag, place);
     if (again) [[unlikely]]
         lose(check, *owned);
-    const Owned before{check.owned_bytes, check.owned_blocks};
+    const Owned before = owned_by(check);
     at = check_content(check, type, place, tag, length.at, length.at + length.value);
-    *owned = {check.owned_bytes - before.bytes, check.owned_blocks - before.blocks};
+    const Owned after = owned_by(check);
+    *owned = {after.bytes - before.bytes, after.blocks - before.blocks};
     return at;
 }
 
@@ -177,7 +164,7 @@ const std::uint8_t* check_list(Check& check, const vesk_field* field, const Plac
     Place place{outer, field, 0};
     std::uint32_t count;
     if (!count_elements(check, field, outer, tag, at, end, &count)) return nullptr;
-    ask_for(check, std::uint64_t{count} * type->structure_size);
+    ask_for(check.sums, std::uint64_t{count} * type->structure_size);
 
     for (; place.element < count; ++place.element) {
         if (place.element != 0) {
@@ -198,7 +185,7 @@ const std::uint8_t* check_list(Check& check, const vesk_field* field, const Plac
     if (field != nullptr) return fail_in(check, VESK_WRONG_WIRE_TYPE, tag, outer, field);
     const Step step = skip_field(wire_type_of_tag(tag_value), at, end);
     if (step.code != VESK_OK) return fail(check, step.code, tag, outer);
-    check.unknown_bytes += static_cast<std::uint64_t>(step.at - tag);
+    check.sums.unknown_bytes += static_cast<std::uint64_t>(step.at - tag);
     return step.at;
 }
 
@@ -209,9 +196,9 @@ inline const std::uint8_t* check_string(Check& check, const vesk_field* field, c
     if (length.at == nullptr) [[unlikely]]
         return fail_in(check, VESK_MALFORMED, tag, outer, field);
     if (field->kind == VESK_KIND_STRING) {
-        ask_for(check, length.value + 1);
+        ask_for(check.sums, length.value + 1);
     } else if ((check.flags & VESK_BYTES_BY_REFERENCE) == 0) {
-        ask_for(check, length.value);
+        ask_for(check.sums, length.value);
     }
     return length.at + length.value;
 }
@@ -223,16 +210,16 @@ const std::uint8_t* check_contents(Check& check, const vesk_field* field, const 
                                    const std::uint8_t* at, const std::uint8_t* end, std::uint32_t* count) {
     if (!count_elements(check, field, outer, tag, at, end, count)) return nullptr;
     const std::uint16_t kind = kind_of_values(field);
-    ask_for(check, std::uint64_t{*count} * size_of_element(kind));
+    ask_for(check.sums, std::uint64_t{*count} * size_of_element(kind));
     for (std::uint32_t left = *count; left != 0; --left) {
         if (left != *count) at = read_tag(at, end).at;
         const Varint length = read_length(at, end);
         // Counting has seen it; but somebody else may have written into the input.
         if (length.at == nullptr) return fail_in(check, VESK_MALFORMED, tag, outer, field);
         if (kind == VESK_KIND_STRING) {
-            ask_for(check, length.value + 1);
+            ask_for(check.sums, length.value + 1);
         } else if ((check.flags & VESK_BYTES_BY_REFERENCE) == 0) {
-            ask_for(check, length.value);
+            ask_for(check.sums, length.value);
         }
         at = length.at + length.value;
     }
@@ -251,7 +238,7 @@ const std::uint8_t* check_scalars(Check& check, const vesk_field* field, const P
         return fail(check, run.code, run.at, &place);
     }
     *count = static_cast<std::uint32_t>(run.count);
-    if (*count != 0) ask_for(check, run.count * size_of_element(kind_of_values(field)));
+    if (*count != 0) ask_for(check.sums, run.count * size_of_element(kind_of_values(field)));
     return run.at;
 }
 
@@ -298,17 +285,10 @@ const std::uint8_t* check_message(Check& check, const vesk_type* type, const Pla
     const vesk_field* likely = vesk_type_field(type, 0);  // fields usually come in the order of their declaration
     while (at != end) {
         const std::uint8_t* const tag = at;
-        std::uint32_t tag_value = *at++;
-        if (tag_value >= 0x80) {
-            if (at != end && *at < 0x80) [[likely]] {
-                tag_value = tag_value - 0x80 + (std::uint32_t{*at++} << 7);
-            } else {
-                const Varint read = read_long_tag(tag, end);
-                if (read.at == nullptr) return fail(check, VESK_MALFORMED, tag, outer);
-                at = read.at;
-                tag_value = static_cast<std::uint32_t>(read.value);
-            }
-        }
+        const Varint read = read_tag(tag, end);
+        if (read.at == nullptr) return fail(check, VESK_MALFORMED, tag, outer);
+        at = read.at;
+        const std::uint32_t tag_value = static_cast<std::uint32_t>(read.value);
         const vesk_field* field = likely;
         if (field == past || field->tag != tag_value) [[unlikely]] {
             field = vesk_type_field_numbered(type, field_number_of_tag(tag_value));
@@ -334,54 +314,47 @@ const std::uint8_t* check_message(Check& check, const vesk_type* type, const Pla
     return at;
 }
 
-// Everything but the path, which is there already.
-void fill(vesk_report* report, const Check& check, std::int32_t code, const std::uint8_t* begin,
-          const std::uint8_t* end) {
-    report->code = code;
-    report->opaque = check.opaque;
-    report->at = static_cast<std::uint64_t>((check.code != VESK_OK ? check.error_at : end) - begin);
-    report->cost = {check.owned_bytes + check.lost_bytes, check.owned_blocks + check.lost_blocks, check.largest};
-    report->lost_bytes = check.lost_bytes;
-    report->lost_blocks = check.lost_blocks;
-    report->unknown_bytes = check.unknown_bytes;
-    report->arena_size = arena_size_for(check.arena_bytes);
-    report->in_order = check.in_order;
-}
+}  // namespace
 
-void fill_in_order(vesk_report* report, const InOrder& found, std::uint64_t length) {
-    report->code = VESK_OK;
-    report->opaque = 0;
-    report->at = length;
-    report->cost = found.cost;
-    report->lost_bytes = 0;
-    report->lost_blocks = 0;
-    report->unknown_bytes = found.unknown_bytes;
-    report->arena_size = arena_size_for(found.arena_bytes);
-    report->in_order = 1;
-    report->path[0] = '\0';
-}
-
-// Any input, and `report` one of this version.
-[[gnu::noinline]] std::int32_t check_closely(const vesk_type* type, const void* input, std::uint64_t length,
-                                             std::uint32_t flags, vesk_report* report, const vesk_options& options) {
-    report->path[0] = '\0';
+std::int32_t check_closely(const vesk_type* type, const void* input, std::uint64_t length, std::uint32_t flags,
+                           vesk_report& report, const vesk_options& options) {
+    report.path[0] = '\0';
     const std::uint8_t* const begin = static_cast<const std::uint8_t*>(input);
     const std::uint8_t* const end = end_of_input(begin, length);
-    Check check(options, flags, report->path);
+    Check check{options, nullptr, nullptr, flags, report.path};
     check_content(check, type, nullptr, begin, begin, end);
     const std::int32_t code = check.code != VESK_OK || check.opaque == 0 ? check.code : std::int32_t{VESK_OPAQUE};
-    fill(report, check, code, begin, end);
+    report.code = code;
+    report.opaque = check.opaque;
+    report.at = static_cast<std::uint64_t>((check.code != VESK_OK ? check.error_at : end) - begin);
+    report.cost = check.sums.cost;
+    report.lost_bytes = check.lost_bytes;
+    report.lost_blocks = check.lost_blocks;
+    report.unknown_bytes = check.sums.unknown_bytes;
+    report.arena_size = arena_size_for(check.sums.arena_bytes);
+    report.in_order = check.in_order;
     return code;
 }
 
-// `report` is one of this version.
+namespace {
+
+// The report is one of this version.
 std::int32_t check_input(const vesk_type* type, const void* input, std::uint64_t length, std::uint32_t flags,
-                         vesk_report* report, const vesk_options& options) {
-    InOrder found;
-    if (!check_in_order(type, static_cast<const std::uint8_t*>(input), length, flags, found)) {
+                         vesk_report& report, const vesk_options& options) {
+    Sums sums;
+    if (!check_in_order(type, static_cast<const std::uint8_t*>(input), length, flags, sums)) {
         return check_closely(type, input, length, flags, report, options);
     }
-    fill_in_order(report, found, length);
+    report.code = VESK_OK;
+    report.opaque = 0;
+    report.at = length;
+    report.path[0] = '\0';
+    report.cost = sums.cost;
+    report.lost_bytes = 0;
+    report.lost_blocks = 0;
+    report.unknown_bytes = sums.unknown_bytes;
+    report.arena_size = arena_size_for(sums.arena_bytes);
+    report.in_order = 1;
     return VESK_OK;
 }
 
@@ -391,7 +364,7 @@ std::int32_t check_input(const vesk_type* type, const void* input, std::uint64_t
     vesk_options own_options;
     const vesk_options& options = read_options(given, &own_options);
     vesk_report own;
-    const std::int32_t code = check_input(type, input, length, flags, &own, options);
+    const std::int32_t code = check_input(type, input, length, flags, own, options);
     if (report != nullptr) write_common(report, own);
     return code;
 }
@@ -406,5 +379,5 @@ int32_t vesk_check(const vesk_type* type, const void* input, uint64_t length, ui
         (options != nullptr && options->size != sizeof *options)) {
         return check_for_others(type, input, length, flags, report, options);
     }
-    return check_input(type, input, length, flags, report, options != nullptr ? *options : default_options);
+    return check_input(type, input, length, flags, *report, options != nullptr ? *options : default_options);
 }

@@ -1,7 +1,5 @@
-#include "toolkit/in_order.hpp"
-
 #include "runtime/wire.hpp"
-#include "toolkit/arena.hpp"
+#include "toolkit/check.hpp"
 #include "toolkit/encoded.hpp"
 #include "toolkit/types.hpp"
 
@@ -39,13 +37,6 @@ inline const std::uint8_t* foreknown(const std::uint8_t* at) {
     return at;
 }
 
-inline void ask_for(InOrder& sums, std::uint64_t size) {
-    sums.cost.bytes += size;
-    sums.cost.blocks += 1;
-    if (size > sums.cost.largest) sums.cost.largest = size;
-    sums.arena_bytes += arena_bytes_for(size);
-}
-
 // Of 8 bytes the high bits that are 0, each of which ends a varint.
 inline std::uint64_t last_bytes_in(const std::uint8_t* at) {
     std::uint64_t word = 0;
@@ -64,11 +55,11 @@ inline const std::uint8_t* step_over_varint(const std::uint8_t* at, const std::u
     return at + 1 + static_cast<std::uint64_t>(__builtin_ctzll(last_bytes)) / 8;
 }
 
-// A message and those that it stands in. What it holds fits into registers.
+// A message and those that it stands in. The stack and the sums stand apart, so that the rest can be in registers.
 class Walk {
 public:
     // `stack` has room for `most_outer` messages.
-    Walk(const std::uint8_t* input, const std::uint8_t* end, std::uint32_t flags, Outer* stack, InOrder& sums)
+    Walk(const std::uint8_t* input, const std::uint8_t* end, std::uint32_t flags, Outer* stack, Sums& sums)
         : at_(input),
           end_(end),
           last_word_(end - word_size),
@@ -103,7 +94,7 @@ private:
     VESK_INLINE bool step_over_field() {
         const std::uint8_t* const tag = at_;
         std::uint32_t tag_value = *at_++;
-        if (tag_value >= 0x80) {
+        if (tag_value >= 0x80) {  // of two bytes, which no function need be called for
             if (*at_ >= 0x80 || end_ - at_ < 2) return false;
             tag_value = tag_value - 0x80 + (std::uint32_t{*at_++} << 7);
         }
@@ -179,13 +170,13 @@ private:
     const vesk_field* past_ = nullptr;
     Outer* stack_;
     Outer* outer_;  // past the innermost
-    InOrder& sums_;
+    Sums& sums_;
 };
 
 }  // namespace
 
 bool check_in_order(const vesk_type* type, const std::uint8_t* input, std::uint64_t length, std::uint32_t flags,
-                    InOrder& sums) {
+                    Sums& sums) {
     std::uintptr_t address;  // of the input's end, past which no length leads
     if (__builtin_add_overflow(reinterpret_cast<std::uintptr_t>(input), length, &address)) return false;
     if (length < word_size) return false;

@@ -1,5 +1,5 @@
-#include "toolkit/arena.hpp"
-#include "toolkit/in_order.hpp"
+#include "toolkit/check.hpp"
+#include "toolkit/options.hpp"
 
 namespace vesk {
 namespace {
@@ -7,14 +7,14 @@ namespace {
 // What the blocks of a message take in an arena, all together; 0 if it has none.
 std::int32_t measure_blocks(const vesk_type* type, const void* input, std::uint64_t length, std::uint32_t flags,
                             const vesk_options* options, std::uint64_t* arena_bytes) {
-    InOrder found;
-    if (check_in_order(type, static_cast<const std::uint8_t*>(input), length, flags, found)) {
-        *arena_bytes = found.arena_bytes;
+    Sums sums;
+    if (check_in_order(type, static_cast<const std::uint8_t*>(input), length, flags, sums)) {
+        *arena_bytes = sums.arena_bytes;
         return VESK_OK;
     }
+    vesk_options own;
     vesk_report report;
-    report.size = sizeof report;
-    const std::int32_t code = vesk_check(type, input, length, flags, &report, options);
+    const std::int32_t code = check_closely(type, input, length, flags, report, read_options(options, &own));
     *arena_bytes = report.arena_size == 0 ? 0 : report.arena_size - (arena_alignment - 1);
     return code;
 }
