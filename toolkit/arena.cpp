@@ -33,10 +33,11 @@ Chunk* chunk_of(void* untyped) { return static_cast<Chunk*>(untyped); }
 unsigned char* memory_of(Chunk* chunk) { return reinterpret_cast<unsigned char*>(chunk + 1); }
 
 // What is allotted lies between `next` and `end`, which is never more than the limit in bytes leaves; `bytes_left` is
-// what it leaves beyond. So a request looks at one end alone.
+// what it leaves beyond. It is a multiple of the alignment, as all requests are when rounded. So a request looks at one
+// end alone, and before it is rounded.
 void allot(vesk_arena& arena, unsigned char* begin, const unsigned char* end) {
     const std::uint64_t room = static_cast<std::uint64_t>(end - begin);
-    const std::uint64_t allotted = room < arena.bytes_left ? room : arena.bytes_left;
+    const std::uint64_t allotted = (room < arena.bytes_left ? room : arena.bytes_left) & ~(arena_alignment - 1);
     arena.next = begin;
     arena.end = begin + allotted;
     arena.bytes_left -= allotted;
@@ -79,18 +80,22 @@ bool next_chunk(vesk_arena& arena, std::uint64_t size) {
     return true;
 }
 
-// A block of `size` bytes, for which there is room; it takes `whole`.
-inline void* take(vesk_arena& arena, std::uint64_t size, std::uint64_t whole) {
+// A block that takes `whole` bytes, for which there is room.
+void* take(vesk_arena& arena, std::uint64_t whole) {
     unsigned char* const block = arena.next;
     arena.next += whole;
     --arena.blocks_left;
-    permit(block, block + size);
     return block;
 }
 
 // No part of what is called for each block, which it would make slower.
-[[gnu::noinline]] void* take_from_next_chunk(vesk_arena& arena, std::uint64_t size, std::uint64_t whole) {
-    return next_chunk(arena, whole) ? take(arena, size, whole) : nullptr;
+[[gnu::noinline]] void* take_at_length(vesk_arena& arena, std::uint64_t size) {
+    const std::uint64_t whole = vesk::arena_bytes_for(size);
+    if (whole == 0 || arena.blocks_left == 0) return nullptr;
+    if (static_cast<std::uint64_t>(arena.end - arena.next) < whole && !next_chunk(arena, whole)) return nullptr;
+    void* const block = take(arena, whole);
+    permit(static_cast<unsigned char*>(block), static_cast<unsigned char*>(block) + size);
+    return block;
 }
 
 // Member by member: compilers clear the whole by one instruction that takes longer.
@@ -150,10 +155,10 @@ uint64_t vesk_arena_limit_for(uint64_t length) {
 
 void* vesk_arena_alloc(uint64_t size, void* untyped) {
     vesk_arena& arena = *static_cast<vesk_arena*>(untyped);
-    const std::uint64_t whole = vesk::arena_bytes_for(size);
-    if (whole < size || arena.blocks_left == 0) return nullptr;
-    if (static_cast<std::uint64_t>(arena.end - arena.next) < whole) return take_from_next_chunk(arena, size, whole);
-    return take(arena, size, whole);
+    const std::uint64_t room = static_cast<std::uint64_t>(arena.end - arena.next);
+    if (size == 0 || size > room || arena.blocks_left == 0 || can_forbid()) [[unlikely]]  // 0 bytes take some, too
+        return take_at_length(arena, size);
+    return take(arena, vesk::round_up(size));
 }
 
 void vesk_arena_release(void*, void*) {}

@@ -10,6 +10,9 @@ namespace vesk {
 
 inline constexpr std::uint64_t arena_alignment = alignof(std::max_align_t);  // malloc's
 
+// To a multiple of the alignment, which 64 bits can say.
+constexpr std::uint64_t round_up(std::uint64_t size) { return (size + (arena_alignment - 1)) & ~(arena_alignment - 1); }
+
 // 0 if 64 bits cannot say it.
 constexpr std::uint64_t arena_bytes_for(std::uint64_t size) {
     const std::uint64_t least = size == 0 ? 1 : size;
@@ -21,6 +24,10 @@ constexpr std::uint64_t arena_bytes_for(std::uint64_t size) {
 constexpr std::uint64_t arena_size_for(std::uint64_t arena_bytes) {
     return arena_bytes == 0 ? 0 : arena_bytes + arena_alignment - 1;
 }
+
+// An arena over an aligned buffer, which has no other memory and no limit. Sets only what requests and take_buffer look
+// at.
+void give_buffer(vesk_arena& arena, void* buffer, std::uint64_t size);
 
 // Takes its buffer from an arena that has no other memory: the buffer may be touched again, the arena gives nothing.
 void take_buffer(vesk_arena& arena);

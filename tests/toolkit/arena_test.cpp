@@ -52,6 +52,21 @@ TEST(arena, buffer_is_given_out_to_its_last_byte_and_no_further) {
     vesk_arena_close(&arena);
 }
 
+TEST(arena, request_that_fits_only_before_it_is_rounded_is_refused) {
+    alignas(16) unsigned char memory[64];
+    vesk_arena arena;
+    vesk_arena_of_buffer(&arena, memory, 63);
+    EXPECT_EQ(vesk_arena_alloc(49, &arena), nullptr);
+    EXPECT_EQ(vesk_arena_alloc(48, &arena), memory);
+    EXPECT_EQ(vesk_arena_alloc(15, &arena), nullptr);
+    vesk_arena_close(&arena);
+    vesk_arena_of_buffer(&arena, memory, sizeof memory);
+    vesk_arena_limit(&arena, 50, UINT64_MAX);
+    EXPECT_EQ(vesk_arena_alloc(50, &arena), nullptr);
+    EXPECT_EQ(vesk_arena_alloc(48, &arena), memory);
+    vesk_arena_close(&arena);
+}
+
 TEST(arena, buffer_shorter_than_its_own_gap_or_null_has_no_block) {
     alignas(16) unsigned char memory[32];
     vesk_arena arena;
