@@ -86,7 +86,7 @@ private:
     VESK_INLINE bool begin(const vesk_type* type) {
         type_ = plain_type(type);
         if (type_ == nullptr) return false;
-        likely_ = first_field(type_);
+        least_ = likely_ = first_field(type_);
         past_ = past_fields(type_);
         return true;
     }
@@ -95,19 +95,32 @@ private:
         const std::uint8_t* const tag = at_;
         std::uint32_t tag_value = *at_++;
         if (tag_value >= 0x80) {  // of two bytes, which no function need be called for
-            if (*at_ >= 0x80 || end_ - at_ < 2) return false;
             tag_value = tag_value - 0x80 + (std::uint32_t{*at_++} << 7);
+            if (tag_value >= 0x4000 || at_ == end_) return false;
         }
         const vesk_field* field = likely_;
-        if (field == past_ || field->tag != tag_value) [[unlikely]] {
-            field = vesk_type_field_numbered(type_, field_number_of_tag(tag_value));
-            if (field == nullptr) return step_over_unknown(tag, tag_value);
-            if (field->tag != tag_value || field < likely_) return false;
+        if (field != past_ && field->tag == tag_value) [[likely]] {
+            likely_ = field + 1;
+        } else {
+            field = field_numbered(field_number_of_tag(tag_value));
+            if (field == nullptr) [[unlikely]]
+                return step_over_unknown(tag, tag_value);
+            if (field->tag != tag_value || field < least_) return false;
+            likely_ = past_;  // where one is left out others are, and each wrong guess would cost more than a lookup
         }
-        likely_ = field + 1;
+        least_ = field + 1;
         if (wire_type_of_tag(tag_value) != varint_type) return step_over_content(field);
         at_ = step_over_varint(at_, end_, last_word_);
         return at_ != nullptr;
+    }
+
+    // Null if there is none. A plain type has no numbers that the table does not cover.
+    VESK_INLINE const vesk_field* field_numbered(std::uint32_t number) const {
+        if (number >= type_->number_count) return nullptr;
+        const auto* const by_number =
+            reinterpret_cast<const std::uint16_t*>(reinterpret_cast<const char*>(type_) + type_->by_number_at);
+        const std::uint32_t place = by_number[number];
+        return place != 0 ? first_field(type_) + (place - 1) : nullptr;
     }
 
     bool step_over_unknown(const std::uint8_t* tag, std::uint32_t tag_value) {
@@ -147,7 +160,7 @@ private:
                 const Varint content = read_length(element, left.end);
                 at_ = content.at;
                 end_ = content.at + content.value;
-                likely_ = first_field(type_);
+                least_ = likely_ = first_field(type_);
                 ++left.elements;
                 return content.at != nullptr;
             }
@@ -156,7 +169,7 @@ private:
         --outer_;
         end_ = left.end;
         type_ = left.type;
-        likely_ = left.field + 1;
+        least_ = likely_ = left.field + 1;
         past_ = past_fields(type_);
         return true;
     }
@@ -166,8 +179,9 @@ private:
     const std::uint8_t* last_word_;
     std::uint32_t flags_;
     const vesk_type* type_ = nullptr;
-    const vesk_field* likely_ = nullptr;  // usually comes next
-    const vesk_field* past_ = nullptr;
+    const vesk_field* least_ = nullptr;   // the first that may come
+    const vesk_field* likely_ = nullptr;  // the same; past_ once the message has left one out
+    const vesk_field* past_ = nullptr;    // the type's last
     Outer* stack_;
     Outer* outer_;  // past the innermost
     Sums& sums_;
@@ -177,10 +191,10 @@ private:
 
 bool check_in_order(const vesk_type* type, const std::uint8_t* input, std::uint64_t length, std::uint32_t flags,
                     Sums& sums) {
-    std::uintptr_t address;  // of the input's end, past which no length leads
-    if (__builtin_add_overflow(reinterpret_cast<std::uintptr_t>(input), length, &address)) return false;
     if (length < word_size) return false;
     sums = {};
+    std::uintptr_t address;  // of the input's end, past which no length leads
+    if (__builtin_add_overflow(reinterpret_cast<std::uintptr_t>(input), length, &address)) return false;
     Outer stack[most_outer];
     return Walk(input, input + length, flags, stack, sums).run(type);
 }

@@ -219,6 +219,29 @@ TEST(check, field_that_occurs_again_or_too_late_is_not_in_order) {
     EXPECT_EQ(check("pem_data", message_field(1, message_field(1, identifier))).in_order, 0u);
 }
 
+TEST(check, field_that_occurs_again_behind_one_that_was_left_out_is_not_in_order) {
+    const auto numbered = [](std::initializer_list<std::uint32_t> numbers) {
+        Bytes input;
+        for (const std::uint32_t number : numbers) input = message(input, number_field(number, 1));
+        return input;
+    };
+    EXPECT_EQ(check("inv_db_base_entity_data", numbered({2, 6, 9, 17, 34})).in_order, 1u);
+    for (const auto numbers : {std::initializer_list<std::uint32_t>{6, 6},
+                               {2, 6, 6},
+                               {2, 6, 9, 6},
+                               {2, 6, 9, 8},
+                               {6, 2},
+                               {34, 34},
+                               {33, 34, 17}}) {
+        const Bytes input = numbered(numbers);
+        SCOPED_TRACE(testing::PrintToString(input));
+        EXPECT_EQ(check("inv_db_base_entity_data", input).in_order, 0u);
+        expect_same_as_decode(*find_type("inv_db_base_entity_data"), input);
+    }
+    const Bytes text = message(number_field(2, 1), text_field(14, "ab"), text_field(14, "ab"));
+    EXPECT_EQ(check("inv_db_base_entity_data", text).code, VESK_MALFORMED);
+}
+
 TEST(check, input_with_an_error_is_not_in_order) {
     EXPECT_EQ(check("pem_data", message(number_field(3, 1), hex("7C"))).in_order, 0u);
 }
