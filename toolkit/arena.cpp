@@ -113,6 +113,15 @@ void begin(vesk_arena* arena) {
 
 }  // namespace
 
+void vesk::give_buffer(vesk_arena& arena, void* buffer, std::uint64_t size) {
+    arena.next = arena.buffer = static_cast<unsigned char*>(buffer);
+    arena.end = arena.buffer_end = arena.buffer + size;
+    arena.bytes_left = 0;
+    arena.blocks_left = UINT64_MAX;
+    arena.alloc = nullptr;
+    forbid(arena.buffer, arena.buffer_end);
+}
+
 void vesk::take_buffer(vesk_arena& arena) {
     permit(arena.buffer, arena.buffer_end);
     arena.next = arena.end = arena.buffer = arena.buffer_end = nullptr;

@@ -4,14 +4,10 @@
 namespace vesk {
 namespace {
 
-// What the blocks of a message take in an arena, all together; 0 if it has none.
-std::int32_t measure_blocks(const vesk_type* type, const void* input, std::uint64_t length, std::uint32_t flags,
-                            const vesk_options* options, std::uint64_t* arena_bytes) {
-    Sums sums;
-    if (check_in_order(type, static_cast<const std::uint8_t*>(input), length, flags, sums)) {
-        *arena_bytes = sums.arena_bytes;
-        return VESK_OK;
-    }
+// What the blocks of a message take in an arena, all together; 0 if it has none. Apart, for the report's large frame.
+[[gnu::noinline]] std::int32_t measure_closely(const vesk_type* type, const void* input, std::uint64_t length,
+                                               std::uint32_t flags, const vesk_options* options,
+                                               std::uint64_t* arena_bytes) {
     vesk_options own;
     vesk_report report;
     const std::int32_t code = check_closely(type, input, length, flags, report, read_options(options, &own));
@@ -26,16 +22,20 @@ int32_t vesk_one_block_open(vesk_one_block* block, const vesk_type* type, const 
                             uint32_t flags, vesk_alloc alloc, void* context, const vesk_options* options) {
     block->size = sizeof *block;
     block->memory = nullptr;
-    std::uint64_t size;
-    block->code = vesk::measure_blocks(type, input, length, flags, options, &size);
-    if (block->code != VESK_OK) return block->code;
+    block->code = VESK_OK;
+    vesk::Sums sums;
+    if (!vesk::check_in_order(type, static_cast<const std::uint8_t*>(input), length, flags, sums)) {
+        block->code = vesk::measure_closely(type, input, length, flags, options, &sums.arena_bytes);
+        if (block->code != VESK_OK) return block->code;
+    }
+    const std::uint64_t size = sums.arena_bytes;
     if (size == 0) {
-        vesk_arena_of_buffer(&block->arena, nullptr, 0);
+        block->arena.blocks_left = 0;  // of a decode that asks after all, since the input has changed
         return VESK_OK;
     }
     block->memory = alloc != nullptr ? alloc(size, context) : nullptr;  // what it gives is aligned
     if (block->memory == nullptr) return block->code = VESK_NO_MEMORY;
-    vesk_arena_of_buffer(&block->arena, block->memory, size);
+    vesk::give_buffer(block->arena, block->memory, size);
     return VESK_OK;
 }
 
