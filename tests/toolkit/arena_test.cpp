@@ -53,17 +53,17 @@ TEST(arena, buffer_is_given_out_to_its_last_byte_and_no_further) {
 }
 
 TEST(arena, request_that_fits_only_before_it_is_rounded_is_refused) {
-    alignas(16) unsigned char memory[64];
+    alignas(alignment) unsigned char memory[4 * alignment];
     vesk_arena arena;
-    vesk_arena_of_buffer(&arena, memory, 63);
-    EXPECT_EQ(vesk_arena_alloc(49, &arena), nullptr);
-    EXPECT_EQ(vesk_arena_alloc(48, &arena), memory);
-    EXPECT_EQ(vesk_arena_alloc(15, &arena), nullptr);
+    vesk_arena_of_buffer(&arena, memory, 4 * alignment - 1);
+    EXPECT_EQ(vesk_arena_alloc(3 * alignment + 1, &arena), nullptr);
+    EXPECT_EQ(vesk_arena_alloc(3 * alignment, &arena), memory);
+    EXPECT_EQ(vesk_arena_alloc(alignment - 1, &arena), nullptr);
     vesk_arena_close(&arena);
     vesk_arena_of_buffer(&arena, memory, sizeof memory);
-    vesk_arena_limit(&arena, 50, UINT64_MAX);
-    EXPECT_EQ(vesk_arena_alloc(50, &arena), nullptr);
-    EXPECT_EQ(vesk_arena_alloc(48, &arena), memory);
+    vesk_arena_limit(&arena, 3 * alignment + 2, UINT64_MAX);
+    EXPECT_EQ(vesk_arena_alloc(3 * alignment + 2, &arena), nullptr);
+    EXPECT_EQ(vesk_arena_alloc(3 * alignment, &arena), memory);
     vesk_arena_close(&arena);
 }
 
