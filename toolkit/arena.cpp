@@ -88,8 +88,9 @@ void* take(vesk_arena& arena, std::uint64_t whole) {
     return block;
 }
 
-// No part of what is called for each block, which it would make slower.
-[[gnu::noinline]] void* take_at_length(vesk_arena& arena, std::uint64_t size) {
+// Any request, also one of 0 bytes or for which there is no room yet. No part of what is called for each block, which
+// it would make slower.
+[[gnu::noinline]] void* take_slowly(vesk_arena& arena, std::uint64_t size) {
     const std::uint64_t whole = vesk::arena_bytes_for(size);
     if (whole == 0 || arena.blocks_left == 0) return nullptr;
     if (static_cast<std::uint64_t>(arena.end - arena.next) < whole && !next_chunk(arena, whole)) return nullptr;
@@ -112,15 +113,6 @@ void begin(vesk_arena* arena) {
 }
 
 }  // namespace
-
-void vesk::give_buffer(vesk_arena& arena, void* buffer, std::uint64_t size) {
-    arena.next = arena.buffer = static_cast<unsigned char*>(buffer);
-    arena.end = arena.buffer_end = arena.buffer + size;
-    arena.bytes_left = 0;
-    arena.blocks_left = UINT64_MAX;
-    arena.alloc = nullptr;
-    forbid(arena.buffer, arena.buffer_end);
-}
 
 void vesk::take_buffer(vesk_arena& arena) {
     permit(arena.buffer, arena.buffer_end);
@@ -166,7 +158,7 @@ void* vesk_arena_alloc(uint64_t size, void* untyped) {
     vesk_arena& arena = *static_cast<vesk_arena*>(untyped);
     const std::uint64_t room = static_cast<std::uint64_t>(arena.end - arena.next);
     if (size == 0 || size > room || arena.blocks_left == 0 || can_forbid()) [[unlikely]]  // 0 bytes take some, too
-        return take_at_length(arena, size);
+        return take_slowly(arena, size);
     return take(arena, vesk::round_up(size));
 }
 

@@ -15,9 +15,8 @@ constexpr std::uint64_t round_up(std::uint64_t size) { return (size + (arena_ali
 
 // 0 if 64 bits cannot say it.
 constexpr std::uint64_t arena_bytes_for(std::uint64_t size) {
-    const std::uint64_t least = size == 0 ? 1 : size;
-    std::uint64_t most;
-    return __builtin_add_overflow(least, arena_alignment - 1, &most) ? 0 : most & ~(arena_alignment - 1);
+    if (size > UINT64_MAX - (arena_alignment - 1)) return 0;
+    return round_up(size == 0 ? 1 : size);
 }
 
 // Bytes of a buffer, whatever its alignment, with room for requests that take so many.
@@ -25,9 +24,8 @@ constexpr std::uint64_t arena_size_for(std::uint64_t arena_bytes) {
     return arena_bytes == 0 ? 0 : arena_bytes + arena_alignment - 1;
 }
 
-// An arena over an aligned buffer, which has no other memory and no limit. Sets only what requests and take_buffer look
-// at.
-void give_buffer(vesk_arena& arena, void* buffer, std::uint64_t size);
+// Makes an arena that has nothing to give, of which nothing else is set.
+inline void refuse_all(vesk_arena& arena) { arena.blocks_left = 0; }
 
 // Takes its buffer from an arena that has no other memory: the buffer may be touched again, the arena gives nothing.
 void take_buffer(vesk_arena& arena);

@@ -30,12 +30,12 @@ int32_t vesk_one_block_open(vesk_one_block* block, const vesk_type* type, const 
     }
     const std::uint64_t size = sums.arena_bytes;
     if (size == 0) {
-        block->arena.blocks_left = 0;  // of a decode that asks after all, since the input has changed
+        vesk::refuse_all(block->arena);  // should the decode ask after all, since the input has changed
         return VESK_OK;
     }
     block->memory = alloc != nullptr ? alloc(size, context) : nullptr;  // what it gives is aligned
     if (block->memory == nullptr) return block->code = VESK_NO_MEMORY;
-    vesk::give_buffer(block->arena, block->memory, size);
+    vesk_arena_of_buffer(&block->arena, block->memory, size);
     return VESK_OK;
 }
 
