@@ -23,12 +23,15 @@ int32_t vesk_one_block_open(vesk_one_block* block, const vesk_type* type, const 
     block->size = sizeof *block;
     block->memory = nullptr;
     block->code = VESK_OK;
-    vesk::Sums sums;
-    if (!vesk::check_in_order(type, static_cast<const std::uint8_t*>(input), length, flags, sums)) {
-        block->code = vesk::measure_closely(type, input, length, flags, options, &sums.arena_bytes);
-        if (block->code != VESK_OK) return block->code;
+    std::uint64_t size = 0;
+    if (type->alignment >= alignof(void*)) {  // else there is no pointer in the structure, so that it owns nothing
+        vesk::Sums sums;
+        if (!vesk::check_in_order(type, static_cast<const std::uint8_t*>(input), length, flags, sums)) {
+            block->code = vesk::measure_closely(type, input, length, flags, options, &sums.arena_bytes);
+            if (block->code != VESK_OK) return block->code;
+        }
+        size = sums.arena_bytes;
     }
-    const std::uint64_t size = sums.arena_bytes;
     if (size == 0) {
         vesk::refuse_all(block->arena);  // should the decode ask after all, since the input has changed
         return VESK_OK;

@@ -264,9 +264,10 @@ typedef struct vesk_one_block {
  *     vesk_one_block_release(&block, release, context);
  *
  * Result: that of decode; VESK_OPAQUE if an identifier cannot be looked into. If the pre-flight ends with an error that
- * is returned at once: no block is asked for, and `message` is not touched. An input that changes between the two ends
- * in VESK_NO_MEMORY or another code, never outside the block. Every argument but `decode`, `message`, `input`,
- * `length`, `flags` and `block` is evaluated once. Release the block in every case; the message itself is not freed. */
+ * is returned at once: no block is asked for, and `message` is not touched. A type whose structure has no pointer may be
+ * decoded without a pre-flight. An input that changes between the two ends in VESK_NO_MEMORY or another code, never
+ * outside the block. Every argument but `decode`, `message`, `input`, `length`, `flags` and `block` is evaluated once.
+ * Release the block in every case; the message itself is not freed. */
 #define VESK_DECODE_IN_ONE_BLOCK(decode, type, message, input, length, flags, alloc, context, block, options)         \
     (vesk_one_block_open((block), (type), (input), (length), (flags), (alloc), (context), (options)) != VESK_OK       \
          ? (block)->code                                                                                              \

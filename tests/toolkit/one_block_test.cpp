@@ -41,6 +41,13 @@ TEST(one_block, message_is_decode_s_and_takes_one_request) {
     }
 }
 
+// Whether the structure has a pointer, in a nested one or itself.
+bool has_pointer(const TypeInfo& type) {
+    return std::any_of(type.fields.begin(), type.fields.end(), [](const FieldInfo& field) {
+        return field.kind == Kind::message ? has_pointer(*field.nested) : !is_scalar_kind(field.kind);
+    });
+}
+
 TEST(one_block, damaged_input_ends_in_the_code_of_decode_without_a_request) {
     std::uint64_t refused = 0;
     for (const TypeInfo* type : all_types()) {
@@ -61,7 +68,8 @@ TEST(one_block, damaged_input_ends_in_the_code_of_decode_without_a_request) {
             if (code != VESK_OK) {
                 ++refused;
                 EXPECT_EQ(ledger.requests_made(), 0u);
-                EXPECT_EQ(std::memcmp(message.get(), untouched.get(), type->size), 0);
+                const bool is_untouched = std::memcmp(message.get(), untouched.get(), type->size) == 0;
+                EXPECT_TRUE(is_untouched || !has_pointer(*type));
             }
             vesk_one_block_release(&block, Ledger::release, &ledger);
         }
