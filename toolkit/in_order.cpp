@@ -44,16 +44,31 @@ inline std::uint64_t last_bytes_in(const std::uint8_t* at) {
     return ~word & 0x8080808080808080;
 }
 
+// Behind the varint that starts at `at` and ends where the lowest of these bits says.
+inline const std::uint8_t* behind_varint(const std::uint8_t* at, std::uint64_t last_bytes) {
+    return at + 1 + static_cast<unsigned>(__builtin_ctzll(last_bytes)) / 8;
+}
+
 // Steps over a varint, one of at most 8 bytes without a branch on its length. It may end past `end`; null if it does
 // not end. `last_word` is the position of the last 8 bytes of the input.
-inline const std::uint8_t* step_over_varint(const std::uint8_t* at, const std::uint8_t* end,
-                                            const std::uint8_t* last_word) {
-    const std::uint64_t last_bytes =
-        at <= last_word ? last_bytes_in(at) : last_bytes_in(last_word) >> (at - last_word) * 8;
-    if (last_bytes == 0) [[unlikely]]
-        return skip_varint(at, end);
-    return at + 1 + static_cast<std::uint64_t>(__builtin_ctzll(last_bytes)) / 8;
+VESK_INLINE const std::uint8_t* step_over_varint(const std::uint8_t* at, const std::uint8_t* end,
+                                                 const std::uint8_t* last_word) {
+    if (at <= last_word) [[likely]] {
+        const std::uint64_t last_bytes = last_bytes_in(at);
+        if (last_bytes != 0) [[likely]]
+            return behind_varint(at, last_bytes);
+    } else {
+        const std::uint64_t last_bytes = last_bytes_in(last_word) >> (at - last_word) * 8;
+        if (last_bytes != 0) return behind_varint(at, last_bytes);
+    }
+    return skip_varint(at, end);
 }
+
+// How a field is found. At first the next one is expected, as in a message of which every field is set. Where one is
+// left out others are, and each wrong guess would cost more than to look up the field.
+enum class By { order, number };
+
+enum class Outcome { done, refused, left_out };
 
 // A message and those that it stands in. The stack and the sums stand apart, so that the rest can be in registers.
 class Walk {
@@ -69,49 +84,79 @@ public:
           sums_(sums) {}
 
     VESK_INLINE bool run(const vesk_type* type) {
-        if (!begin(type)) return false;
-        while (true) {
-            while (end_ - at_ >= 2) {  // no field is shorter
-                if (!step_over_field()) return false;
-            }
-            const std::uint8_t* const after = foreknown(end_);
-            if (at_ != end_) return false;
-            if (outer_ == stack_) return true;
-            at_ = after;
-            if (!leave()) return false;
+        if (!begin<By::order>(type)) return false;
+        Outcome outcome = step_over_all<By::order>();
+        if (outcome == Outcome::left_out) {
+            find_rows();
+            outcome = step_over_all<By::number>();
         }
+        return outcome == Outcome::done;
     }
 
 private:
+    template <By by>
+    VESK_INLINE Outcome step_over_all() {
+        while (true) {
+            while (at_ + 1 < end_) {  // no field is shorter
+                const Outcome outcome = step_over_field<by>();
+                if (outcome != Outcome::done) return outcome;
+            }
+            const std::uint8_t* const after = foreknown(end_);
+            if (at_ != end_) return Outcome::refused;
+            if (outer_ == stack_) return Outcome::done;
+            at_ = after;
+            if (!leave<by>()) return Outcome::refused;
+        }
+    }
+
+    template <By by>
     VESK_INLINE bool begin(const vesk_type* type) {
         type_ = plain_type(type);
         if (type_ == nullptr) return false;
-        least_ = likely_ = first_field(type_);
+        least_ = first_field(type_);
         past_ = past_fields(type_);
+        if constexpr (by == By::number) find_rows();
         return true;
     }
 
-    VESK_INLINE bool step_over_field() {
-        const std::uint8_t* const tag = at_;
-        std::uint32_t tag_value = *at_++;
-        if (tag_value >= 0x80) {  // of two bytes, which no function need be called for
-            tag_value = tag_value - 0x80 + (std::uint32_t{*at_++} << 7);
-            if (tag_value >= 0x4000 || at_ == end_) return false;
+    void find_rows() { before_first_ = reinterpret_cast<const char*>(type_) + type_->fields_at - sizeof(vesk_field); }
+
+    template <By by>
+    VESK_INLINE Outcome step_over_field() {
+        const std::uint8_t* const begin = at_;
+        std::uint32_t tag = *at_++;
+        if (tag >= 0x80) {  // of two bytes, which no function need be called for
+            tag = tag - 0x80 + (std::uint32_t{*at_++} << 7);
+            if (tag >= 0x4000 || at_ == end_) return Outcome::refused;
         }
-        const vesk_field* field = likely_;
-        if (field != past_ && field->tag == tag_value) [[likely]] {
-            likely_ = field + 1;
+        const vesk_field* field = least_;
+        if constexpr (by == By::order) {
+            if (field == past_ || field->tag != tag) {
+                at_ = begin;
+                return Outcome::left_out;
+            }
         } else {
-            field = field_numbered(field_number_of_tag(tag_value));
+            field = field_of(tag);
             if (field == nullptr) [[unlikely]]
-                return step_over_unknown(tag, tag_value);
-            if (field->tag != tag_value || field < least_) return false;
-            likely_ = past_;  // where one is left out others are, and each wrong guess would cost more than a lookup
+                return step_over_unknown(begin, tag) ? Outcome::done : Outcome::refused;
+            if (field->tag != tag || field < least_) [[unlikely]]
+                return Outcome::refused;
         }
         least_ = field + 1;
-        if (wire_type_of_tag(tag_value) != varint_type) return step_over_content(field);
+        if (wire_type_of_tag(tag) != varint_type) {
+            return step_over_content<by>(field) ? Outcome::done : Outcome::refused;
+        }
         at_ = step_over_varint(at_, end_, last_word_);
-        return at_ != nullptr;
+        return at_ != nullptr ? Outcome::done : Outcome::refused;
+    }
+
+    // The field of a tag's number: in most types the numbers are the places, from 1 on. Null if there is none.
+    VESK_INLINE const vesk_field* field_of(std::uint32_t tag) const {
+        static_assert(sizeof(vesk_field) == 3 * 8, "a tag without its wire type is eight times the number");
+        const auto* const field = reinterpret_cast<const vesk_field*>(before_first_ + (tag & ~7u) * 3);
+        if (field >= least_ && field < past_ && field->tag == tag) [[likely]]
+            return field;
+        return field_numbered(field_number_of_tag(tag));
     }
 
     // Null if there is none. A plain type has no numbers that the table does not cover.
@@ -123,14 +168,15 @@ private:
         return place != 0 ? first_field(type_) + (place - 1) : nullptr;
     }
 
-    bool step_over_unknown(const std::uint8_t* tag, std::uint32_t tag_value) {
-        const Step step = skip_field(wire_type_of_tag(tag_value), at_, end_);
+    bool step_over_unknown(const std::uint8_t* begin, std::uint32_t tag) {
+        const Step step = skip_field(wire_type_of_tag(tag), at_, end_);
         if (step.code != VESK_OK) return false;
-        sums_.unknown_bytes += static_cast<std::uint64_t>(step.at - tag);
+        sums_.unknown_bytes += static_cast<std::uint64_t>(step.at - begin);
         at_ = step.at;
         return true;
     }
 
+    template <By by>
     VESK_INLINE bool step_over_content(const vesk_field* field) {
         const Varint content = read_length(at_, end_);
         if (content.at == nullptr) return false;
@@ -139,7 +185,7 @@ private:
             if (outer_ == stack_ + most_outer) return false;
             *outer_++ = {end_, type_, field, 1};
             end_ = at_ + content.value;
-            return begin(nested_type(field));
+            return begin<by>(nested_type(field));
         }
         if (field->kind == VESK_KIND_STRING) {
             ask_for(sums_, content.value + 1);
@@ -151,6 +197,7 @@ private:
     }
 
     // Goes on behind a message at its end: with the next element, or the message that it stands in.
+    template <By by>
     VESK_INLINE bool leave() {
         Outer& left = outer_[-1];
         if (left.field->kind == VESK_KIND_LIST) {
@@ -160,7 +207,7 @@ private:
                 const Varint content = read_length(element, left.end);
                 at_ = content.at;
                 end_ = content.at + content.value;
-                least_ = likely_ = first_field(type_);
+                least_ = first_field(type_);
                 ++left.elements;
                 return content.at != nullptr;
             }
@@ -169,8 +216,9 @@ private:
         --outer_;
         end_ = left.end;
         type_ = left.type;
-        least_ = likely_ = left.field + 1;
+        least_ = left.field + 1;
         past_ = past_fields(type_);
+        if constexpr (by == By::number) find_rows();
         return true;
     }
 
@@ -179,9 +227,9 @@ private:
     const std::uint8_t* last_word_;
     std::uint32_t flags_;
     const vesk_type* type_ = nullptr;
-    const vesk_field* least_ = nullptr;   // the first that may come
-    const vesk_field* likely_ = nullptr;  // the same; past_ once the message has left one out
+    const vesk_field* least_ = nullptr;   // the first field that may come
     const vesk_field* past_ = nullptr;    // beyond the type's last
+    const char* before_first_ = nullptr;  // where a field of number 0 would be; by number alone
     Outer* stack_;
     Outer* outer_;  // past the innermost
     Sums& sums_;
