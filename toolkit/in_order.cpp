@@ -152,8 +152,9 @@ private:
 
     // The field of a tag's number: in most types the numbers are the places, from 1 on. Null if there is none.
     VESK_INLINE const vesk_field* field_of(std::uint32_t tag) const {
-        static_assert(sizeof(vesk_field) == 3 * 8, "a tag without its wire type is eight times the number");
-        const auto* const field = reinterpret_cast<const vesk_field*>(before_first_ + (tag & ~7u) * 3);
+        static_assert(sizeof(vesk_field) == 24, "a tag without its wire type is 8 times the number");
+        const std::uint64_t offset = std::uint64_t{tag & ~7u} * 3;
+        const auto* const field = reinterpret_cast<const vesk_field*>(before_first_ + offset);
         if (field >= least_ && field < past_ && field->tag == tag) [[likely]]
             return field;
         return field_numbered(field_number_of_tag(tag));
@@ -213,13 +214,17 @@ private:
             }
             ask_for(sums_, std::uint64_t{left.elements} * nested_type(left.field)->structure_size);
         }
+        go_on_in(left);
+        if constexpr (by == By::number) find_rows();
+        return true;
+    }
+
+    VESK_INLINE void go_on_in(const Outer& left) {
         --outer_;
         end_ = left.end;
         type_ = left.type;
         least_ = left.field + 1;
         past_ = past_fields(type_);
-        if constexpr (by == By::number) find_rows();
-        return true;
     }
 
     const std::uint8_t* at_;
