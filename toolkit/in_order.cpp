@@ -152,7 +152,7 @@ private:
 
     // The field of a tag's number: in most types the numbers are the places, from 1 on. Null if there is none.
     VESK_INLINE const vesk_field* field_of(std::uint32_t tag) const {
-        static_assert(sizeof(vesk_field) == 24, "a tag without its wire type is 8 times the number");
+        static_assert(sizeof(vesk_field) == 24, "3 times a tag without its wire type, which is 8 times the number");
         const std::uint64_t offset = std::uint64_t{tag & ~7u} * 3;
         const auto* const field = reinterpret_cast<const vesk_field*>(before_first_ + offset);
         if (field >= least_ && field < past_ && field->tag == tag) [[likely]]
