@@ -55,21 +55,32 @@ void enter(vesk_arena& arena, Chunk* chunk) {
     allot(arena, memory_of(chunk), chunk->end);
 }
 
-// Goes on with a chunk that has room for `size` bytes: one that an earlier message has left, or a new one.
+void give_back(const vesk_arena& arena, Chunk* chunk) {
+    permit(memory_of(chunk), chunk->end);
+    arena.release(chunk, arena.context);
+}
+
+// Goes on with a chunk that has room for `size` bytes: one that an earlier message has left, or a new one. Those that
+// are too small are given back: else every message that is larger than all before it would leave one behind. So what is
+// held where a chunk is asked for was needed by this message, each for a request that did not fit into the one before.
 bool next_chunk(vesk_arena& arena, std::uint64_t size) {
     const std::uint64_t within_limit = arena.bytes_left + static_cast<std::uint64_t>(arena.end - arena.next);
     if (arena.alloc == nullptr || size > within_limit || size > SIZE_MAX - sizeof(Chunk)) return false;
     Chunk* const current = chunk_of(arena.chunk);
-    Chunk* const kept = current != nullptr ? current->next : chunk_of(arena.first_chunk);
-    if (kept != nullptr && static_cast<std::uint64_t>(kept->end - memory_of(kept)) >= size) {
-        enter(arena, kept);
-        return true;
+    while (current != nullptr && current->next != nullptr) {
+        Chunk* const kept = current->next;
+        if (static_cast<std::uint64_t>(kept->end - memory_of(kept)) >= size) {
+            enter(arena, kept);
+            return true;
+        }
+        current->next = kept->next;
+        give_back(arena, kept);
     }
     const std::uint64_t whole = size + sizeof(Chunk) > usual_chunk ? size + sizeof(Chunk) : usual_chunk;
     void* const block = arena.alloc(whole, arena.context);
     if (block == nullptr) return false;
     Chunk* const made = chunk_of(block);
-    *made = {kept, static_cast<unsigned char*>(block) + whole};
+    *made = {nullptr, static_cast<unsigned char*>(block) + whole};
     if (current != nullptr) {
         current->next = made;
     } else {
@@ -184,8 +195,7 @@ void vesk_arena_close(vesk_arena* arena) {
     if (arena->buffer != nullptr) permit(arena->buffer, arena->buffer_end);
     for (Chunk* chunk = chunk_of(arena->first_chunk); chunk != nullptr;) {
         Chunk* const next = chunk->next;
-        permit(memory_of(chunk), chunk->end);
-        arena->release(chunk, arena->context);
+        give_back(*arena, chunk);
         chunk = next;
     }
     begin(arena);

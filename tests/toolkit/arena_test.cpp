@@ -2,6 +2,7 @@
 #include <vesk/client_service.h>
 #include <vesk/vesk_toolkit.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 
@@ -146,6 +147,42 @@ TEST(arena, reset_keeps_the_memory_for_the_next_message) {
     }
     vesk_arena_close(&it.arena);
     EXPECT_EQ(it.ledger.blocks_out(), 0u);
+}
+
+// The most bytes that were out at a time.
+std::uint64_t most_held(const Ledger& ledger) {
+    std::uint64_t held = 0;
+    std::uint64_t most = 0;
+    for (const Request& request : ledger.history()) {
+        held += request.what == Request::What::alloc ? request.size : -request.size;
+        most = std::max(most, held);
+    }
+    return most;
+}
+
+TEST(arena, messages_each_larger_than_the_one_before_leave_no_memory_behind) {
+    BlockArena it;
+    constexpr std::uint64_t largest = 109000;
+    for (std::uint64_t size = 9000; size <= largest; size += 100) {
+        ASSERT_NE(vesk_arena_alloc(size, &it.arena), nullptr);
+        vesk_arena_reset(&it.arena);
+    }
+    EXPECT_LE(most_held(it.ledger), 2 * largest);
+}
+
+TEST(arena, no_more_than_twice_the_limit_and_8_kib_is_held_whatever_is_asked_for) {
+    constexpr std::uint64_t limit = 100000;
+    for (std::uint64_t seed = 1; seed <= 20; ++seed) {
+        BlockArena it;
+        vesk_arena_limit(&it.arena, limit, UINT64_MAX);
+        std::mt19937_64 random(seed);
+        for (int message = 0; message < 300; ++message) {
+            while (vesk_arena_alloc(random() % (std::uint64_t{1} << random() % 18), &it.arena) != nullptr) {
+            }
+            vesk_arena_reset(&it.arena);
+        }
+        EXPECT_LE(most_held(it.ledger), 2 * limit + 8192 + limit / 100) << seed;
+    }
 }
 
 TEST(arena, blocks_do_not_overlap_whatever_is_asked_for) {
