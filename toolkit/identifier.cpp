@@ -33,9 +33,11 @@ std::int32_t try_identifier(const vesk_options& options, const void* bytes, std:
     Trial trial{{}, cost, false};
     vesk_arena_of_buffer(&trial.arena, options.scratch, options.scratch_size);
     void* const message = vesk_arena_alloc(sizeof(vesk_drin_eid_st), &trial.arena);
-    if (message == nullptr) return VESK_OPAQUE;
-    const std::int32_t code =
-        vesk_drin_eid_st_decode_ext(static_cast<vesk_drin_eid_st*>(message), bytes, length, allocate, &trial, flags);
+    std::int32_t code = VESK_OPAQUE;
+    if (message != nullptr) {
+        code = vesk_drin_eid_st_decode_ext(static_cast<vesk_drin_eid_st*>(message), bytes, length, allocate, &trial,
+                                           flags);
+    }
     vesk_arena_close(&trial.arena);
     return trial.exhausted ? VESK_OPAQUE : code;
 }

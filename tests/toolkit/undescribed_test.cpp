@@ -75,8 +75,9 @@ TEST(undescribed, identifier_that_needs_more_than_the_scratch_memory_is_opaque) 
     options.scratch_size = sizeof scratch;
     EXPECT_EQ(check(with_identifier({200}), &options).code, VESK_OPAQUE);
     EXPECT_EQ(check(with_identifier({20}), &options).code, VESK_OK);
-    options.scratch_size = 8;
+    options.scratch_size = sizeof(vesk_drin_eid_st) - 8;
     EXPECT_EQ(check(with_identifier({0}), &options).code, VESK_OPAQUE);
+    std::memset(scratch, 0, sizeof scratch);  // is the caller's again: no address sanitizer objects
 }
 
 struct Judge {
