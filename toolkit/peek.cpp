@@ -61,15 +61,16 @@ PathStep read_step(const vesk_type* type, const char* path) {
     return step;
 }
 
-// VESK_OK if a message of this type can have such a path. `*last` becomes its last field; null if it has none.
-std::int32_t check_path(const vesk_type* type, const char* path, const vesk_field** last) {
-    *last = nullptr;
+// VESK_OK if a message of this type can have such a path. `*last` becomes its last step, without a field if it has
+// none.
+std::int32_t check_path(const vesk_type* type, const char* path, PathStep* last) {
+    *last = {};
     while (*path != '\0') {
         type = describe(type);
         if (type == nullptr) return VESK_OPAQUE;
         const PathStep step = read_step(type, path);
         if (step.rest == nullptr) return VESK_NO_SUCH_PATH;
-        *last = step.field;
+        *last = step;
         path = step.rest;
         type = vesk_field_nested(step.field);
     }
@@ -259,16 +260,14 @@ std::int32_t follow(const vesk_type* type, const char* path, Range range, bool f
     return VESK_OK;
 }
 
-// The path, then the input as a whole unless the first occurrence is wanted, then the value.
-std::int32_t peek(const vesk_type* type, const char* path, const void* input, std::uint64_t length, vesk_value* value,
-                  const vesk_options* given, const vesk_field** last) {
+// What a path that check_path has understood leads to: first the input as a whole, unless the first occurrence is
+// wanted.
+std::int32_t look_up(const vesk_type* type, const char* path, const void* input, std::uint64_t length,
+                     const vesk_options* given, vesk_value* value) {
     vesk_options own_options;
-    const vesk_options& options = read_options(given, &own_options);
-    std::int32_t code = check_path(type, path, last);
-    if (code != VESK_OK) return code;
-    const bool first = (options.flags & VESK_FIRST_OCCURRENCE) != 0;
+    const bool first = (read_options(given, &own_options).flags & VESK_FIRST_OCCURRENCE) != 0;
     if (!first) {
-        code = vesk_check(type, input, length, 0, nullptr, given);
+        const std::int32_t code = vesk_check(type, input, length, 0, nullptr, given);
         if (code != VESK_OK) return code;
     }
     const std::uint8_t* const at = static_cast<const std::uint8_t*>(input);
@@ -280,9 +279,10 @@ std::int32_t peek(const vesk_type* type, const char* path, const void* input, st
 
 int32_t vesk_peek(const vesk_type* type, const char* path, const void* input, uint64_t length, vesk_value* value,
                   const vesk_options* options) {
-    const vesk_field* last;
+    vesk::PathStep last;
     vesk_value found;
-    const std::int32_t code = vesk::peek(type, path, input, length, &found, options, &last);
+    std::int32_t code = vesk::check_path(type, path, &last);
+    if (code == VESK_OK) code = vesk::look_up(type, path, input, length, options, &found);
     if (code == VESK_OK) vesk::write_common(value, found);
     return code;
 }
@@ -291,12 +291,14 @@ int32_t vesk_iterate(vesk_iterator* iterator, const vesk_type* type, const char*
                      uint64_t length, const vesk_options* options) {
     *iterator = {};
     iterator->size = sizeof *iterator;
-    const vesk_field* last;
+    vesk::PathStep last;
     vesk_value list;
-    const std::int32_t code = vesk::peek(type, path, input, length, &list, options, &last);
+    std::int32_t code = vesk::check_path(type, path, &last);
     if (code != VESK_OK) return code;
-    if (last == nullptr || list.kind != last->kind || !vesk::has_count(last)) return VESK_NO_SUCH_PATH;
-    iterator->field = last;
+    if (last.field == nullptr || last.has_element || !vesk::has_count(last.field)) return VESK_NO_SUCH_PATH;
+    code = vesk::look_up(type, path, input, length, options, &list);
+    if (code != VESK_OK) return code;
+    iterator->field = last.field;
     iterator->next = static_cast<const unsigned char*>(list.data);
     iterator->end = iterator->next + list.length;
     return VESK_OK;

@@ -101,7 +101,7 @@ typedef struct vesk_cost {
 /* Bits of options' flags. */
 enum vesk_option_flag {
     /* vesk_peek, vesk_iterate: the first occurrence counts, and what follows it is not looked at, so that an error
-     * there is not seen. */
+     * there is not seen. What precedes it is stepped over, so that an error inside another field is not seen either. */
     VESK_FIRST_OCCURRENCE = 1
 };
 

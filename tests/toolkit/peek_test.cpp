@@ -166,6 +166,9 @@ TEST(peek, error_anywhere_counts_unless_the_first_occurrence_is_wanted) {
     EXPECT_EQ(Peeked("pem_data", "f3", input).code, VESK_WRONG_WIRE_TYPE);
     EXPECT_EQ(Peeked("pem_data", "f3", input, VESK_FIRST_OCCURRENCE).code, VESK_OK);
     EXPECT_EQ(Peeked("pem_data", "entity_common", input, VESK_FIRST_OCCURRENCE).code, VESK_WRONG_WIRE_TYPE);
+    const Bytes wrong_inside = message(message_field(1, hex("08")), number_field(3, 1));
+    EXPECT_EQ(Peeked("pem_data", "f3", wrong_inside).code, VESK_WRONG_WIRE_TYPE);
+    EXPECT_EQ(Peeked("pem_data", "f3", wrong_inside, VESK_FIRST_OCCURRENCE).code, VESK_OK);
     const Bytes cut = message(number_field(3, 1), hex("0A 05"));
     EXPECT_EQ(Peeked("pem_data", "f4", cut, VESK_FIRST_OCCURRENCE).code, VESK_MALFORMED);
     EXPECT_EQ(Peeked("pem_data", "entity_common.f2", cut, VESK_FIRST_OCCURRENCE).code, VESK_MALFORMED);
@@ -201,15 +204,17 @@ TEST(peek, value_is_left_alone_after_an_error) {
     EXPECT_EQ(value.number, 42u);
 }
 
-TEST(iterate, path_of_anything_but_a_list_is_no_such_path) {
+TEST(iterate, path_of_anything_but_a_list_is_no_such_path_whatever_the_input) {
     vesk_iterator iterator;
-    const Bytes input = message(number_field(3, 1), message_field(1, {}));
-    for (const char* path : {"", "f3", "entity_common"}) {
-        EXPECT_EQ(vesk_iterate(&iterator, vesk_type_named("pem_data"), path, input.data(), input.size(), nullptr),
-                  VESK_NO_SUCH_PATH)
-            << path;
-        vesk_value element = empty_value();
-        EXPECT_EQ(vesk_next(&iterator, &element), 0);
+    for (const Bytes& input : {message(number_field(3, 1), message_field(1, {})), Bytes{}, hex("18")}) {
+        for (const char* path : {"", "f3", "entity_common", "entity_common.eid.element_list[0]",
+                                 "entity_common.eid.element_list[0].f1"}) {
+            EXPECT_EQ(vesk_iterate(&iterator, vesk_type_named("pem_data"), path, input.data(), input.size(), nullptr),
+                      VESK_NO_SUCH_PATH)
+                << path;
+            vesk_value element = empty_value();
+            EXPECT_EQ(vesk_next(&iterator, &element), 0);
+        }
     }
 }
 
