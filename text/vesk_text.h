@@ -17,8 +17,8 @@
  * is an array, or a line for each element.
  *
  * An entity identifier is printed and parsed by the description that its library has of itself, as the stand-in's; see
- * vesk_toolkit.h. Where there is none, an identifier with content, or one that a text names, ends a call with
- * VESK_OPAQUE.
+ * vesk_toolkit.h. Where there is none, an identifier that would be printed, or that a text names, ends a call with
+ * VESK_OPAQUE; in encoded bytes any identifier does, and the report has no path then.
  *
  * docs/text.md shows both formats and every function by example. */
 #ifndef VESK_TEXT_H
@@ -107,7 +107,7 @@ typedef struct vesk_text_options {
 
     /* Parsing: the memory that the parser itself needs until the call returns, and a limit for it in bytes. It comes
      * from `alloc` and goes back to `release`, both with `context`; default: malloc and free. Printing needs none.
-     * The parser asks for the length of the text and, as it goes, for more: 3 to 7 bytes a character in all for texts
+     * The parser asks for the length of the text and, as it goes, for more: it holds 3 to 7 bytes a character for texts
      * of every day, 49 and 2 KiB at the most. Default of the limit: UINT64_MAX, none but this. */
     vesk_alloc alloc;
     vesk_release release;
@@ -198,8 +198,9 @@ VESK_API int32_t vesk_text_print_encoded(const vesk_type* type, const void* inpu
  *   options  all count; may be null
  *
  * JSON: a field may be named as in the schema ("entity_common") or in the mapping's way ("entityCommon"). A number may
- * be written as 300, 3e2, 300.0 or as a string of these; base64 in its standard or URL-safe alphabet, with or without
- * padding. null and a list without elements stand for an absent field. A byte order mark is no JSON.
+ * be written as 300, 3e2, 300.0 or as a string of these; base64 in the characters of its standard and its URL-safe
+ * alphabet, with or without padding. null and a list without elements stand for an absent field. A byte order mark is no
+ * JSON.
  * Text format: as protobuf's parser reads it; a field of the same name may stand in one message again if it is a list,
  * wherever.
  *

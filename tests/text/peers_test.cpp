@@ -131,5 +131,56 @@ TEST(text_peers, what_text_format_prints_is_parsed) {
     });
 }
 
+// The rows of docs/text.md.
+TEST(text_peers, protobuf_reads_otherwise_what_the_page_lists) {
+    struct Row {
+        Format format;
+        const char* type;
+        const char* text;
+        std::int32_t code;  // of ours
+        bool theirs;        // whether protobuf reads it
+    };
+    const std::string line_feed = "{\"f5\":\"a\nb\"}";
+    const Row rows[] = {
+        {Format::json, "led_data", R"({"f3":1,"f3":2})", VESK_TEXT_REPEATED, true},
+        {Format::json, "led_data", R"({"entity_common":{},"entityCommon":{}})", VESK_TEXT_REPEATED, true},
+        {Format::json, "led_data", R"({"f5":'text'})", VESK_TEXT_SYNTAX, true},
+        {Format::json, "led_data", R"({f3:1})", VESK_TEXT_SYNTAX, true},
+        {Format::json, "led_data", R"({"f3":1,})", VESK_TEXT_SYNTAX, true},
+        {Format::json, "led_data", R"({"f3":5.})", VESK_TEXT_SYNTAX, true},
+        {Format::json, "led_data", line_feed.c_str(), VESK_TEXT_SYNTAX, true},
+        {Format::json, "resp_container_eid_nodeid", R"({"container_eid_nodeid_list":[null]})", VESK_TEXT_WRONG_KIND,
+         true},
+        {Format::json, "resp_container_eid_nodeid", R"({"container_eid_nodeid_list":{}})", VESK_TEXT_WRONG_KIND, true},
+        {Format::json, "resp_container_eid_nodeid", R"({"container_eid_nodeid_list":[[{}]]})", VESK_TEXT_WRONG_KIND,
+         true},
+        {Format::json, "led_data", R"({"f3":"1e3"})", VESK_OK, false},
+        {Format::json, "led_data", R"({"f3":"1.0"})", VESK_OK, false},
+        {Format::json, "led_data", R"({"f3":"-0"})", VESK_OK, false},
+        {Format::json, "led_data", R"({"entity_common":{"f20":18446744073709551615.0}})", VESK_OK, false},
+        {Format::json, "led_data", R"({"f3":"007"})", VESK_TEXT_WRONG_KIND, true},
+        {Format::json, "led_data", R"({"f3":"+1"})", VESK_TEXT_WRONG_KIND, true},
+        {Format::json, "led_data", R"({"f3":0e309})", VESK_TEXT_OUT_OF_RANGE, true},
+        {Format::json, "led_data", R"({"f3":1e-400})", VESK_TEXT_OUT_OF_RANGE, true},
+        {Format::json, "led_data", R"({"entity_common":{"f6":"true"}})", VESK_TEXT_WRONG_KIND, true},
+        {Format::json, "scratch_eeprom", R"({"f2":"AB=="})", VESK_OK, false},
+        {Format::json, "scratch_eeprom", R"({"f2":"+_-/"})", VESK_OK, false},
+        {Format::json, "led_data", R"({"f5":"a\u0000b"})", VESK_TEXT_NUL, true},
+        {Format::text, "led_data", R"(f5:"a\000b")", VESK_TEXT_NUL, true},
+        {Format::text, "led_data", R"(f5:"\ud83d")", VESK_TEXT_NOT_UTF8, true},
+        {Format::text, "led_data", R"(f5:"\U00110000")", VESK_TEXT_SYNTAX, true},
+        {Format::text, "led_data", R"(f5:"\X41")", VESK_OK, false},
+    };
+    pb::LogSilencer no_log;
+    for (const Row& row : rows) {
+        const Parsed parsed(row.format, type_named(row.type), row.text);
+        EXPECT_EQ(parsed.code, row.code) << row.text;
+        const auto received = new_message(row.type);
+        const bool reads = row.format == Format::json ? pb::util::JsonStringToMessage(row.text, received.get()).ok()
+                                                      : pb::TextFormat::ParseFromString(row.text, received.get());
+        EXPECT_EQ(reads, row.theirs) << row.text;
+    }
+}
+
 }  // namespace
 }  // namespace vesk::test
