@@ -198,9 +198,8 @@ VESK_API int32_t vesk_text_print_encoded(const vesk_type* type, const void* inpu
  *   options  all count; may be null
  *
  * JSON: a field may be named as in the schema ("entity_common") or in the mapping's way ("entityCommon"). A number may
- * be written as 300, 3e2, 300.0 or as a string of these; base64 in the characters of its standard and its URL-safe
- * alphabet, with or without padding. null and a list without elements stand for an absent field. A byte order mark is no
- * JSON.
+ * be written as 300, 3e2, 300.0 or as a string of these; base64 in the characters of both its alphabets, with or
+ * without padding. null and a list without elements stand for an absent field. A byte order mark is no JSON.
  * Text format: as protobuf's parser reads it; a field of the same name may stand in one message again if it is a list,
  * wherever.
  *

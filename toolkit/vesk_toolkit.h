@@ -357,8 +357,8 @@ typedef struct vesk_value {
 VESK_API int32_t vesk_peek(const vesk_type *type, const char *path, const void *input, uint64_t length,
                            vesk_value *value, const vesk_options *options);
 
-/* The elements of a list or repeated field in encoded bytes, one after the other. What follows `size` is the iterator's own; it points
- * into the input. One thread at a time. */
+/* The elements of a list or repeated field in encoded bytes, one after the other. What follows `size` is the iterator's
+ * own; it points into the input. One thread at a time. */
 typedef struct vesk_iterator {
     size_t size; /* sizeof(vesk_iterator), by vesk_iterate */
     const vesk_field *field;
@@ -368,7 +368,8 @@ typedef struct vesk_iterator {
 } vesk_iterator;
 
 /* Sets up an iterator over the list or repeated field at `path`; arguments and results as vesk_peek's, and
- * VESK_NO_SUCH_PATH also where the path names no such field. After any other result than VESK_OK the iterator has no element. */
+ * VESK_NO_SUCH_PATH also where the path names no such field. After any other result than VESK_OK the iterator has no
+ * element. */
 VESK_API int32_t vesk_iterate(vesk_iterator *iterator, const vesk_type *type, const char *path, const void *input,
                               uint64_t length, const vesk_options *options);
 

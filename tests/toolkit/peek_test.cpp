@@ -207,8 +207,8 @@ TEST(peek, value_is_left_alone_after_an_error) {
 TEST(iterate, path_of_anything_but_a_list_is_no_such_path_whatever_the_input) {
     vesk_iterator iterator;
     for (const Bytes& input : {message(number_field(3, 1), message_field(1, {})), Bytes{}, hex("18")}) {
-        for (const char* path : {"", "f3", "entity_common", "entity_common.eid.element_list[0]",
-                                 "entity_common.eid.element_list[0].f1"}) {
+        for (const char* path :
+             {"", "f3", "entity_common", "entity_common.eid.element_list[0]", "entity_common.eid.element_list[0].f1"}) {
             EXPECT_EQ(vesk_iterate(&iterator, vesk_type_named("pem_data"), path, input.data(), input.size(), nullptr),
                       VESK_NO_SUCH_PATH)
                 << path;
