@@ -241,6 +241,7 @@ std::int32_t follow(const vesk_type* type, const char* path, Range range, bool f
     while (*path != '\0') {
         type = describe(type);
         const PathStep step = read_step(type, path);
+        if (step.field == nullptr) __builtin_unreachable();
         const Found found = find_field(type, step.field, range, first);
         if (found.code != VESK_OK) return found.code;
         std::int32_t code;

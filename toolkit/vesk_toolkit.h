@@ -185,9 +185,9 @@ VESK_API uint64_t vesk_arena_limit_for(uint64_t length);
 VESK_API void *vesk_arena_alloc(uint64_t size, void *arena);
 VESK_API void vesk_arena_release(void *block, void *arena);
 
-/* Takes back all blocks and keeps the memory for the next message. What turns out too small for it is then given back: no
- * more is held than twice the largest limit in bytes and some 8 KiB. In a program with AddressSanitizer their bytes may
- * not be touched any more. */
+/* Takes back all blocks and keeps the memory for the next message. What turns out too small for it is then given back:
+ * no more is held than twice the largest limit in bytes and some 8 KiB. In a program with AddressSanitizer their bytes
+ * may not be touched any more. */
 VESK_API void vesk_arena_reset(vesk_arena *arena);
 
 /* Takes back all blocks and gives back all memory; the arena must be set up anew before it is used again. Not to be left
