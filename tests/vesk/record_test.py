@@ -328,6 +328,31 @@ class Refused(Case):
             self.refused("--limit", limit, "--", CALLS, "each", says="--limit", status=2)
         self.refused(CALLS, "each", says="PROGRAM stands after --", status=2)
         self.refused(says="PROGRAM", status=2)
+        self.refused("--", says="PROGRAM stands after --", status=2)
+        self.refused(CALLS, "--", CALLS, says="PROGRAM stands after --", status=2)
+
+    def test_program_is_never_taken_for_the_recording(self):
+        program = self.folder / "program"
+        shutil.copy(CALLS, program)
+        self.before = ["program"]
+        for words in (["--", str(program), "each"], ["--limit", "4K", "--", str(program)]):
+            self.fails("record", *words, says="OUT is required", status=2)
+        self.fails("record", str(program), "--", str(program), "each", says="is the program: OUT is another file", status=2)
+        self.assertEqual(program.read_bytes(), pathlib.Path(CALLS).read_bytes())
+        self.assertEqual(os.listdir(self.folder), self.before)
+
+    def test_older_recording_stays_where_the_program_cannot_be_started(self):
+        self.record(CALLS, "each")
+        recorded = pathlib.Path(self.out).read_bytes()
+        text = self.folder / "text"
+        text.write_text("no program\n")
+        text.chmod(0o755)
+        self.before = ["calls.rec", "text"]
+        self.fails("record", self.out, "--", str(text), says="cannot be started: Exec format error")
+        self.assertEqual(sorted(os.listdir(self.folder)), self.before)
+        self.assertEqual(pathlib.Path(self.out).read_bytes(), recorded)
+        self.record(CALLS, "each")
+        self.assertEqual(sorted(os.listdir(self.folder)), self.before)
 
     def test_recorder_that_is_missing_is_one_line_and_where_it_would_be_installed_it_is_found(self):
         alone = self.folder / "bin/vesk"

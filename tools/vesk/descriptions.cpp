@@ -100,8 +100,8 @@ std::string footer(const CLI::App& app) {
 
 std::string place_of(const CLI::Option& option) {
     const std::string name = option.get_name(true);
-    const std::string text =
-        (name == "PROGRAM" ? "-- " : "") + name + (option.get_items_expected_max() > 1 ? "..." : "");
+    if (name == "PROGRAM") return "-- PROGRAM...";  // required, though the parser is not shown it
+    const std::string text = name + (option.get_items_expected_max() > 1 ? "..." : "");
     return option.get_required() ? text : "[" + text + "]";
 }
 

@@ -98,12 +98,14 @@ std::string words_of(const CLI::ParseError& error, const CLI::App& app, const st
     return visible(error.what()) + more;
 }
 
-// A program's words are taken as they are: the parser would read "[a,b]" as two.
-void take_program(int argc, char** argv, Request& request) {
-    char** const end = argv + argc;
-    char** const mark = std::find(argv, end, std::string_view("--"));
-    if (mark == end) throw Failure("PROGRAM stands after -- (vesk record --help says more)", status_usage);
-    request.program.assign(mark + 1, end);
+// The words after --, which are taken away: the parser would read "[a,b]" as two, and the first as OUT where that is
+// left out.
+std::vector<std::string> cut_program(std::vector<std::string>& words) {
+    const auto mark = std::ranges::find(words, "--");
+    if (mark == words.end()) return {};
+    std::vector<std::string> program(mark + 1, words.end());
+    words.erase(mark, words.end());
+    return program;
 }
 
 // The word that should be a verb: the first, or that after --schema and its library.
@@ -249,9 +251,7 @@ int run(int argc, char** argv) {
     sub = verbs.add("record", "Runs a program and notes every call that it makes of the library",
                     "vesk record failure.rec -- inventory_service --socket /run/inventory.socket", record_program);
     sub->add_option("OUT", request.recording, "the recording")->required();
-    sub->add_option("PROGRAM", request.program, "after --: the program and its arguments")
-        ->expected(1, 1 << 20)
-        ->required();
+    sub->add_option("PROGRAM", request.program, "after --: the program and its arguments")->expected(0, 1 << 20);
     sub->add_option("--limit", request.limit, "that the recording may take, such as 512K or 2G; 64M if left out")
         ->type_name("BYTES");
 
@@ -271,7 +271,12 @@ int run(int argc, char** argv) {
     }
 
     std::vector<std::string> words(argv + 1, argv + argc);
-    if (first_word != "record") name_files_after_mark(words);
+    std::vector<std::string> program;
+    if (first_word == "record") {
+        program = cut_program(words);
+    } else {
+        name_files_after_mark(words);
+    }
     std::ranges::reverse(words);  // as the parser wants them
     try {
         app.parse(std::move(words));
@@ -283,7 +288,12 @@ int run(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         throw Failure(words_of(error, app, first_word), status_usage);
     }
-    if (chosen == record_program) take_program(argc, argv, request);
+    if (chosen == record_program) {
+        if (program.empty() || !request.program.empty()) {
+            throw Failure("PROGRAM stands after -- (vesk record --help says more)", status_usage);
+        }
+        request.program = program;
+    }
     settle_schema(request, first_word);
     settle(request);
     const bool takes_type = app.get_subcommands().front()->get_option_no_throw("TYPE") != nullptr;

@@ -54,7 +54,8 @@ std::uint64_t read_size(const std::string& text) {
     return size << shift;
 }
 
-// The file while it is recorded into. It takes the place of an older one of its name, whose readers keep that.
+// The file while it is recorded into. It takes the place of an older one of its name, whose readers keep that; unless
+// the program has started the older one comes back.
 class RecordingFile {
 public:
     RecordingFile(const std::string& name, std::uint64_t size) : name_(name), size_(size) {
@@ -69,9 +70,14 @@ public:
         errno = posix_fallocate(file_, 0, static_cast<off_t>(size));
         std::signal(SIGXFSZ, SIG_DFL);
         if (errno == 0) map();
+        const int why_not = errno;
+        older_ = aside + ".older";
+        if (link(name.c_str(), older_.c_str()) != 0) older_.clear();  // there is none, or no links
+        errno = why_not;
         if (errno == 0 && rename(aside.c_str(), name.c_str()) == 0) return;
         const int why = errno;
         unlink(aside.c_str());
+        if (!older_.empty()) unlink(older_.c_str());
         close(file_);
         errno = why;
         fail(quote_name(name) + ": cannot set the limit's " + std::to_string(size) + " bytes aside");
@@ -79,13 +85,20 @@ public:
     ~RecordingFile() {
         munmap(header_, size_);
         close(file_);
+        if (stays_) return;
+        if (older_.empty() || rename(older_.c_str(), name_.c_str()) != 0) unlink(name_.c_str());
     }
     RecordingFile(const RecordingFile&) = delete;
     RecordingFile& operator=(const RecordingFile&) = delete;
 
     // Mapped, or the constructor has thrown.
     const Header& header() const { return *header_; }  // NOLINT(clang-analyzer-core.uninitialized.UndefReturn)
-    void take_away() const { unlink(name_.c_str()); }
+
+    // From now on it stays, and the older one of its name goes.
+    void stay() {
+        stays_ = true;
+        if (!older_.empty()) unlink(older_.c_str());
+    }
 
     // Without the room that was not needed. Nobody may have it mapped any more.
     void trim() {
@@ -119,6 +132,8 @@ private:
     }
 
     std::string name_;
+    std::string older_;  // another name of the older one; empty if there is none
+    bool stays_ = false;
     std::uint64_t size_;
     int file_ = -1;
     Header* header_ = nullptr;
@@ -148,6 +163,13 @@ std::string whole_path(const std::string& name) {
     return whole;
 }
 
+bool is_same_file(const std::string& one, const std::string& other) {
+    struct stat left {};
+    struct stat right {};
+    return stat(one.c_str(), &left) == 0 && stat(other.c_str(), &right) == 0 && left.st_dev == right.st_dev &&
+           left.st_ino == right.st_ino;
+}
+
 // ---- The program ----
 
 volatile std::sig_atomic_t program = 0;
@@ -174,7 +196,7 @@ void become(const std::string& path, const std::vector<std::string>& words, cons
     execv(path.c_str(), arguments.data());
 }
 
-int run(const std::string& path, const Request& request, const std::string& recorder, const RecordingFile& file) {
+int run(const std::string& path, const Request& request, const std::string& recorder, RecordingFile& file) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) fail("a pipe");
     prctl(PR_SET_CHILD_SUBREAPER, 1);  // so that vesk knows of processes that the program leaves behind
@@ -203,16 +225,14 @@ int run(const std::string& path, const Request& request, const std::string& reco
     int why = 0;
     const bool started = read(ends[0], &why, sizeof why) != sizeof why;
     close(ends[0]);
+    if (started) file.stay();
     int status = 0;
     for (pid_t ended = 0; ended != child;) {
         ended = waitpid(-1, &status, 0);
         if (ended < 0 && errno != EINTR) fail("waiting for the program");
     }
     program = 0;
-    if (!started) {
-        file.take_away();
-        throw Failure(quote_name(request.program.front()) + " cannot be started: " + because(why));
-    }
+    if (!started) throw Failure(quote_name(request.program.front()) + " cannot be started: " + because(why));
     return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
@@ -234,6 +254,9 @@ int record_program(const Request& request) {
     if (limit < 4096) throw Failure("--limit is at least 4K", status_usage);
     const std::string path = find_program(request.program.front());
     refuse_unrecordable(path);
+    if (is_same_file(request.recording, path)) {
+        throw Failure(quote_name(request.recording) + " is the program: OUT is another file", status_usage);
+    }
     const std::string recorder = find_recorder();
     RecordingFile file(request.recording, limit);
     const int status = run(path, request, recorder, file);
