@@ -246,6 +246,25 @@ class Record(Case):
         self.record(FOLDER + "/recorded_calls_of_plug_in", "plug-in", FOLDER + "/librecorded_plug_in.so")
         self.assertIn("1 call of 1 process (1 encode", self.replay())
 
+    def test_program_that_cuts_the_recording_short_is_one_line(self):
+        self.record("sh", "-c", f": > '{self.out}'", status=1, says="has cut it short")
+
+    def test_standard_error_that_is_closed_is_not_the_recording(self):
+        subprocess.run(["sh", "-c", 'exec "$@" 2>&-', "sh", PROGRAM, "record", self.out, "--limit", "4K", "--", CALLS, "each"],
+                       check=True, timeout=PATIENCE)
+        self.assertTrue(pathlib.Path(self.out).read_bytes().startswith(b"VESKREC1"))
+
+    def test_other_signals_for_vesk_reach_the_program(self):
+        process = subprocess.Popen([PROGRAM, "record", self.out, "--", "python3", "-c", """if True:
+            import signal, sys
+            signal.signal(signal.SIGUSR1, lambda *_: sys.exit(7))
+            print("ready", flush=True)
+            while True: signal.pause()"""], stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        self.assertEqual(process.stdout.readline(), b"ready\n")
+        process.send_signal(signal.SIGUSR1)
+        process.communicate(timeout=PATIENCE)
+        self.assertEqual(process.returncode, 7)
+
     def test_signals_for_vesk_reach_the_program(self):
         process = subprocess.Popen([PROGRAM, "record", self.out, "--", CALLS, "wait"], stdout=subprocess.PIPE,
                                    stderr=subprocess.PIPE)
@@ -464,6 +483,9 @@ class Replay(Case):
         for content, says in ((b"", "is no recording"), (whole[:95], "cut short in its header"), (b"x" * 200, "is no recording"),
                               (bytes(other_order), "another byte order"), (whole[:100], "its header is damaged"),
                               (recording(GOOD, records_at=1 << 60), "its header is damaged"),
+                              (recording(GOOD, records_at=len(whole)), "its header is damaged"),
+                              (recording(GOOD, next=0), "its header is damaged"),
+                              (recording(GOOD, full_at=8), "its header is damaged"),
                               (recording(GOOD, types=(b"a" * 7,), records_at=100), "its names of types are damaged")):
             pathlib.Path(self.out).write_bytes(content)
             self.fails("replay", self.out, says=says)
@@ -483,6 +505,20 @@ class Replay(Case):
             "000006-scratch_eeprom-duplicate-VESK_OK.bin": NORTH})
         self.assertEqual(stat.S_IMODE(folder.stat().st_mode), 0o700)
         self.assertEqual({stat.S_IMODE(path.stat().st_mode) for path in folder.iterdir()}, {0o600})
+
+    def test_what_was_found_before_an_input_that_cannot_be_extracted_is_told(self):
+        self.write(call(DECODE, NORTH, MALFORMED), GOOD)
+        folder = self.folder / "inputs"
+        (folder / "000002-scratch_eeprom-decode-VESK_OK.bin").mkdir(parents=True)
+        done = self.vesk("replay", "--extract", str(folder), self.out)
+        self.assertEqual(done.returncode, 1)
+        self.assertIn("call 1, decode of scratch_eeprom: ", done.stdout)
+        self.assertIn("is a directory", done.stderr)
+
+    def test_end_past_the_file_that_a_killed_program_has_left_costs_nothing(self):
+        whole = recording(GOOD, size=len(recording(GOOD)), next=1 << 40)
+        pathlib.Path(self.out).write_bytes(whole)
+        self.assertIn("1 call of 1 process", self.replay())
 
     def test_folder_that_cannot_be_made_is_one_line(self):
         self.write(GOOD)

@@ -91,8 +91,14 @@ public:
     RecordingFile(const RecordingFile&) = delete;
     RecordingFile& operator=(const RecordingFile&) = delete;
 
-    // Mapped, or the constructor has thrown.
-    const Header& header() const { return *header_; }  // NOLINT(clang-analyzer-core.uninitialized.UndefReturn)
+    // Read, not looked at where it is mapped: the program may have cut the file short.
+    Header header() const {
+        Header header;
+        if (pread(file_, &header, sizeof header, 0) != sizeof header) {
+            throw Failure(quote_name(name_) + ": the program, or somebody else, has cut it short");
+        }
+        return header;
+    }
 
     // From now on it stays, and the older one of its name goes.
     void stay() {
@@ -101,8 +107,8 @@ public:
     }
 
     // Without the room that was not needed. Nobody may have it mapped any more.
-    void trim() {
-        const std::uint64_t end = header_->full_at != 0 ? header_->full_at : header_->next;
+    void trim(const Header& header) const {
+        const std::uint64_t end = header.full_at != 0 ? header.full_at : header.next;
         if (ftruncate(file_, static_cast<off_t>(std::min(end, size_))) != 0) fail(quote_name(name_));
     }
 
@@ -179,7 +185,7 @@ void hand_on(int signal, siginfo_t* from, void*) {
     if (from->si_code <= 0 && program > 0) kill(static_cast<pid_t>(program), signal);
 }
 
-constexpr int handed_on[] = {SIGINT, SIGQUIT, SIGTERM, SIGHUP};
+constexpr int handed_on[] = {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGUSR1, SIGUSR2, SIGALRM, SIGWINCH, SIGCONT};
 
 // Becomes the program. Returns if that cannot be.
 void become(const std::string& path, const std::vector<std::string>& words, const std::string& recorder,
@@ -261,12 +267,12 @@ int record_program(const Request& request) {
     RecordingFile file(request.recording, limit);
     const int status = run(path, request, recorder, file);
 
-    const Header& header = file.header();
+    const Header header = file.header();
     const std::string name = quote_name(request.recording);
     if (leaves_processes()) {
         report(name + ": processes that the program has left behind are recorded as long as they run");
     } else {
-        file.trim();
+        file.trim(header);
         if (header.processes == 0) {
             report(name + ": holds no call: no loader has preloaded the recorder into the program");
         } else if (header.next == header.records_at) {

@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -47,7 +48,8 @@ public:
         if (header_.byte_order != recording::byte_order) fail("was made on a machine with another byte order");
         if (header_.records_at < sizeof header_ || header_.records_at > input_.size()) fail("its header is damaged");
         const char* const text = reinterpret_cast<const char*>(input_.data());
-        for (std::uint64_t at = sizeof header_; types_.size() < header_.type_count;) {
+        std::uint64_t at = sizeof header_;
+        while (types_.size() < header_.type_count) {
             // Names go to the terminal and become names of files: they have the characters of a type's and no others.
             const std::uint64_t length = std::strspn(std::string(text + at, header_.records_at - at).c_str(),
                                                      "abcdefghijklmnopqrstuvwxyz0123456789_");
@@ -57,6 +59,8 @@ public:
             types_.emplace_back(text + at, length);
             at += length + 1;
         }
+        const std::uint64_t past_names = sizeof header_ + recording::rounded_up(at - sizeof header_);
+        if (header_.records_at != past_names || end_of_records() < past_names) fail("its header is damaged");
     }
 
     const Header& header() const { return header_; }
@@ -64,7 +68,7 @@ public:
     // Calls work(Noted) for each whole record, in the order in which the calls began.
     template <class Work>
     void for_each(Work work) const {
-        std::uint64_t end = header_.full_at != 0 ? header_.full_at : header_.next;
+        std::uint64_t end = end_of_records();
         const bool is_cut = end > input_.size();
         if (is_cut) {
             complain("is cut short: " + std::to_string(end - input_.size()) + " bytes are missing at its end");
@@ -97,6 +101,11 @@ public:
     }
 
 private:
+    // In the file as it was before anybody cut it short. A program that was killed may have left `next` past its size.
+    std::uint64_t end_of_records() const {
+        return std::min(header_.full_at != 0 ? header_.full_at : header_.next, header_.size);
+    }
+
     [[noreturn]] void fail(const std::string& what) const { throw Failure(name_ + ": " + what); }
     void complain(const std::string& what) const { std::cerr << "vesk: " << name_ << ": " << what << "\n"; }
     void say_damaged(std::uint64_t from, std::uint64_t to) const {
@@ -328,7 +337,10 @@ int replay_file(const Request& request) {
         ++calls;
         ++of_operation[static_cast<unsigned>(noted.call.operation)];
         processes.insert(noted.call.process);
-        if (!request.extract.empty()) extract(noted, request.extract);
+        if (!request.extract.empty()) {
+            output.close();  // should it fail
+            extract(noted, request.extract);
+        }
         const vesk_type* const type = vesk_type_named(noted.type->c_str());
         Again again;
         if (type == nullptr) {
