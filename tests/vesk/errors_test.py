@@ -39,6 +39,17 @@ class Case(FolderCase):
         self.assertEqual(sorted(path.name for path in self.folder.iterdir()), sorted(names))
 
 
+class Memory(Case):
+    def test_file_that_memory_has_no_room_for_is_one_line_and_the_others_are_tried(self):
+        with open(self.folder / "large.bin", "wb") as large:
+            large.truncate(3 << 30)
+        self.file(PEM)
+        done = self.run_vesk("check", "pem_data", "input.bin", "large.bin", "input.bin",
+                             preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (400 << 20, 400 << 20)))
+        self.assertEqual((done.returncode, done.stderr), (1, b"vesk: large.bin: not enough memory\n"))
+        self.assertEqual(done.stdout.decode().count("input.bin: decodes"), 2)
+
+
 class Inputs(Case):
     VERBS = (("check", "pem_data", "{}"), ("decode", "pem_data", "{}"), ("map", "pem_data", "{}"), ("guess", "{}"),
              ("peek", "pem_data", "f3", "{}"), ("encode", "pem_data", "{}"), ("diff", "pem_data", "{}", "{}"))
@@ -70,6 +81,30 @@ class Inputs(Case):
             self.assertEqual((done.returncode, done.stderr), (0, b""), verb)
         self.fails('"f3": the bytes have no such field', "peek", "pem_data", "f3", "input.bin")
         self.assertEqual(self.run_vesk("encode", "pem_data", "input.bin").returncode, 1)  # no JSON
+
+    def test_standard_input_that_is_closed_is_no_empty_message(self):
+        closed = ("sh", "-c", 'exec "$@" <&-', "sh")
+        self.fails("-: Bad file descriptor", "check", "pem_data", before=closed)
+        done = self.run_vesk("check", "pem_data", self.file(PEM), "-", before=closed)
+        self.assertEqual((done.returncode, done.stderr), (1, b"vesk: -: Bad file descriptor\n"))
+
+    def test_name_that_the_system_cannot_follow_is_one_line(self):
+        (self.folder / "pem_data").symlink_to("pem_data")
+        done = self.run_vesk("check", "--frames", "pem_data")
+        self.assertEqual(done.returncode, 2, done.stderr)
+        self.assertEqual(done.stderr.count(b"\n"), 1)
+        done = self.run_vesk("--schema", "a" * 300, "types")
+        self.assertEqual((done.returncode, done.stderr.count(b"\n")), (1, 1), done.stderr)
+
+    def test_input_that_does_not_block_is_waited_for(self):
+        reader, writer = os.pipe()
+        os.set_blocking(reader, False)
+        with subprocess.Popen([PROGRAM, "check", "pem_data"], stdin=reader, stdout=subprocess.PIPE) as process:
+            time.sleep(0.2)
+            os.write(writer, PEM)
+            os.close(writer)
+            self.assertIn(b"decodes", process.communicate(timeout=PATIENCE)[0])
+        os.close(reader)
 
     def test_several_files_get_a_line_each(self):
         (self.folder / "chassis").mkdir()
@@ -119,6 +154,31 @@ class Outputs(Case):
         self.file(b"", "empty.bin")
         self.file(b'{"f3": 4800}', "input.json")
         self.before = sorted(path.name for path in self.folder.iterdir())
+
+    def test_signal_that_the_caller_ignores_does_not_end_a_page(self):
+        os.mkfifo(self.folder / "slow")
+        page = subprocess.Popen([PROGRAM, "map", "--html", "page.html", "pem_data", "slow"], cwd=self.folder,
+                                preexec_fn=lambda: signal.signal(signal.SIGHUP, signal.SIG_IGN))
+        with open(self.folder / "slow", "wb") as slow:
+            while not list(self.folder.glob("page.html.*")):
+                time.sleep(0.01)
+            page.send_signal(signal.SIGHUP)
+            time.sleep(0.1)
+            slow.write(PEM)
+        self.assertEqual(page.wait(timeout=PATIENCE), 0)
+        self.assert_files(*self.before, "page.html", "slow")
+
+    def test_pipe_that_does_not_block_is_waited_for(self):
+        reader, writer = os.pipe()
+        os.set_blocking(writer, False)
+        self.file(bytes.fromhex("5a00") * 20000)
+        with subprocess.Popen([PROGRAM, "map", "--json", "resp_inv_data", "input.bin"], cwd=self.folder,
+                              stdout=writer) as process:
+            os.close(writer)
+            with open(reader, "rb") as output:
+                time.sleep(0.2)
+                self.assertTrue(output.read().endswith(b"]\n"))
+        self.assertEqual(process.returncode, 0)
 
     def test_full_disk(self):
         for verb in self.VERBS:

@@ -343,6 +343,13 @@ class Errors(Case):
         done = self.run_vesk("check", "pem_data", "--", "-x", cwd=self.folder)
         self.assertEqual((done.returncode, done.stdout.decode().split(":")[0]), (0, "./-x"))
 
+    def test_file_may_have_a_name_that_means_something_to_a_parser(self):
+        self.file(b"\x0b", "x")
+        for name in ("[x]", "[x,x]", "[]", "++"):
+            self.file(PEM, name)
+            done = self.run_vesk("check", "pem_data", name, cwd=self.folder)
+            self.assertEqual((done.returncode, done.stdout.decode().split(":")[0]), (0, "./" + name))
+
     def test_version_is_the_projects(self):
         self.assertRegex(self.vesk("--version"), r"^vesk \d+\.\d+\.\d+\n$")
 

@@ -1,6 +1,7 @@
 #include "tools/vesk/input.hpp"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,7 +9,6 @@
 #include <cctype>
 #include <cerrno>
 #include <cstring>
-#include <new>
 
 #include "tools/vesk/failure.hpp"
 #include "tools/vesk/output.hpp"
@@ -155,7 +155,7 @@ Input::Input(const std::string& name, Form form) : name_(name) {
 // A large block is moved without being copied, so there are never two of them.
 void Input::grow(std::uint64_t capacity) {
     auto* const block = static_cast<std::uint8_t*>(std::realloc(bytes_.get(), capacity));
-    if (block == nullptr) throw std::bad_alloc();
+    if (block == nullptr) throw Failure(quote_name(name_) + ": not enough memory");
     static_cast<void>(bytes_.release());
     bytes_.reset(block);
     capacity_ = capacity;
@@ -168,6 +168,10 @@ void Input::read_all(int file, std::uint64_t most) {
         const ssize_t got = read(file, bytes_.get() + size_, capacity_ - size_);
         if (got == 0) break;
         if (got < 0 && errno == EINTR) continue;
+        if (got < 0 && errno == EAGAIN) {
+            wait_until(file, POLLIN);
+            continue;
+        }
         if (got < 0) fail(name_, errno);
         size_ += static_cast<std::uint64_t>(got);
     }

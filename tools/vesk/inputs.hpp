@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <new>
 
 #include "tools/vesk/failure.hpp"
 #include "tools/vesk/output.hpp"
@@ -46,6 +47,10 @@ int status_of(Work work) {
         Output::flush_standard();
         complain(failure.what());
         return failure.status();
+    } catch (const std::bad_alloc&) {
+        Output::flush_standard();
+        complain("not enough memory");
+        return status_failed;
     }
 }
 

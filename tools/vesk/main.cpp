@@ -1,4 +1,7 @@
 // vesk: the command for whoever has a failing message in front of them.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <csignal>
@@ -98,16 +101,6 @@ std::string words_of(const CLI::ParseError& error, const CLI::App& app, const st
     return visible(error.what()) + more;
 }
 
-// The words after --, which are taken away: the parser would read "[a,b]" as two, and the first as OUT where that is
-// left out.
-std::vector<std::string> cut_program(std::vector<std::string>& words) {
-    const auto mark = std::ranges::find(words, "--");
-    if (mark == words.end()) return {};
-    std::vector<std::string> program(mark + 1, words.end());
-    words.erase(mark, words.end());
-    return program;
-}
-
 // The word that should be a verb: the first, or that after --schema and its library.
 std::string verb_of(int argc, char** argv) {
     int place = 1;
@@ -134,7 +127,8 @@ void settle_schema(const Request& request, const std::string& verb) {
 // With --frames there is no TYPE: what stands in its place is a file.
 void settle(Request& request) {
     if (request.frames && !request.type.empty()) {
-        if (vesk_type_named(request.type.c_str()) != nullptr && !std::filesystem::exists(request.type)) {
+        std::error_code error;
+        if (vesk_type_named(request.type.c_str()) != nullptr && !std::filesystem::exists(request.type, error)) {
             throw Failure("TYPE is left out with --frames: each frame names its own", status_usage);
         }
         request.files.insert(request.files.begin(), request.type);
@@ -146,14 +140,28 @@ void settle(Request& request) {
     }
 }
 
-// After -- there are files alone, which may begin with a hyphen; the parser takes no file after it.
-void name_files_after_mark(std::vector<std::string>& words) {
+// What the parser would take for something else is named in another way: "[a,b]", which is two words to it, "++", which
+// ends a verb, and after -- files that begin with a hyphen, since it takes none there.
+void name_files(std::vector<std::string>& words) {
+    for (std::string& word : words) {
+        if (word == "++" || (word.starts_with('[') && word.ends_with(']'))) word.insert(0, "./");
+    }
     const auto mark = std::ranges::find(words, "--");
     if (mark == words.end()) return;
     for (auto word = mark + 1; word != words.end(); ++word) {
         if (word->starts_with('-') && *word != "-") word->insert(0, "./");
     }
     words.erase(mark);
+}
+
+// A number below 3 that is closed would be given to the next file, and what is meant for standard error be written into
+// it. Each is taken here, so that it can be neither read nor written to, as if it were closed; for a program that is
+// recorded it is.
+void take_closed_numbers() {
+    for (const int number : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(number, F_GETFD) >= 0) continue;
+        static_cast<void>(open("/dev/null", (number == STDIN_FILENO ? O_WRONLY : O_RDONLY) | O_CLOEXEC));
+    }
 }
 
 int run(int argc, char** argv) {
@@ -270,13 +278,12 @@ int run(int argc, char** argv) {
         return status_ok;
     }
 
-    std::vector<std::string> words(argv + 1, argv + argc);
-    std::vector<std::string> program;
-    if (first_word == "record") {
-        program = cut_program(words);
-    } else {
-        name_files_after_mark(words);
-    }
+    // A program's words are not for the parser: it would take the first for OUT where that is left out.
+    char** const end = argv + argc;
+    char** const mark = first_word == "record" ? std::find(argv + 1, end, std::string_view("--")) : end;
+    const std::vector<std::string> program(mark == end ? end : mark + 1, end);
+    std::vector<std::string> words(argv + 1, mark);
+    name_files(words);
     std::ranges::reverse(words);  // as the parser wants them
     try {
         app.parse(std::move(words));
@@ -307,6 +314,7 @@ int run(int argc, char** argv) {
 }  // namespace vesk::tool
 
 int main(int argc, char** argv) {
+    vesk::tool::take_closed_numbers();
     // A broken pipe and a file that may not grow are errors like any other.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
@@ -317,6 +325,8 @@ int main(int argc, char** argv) {
         return failure.status();
     } catch (const std::bad_alloc&) {
         std::cerr << "vesk: not enough memory\n";
-        return vesk::tool::status_failed;
+    } catch (const std::exception& error) {
+        std::cerr << "vesk: " << vesk::tool::visible(error.what()) << "\n";
     }
+    return vesk::tool::status_failed;
 }

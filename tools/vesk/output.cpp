@@ -1,6 +1,7 @@
 #include "tools/vesk/output.hpp"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -110,7 +111,9 @@ void Output::open_aside() {
         umask(mask);
         fchmod(file_, 0666 & ~mask);
         written_aside = aside_.c_str();
-        for (const int signal : ending_signals) std::signal(signal, end_by);
+        for (const int signal : ending_signals) {
+            if (std::signal(signal, end_by) == SIG_IGN) std::signal(signal, SIG_IGN);  // as whoever called wants it
+        }
     } else {
         aside_.clear();
     }
@@ -153,6 +156,10 @@ void Output::flush() {
     while (at < held_.size()) {
         const ssize_t written = ::write(file_, held_.data() + at, held_.size() - at);
         if (written < 0 && errno == EINTR) continue;
+        if (written < 0 && errno == EAGAIN) {
+            wait_until(file_, POLLOUT);
+            continue;
+        }
         if (written < 0) {
             const int why = errno;
             held_.clear();
@@ -170,6 +177,11 @@ void Output::close() {
         throw OutputFailure(name_ + ": " + because(errno));
     written_aside = nullptr;
     aside_.clear();
+}
+
+void wait_until(int file, short events) {
+    pollfd it{file, events, 0};
+    poll(&it, 1, -1);
 }
 
 std::string counted(std::uint64_t count, const std::string& what, const std::string& ending) {

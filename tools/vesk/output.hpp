@@ -53,6 +53,9 @@ private:
     std::exception_ptr failure_;
 };
 
+// Of a file that does not block: until it is ready, or has an error that the next call will say.
+void wait_until(int file, short events);
+
 // "1 byte", "2 bytes".
 std::string counted(std::uint64_t count, const std::string& what, const std::string& ending = "s");
 

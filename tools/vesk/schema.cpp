@@ -20,7 +20,8 @@ Schema schema;  // until the program ends
 
 // The loader looks for a name without a slash where libraries are installed, and nowhere else.
 std::string path_of(const std::string& library) {
-    const bool is_here = library.find('/') == std::string::npos && std::filesystem::exists(library);
+    std::error_code error;
+    const bool is_here = library.find('/') == std::string::npos && std::filesystem::exists(library, error);
     return is_here ? "./" + library : library;
 }
 
