@@ -110,7 +110,7 @@ class Schema(unittest.TestCase):
 
     def test_differences_name_what_a_protobuf_reads_in_another_way(self):
         rows = {"900105080190012d": "A list whose elements have another field between them",
-                "90010595012d": "A known field with a wire type that is not its own",
+                "90010595012d000000": "A known field with a wire type that is not its own",
                 "8a01058080808010": "A flag whose number has bits above the 32nd only"}
         for given, row in rows.items():
             out, _, _ = vesk("check", "foreign_all", "--hex", "--json", "--differences", text=given)

@@ -15,6 +15,7 @@ constexpr std::uint64_t longest_tag = 5;
 constexpr std::uint64_t longest_number = 10;
 constexpr std::uint64_t most_bytes_of_a_length = 5;
 constexpr std::uint64_t longest_length = 0x7FFFFFFF - 16;
+constexpr std::uint32_t most_groups = 100;  // inside one another
 
 struct Quoted {
     std::string_view bytes;
@@ -94,10 +95,36 @@ private:
         if (number.size() > longest_number) differ(tag.from, path_, Row::number_of_more_than_10_bytes_is_read);
     }
 
-    // A tag that is refused here. A longer one, or of another wire type, is refused there, too.
-    void compare_refused(const Varint& tag, const vesk_field* field, bool again) const {
+    // Where it goes on behind a field that it does not know; `never` if it refuses that.
+    std::uint64_t past_unknown(const Varint& tag, std::uint64_t end, std::uint32_t groups_around = 0) const {
+        if (tag.to == never || tag.size() > longest_tag || tag.number() == 0) return never;
+        const auto past = [&](std::uint64_t size) { return end - tag.to >= size ? tag.to + size : never; };
+        const Varint number = read(tag.to, end);
+        switch (tag.wire_type()) {
+            case varint_type: return number.to != never && number.size() <= longest_number ? number.to : never;
+            case length_type: return number.reaches_past(end) ? never : number.to + number.length();
+            case fixed64_type: return past(8);
+            case fixed32_type: return past(4);
+            case group_type: return groups_around < most_groups ? past_group(tag, end, groups_around) : never;
+            default: return never;
+        }
+    }
+
+    std::uint64_t past_group(const Varint& begin, std::uint64_t end, std::uint32_t groups_around) const {
+        for (std::uint64_t at = begin.to; at != never;) {
+            const Varint tag = read(at, end);
+            if (tag.to != never && tag.wire_type() == end_of_group_type) {
+                return tag.number() == begin.number() ? tag.to : never;
+            }
+            at = past_unknown(tag, end, groups_around + 1);
+        }
+        return never;
+    }
+
+    // A tag that is refused here. What is longer, cut short or of another wire type is refused there, too.
+    void compare_refused(const Varint& tag, const vesk_field* field, bool again, std::uint64_t end) const {
         const std::uint32_t wire_type = tag.wire_type();
-        if (tag.size() > longest_tag || tag.number() == 0) return;
+        if (past_unknown(tag, end) == never) return;
         if (wire_type == group_type) return differ(tag.from, refused_, Row::group_is_refused);
         const bool is_skipped = wire_type <= length_type || wire_type == fixed32_type;
         if (field == nullptr || !is_skipped) return;
@@ -121,7 +148,7 @@ private:
         if (tag.to == never) return give(end, Role::tag, depth, refused_, "a tag: refused, it is cut short");
         const vesk_field* const field = vesk_type_field_numbered(type, tag.number());
         const bool again = field != nullptr && (occurred >> field->presence_bit & 1) != 0;
-        compare_refused(tag, field, again);
+        compare_refused(tag, field, again, end);
         const std::string why = why_refused(tag, field, again, end);
         if (field == nullptr) {
             give(tag.to, Role::tag, depth, refused_, "unknown field ", tag.number(), ": refused, ", why);
@@ -308,7 +335,7 @@ private:
 
     void give_refused_scalars(const vesk_field* field, const Varint& tag, std::uint64_t end, std::uint32_t depth) {
         stopped_ = true;
-        compare_refused(tag, field, false);
+        compare_refused(tag, field, false, end);
         give(tag.to, Role::tag, depth, refused_, field, ": refused, ", why_refused(tag, field, false, end));
     }
 

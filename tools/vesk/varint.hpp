@@ -11,6 +11,7 @@ constexpr std::uint32_t varint_type = 0;
 constexpr std::uint32_t fixed64_type = 1;
 constexpr std::uint32_t length_type = 2;
 constexpr std::uint32_t group_type = 3;
+constexpr std::uint32_t end_of_group_type = 4;
 constexpr std::uint32_t fixed32_type = 5;
 
 // A varint of any length, of which the low 64 bits count; `to` is `never` if it runs past the end.
