@@ -284,6 +284,14 @@ class Diff(Case):
         self.assertEqual(printed.splitlines(), ['entity_common.f2: "psu</script>" | "psu"', "entity_common.f4: 7 | absent",
                                                 "f3: 4800 | 4801", "f4: absent | 1"])
 
+    def test_long_values_that_part_after_what_is_shown_say_where(self):
+        bytes_field = [self.file(bytes.fromhex("1229") + b"a" * 40 + last, last.decode()) for last in (b"x", b"y")]
+        shown = "41 bytes: " + "61" * 32 + "..."
+        self.assertEqual(self.vesk("diff", "scratch_eeprom", *bytes_field, status=1),
+                         f"f2: {shown} | {shown} (the first 40 bytes are the same)\n")
+        string = [self.file(bytes.fromhex("0a8927") + b"a" * 5000 + last, last.decode()) for last in (b"x", b"y")]
+        self.assertTrue(self.vesk("diff", "scratch_eeprom", *string, status=1).endswith(" (the first 5000 bytes are the same)\n"))
+
 
 class Frames(Case):
     @staticmethod

@@ -1,5 +1,6 @@
 #include "tools/vesk/values.hpp"
 
+#include <algorithm>
 #include <charconv>
 #include <cstring>
 
@@ -22,6 +23,20 @@ std::string real_in_words(std::uint64_t number) {
     return {text, std::to_chars(text, text + sizeof text, real).ptr};
 }
 
+std::string_view bytes_of(const vesk_value& value) {
+    return {static_cast<const char*>(value.data), value.data != nullptr ? value.length : 0};
+}
+
+// Of two strings or bytes whose beginnings, which are shown, are the same.
+std::string where_they_part(const vesk_value& left, const vesk_value& right) {
+    const std::string_view one = bytes_of(left);
+    const std::string_view other = bytes_of(right);
+    const auto [in_one, in_other] = std::ranges::mismatch(one, other);
+    const auto same = static_cast<std::size_t>(in_one - one.begin());
+    const bool is_seen = same < (left.kind == VESK_KIND_BYTES ? most_of_bytes : most_of_a_string);
+    return is_seen ? "" : " (the first " + counted(same, "byte") + " are the same)";
+}
+
 }  // namespace
 
 std::string number_in_words(std::uint16_t kind, std::uint64_t number) {
@@ -42,7 +57,7 @@ std::string bytes_in_words(std::string_view bytes) {
 }
 
 std::string value_in_words(const vesk_value& value, bool of_message) {
-    const std::string_view bytes(static_cast<const char*>(value.data), value.data != nullptr ? value.length : 0);
+    const std::string_view bytes = bytes_of(value);
     switch (value.kind) {
         case VESK_KIND_BOOL:
             return of_message ? std::to_string(value.number) : number_in_words(VESK_KIND_BOOL, value.number);
@@ -59,8 +74,10 @@ std::string difference_in_words(const Output& output, const char* path, const ve
     const auto words = [](const vesk_value* value) {
         return value != nullptr ? value_in_words(*value, true) : "absent";
     };
+    const bool has_bytes =
+        left != nullptr && right != nullptr && (left->kind == VESK_KIND_STRING || left->kind == VESK_KIND_BYTES);
     return std::string(path) + ": " + output.in(Ink::bad, words(left)) + " | " + output.in(Ink::good, words(right)) +
-           "\n";
+           (has_bytes ? where_they_part(*left, *right) : "") + "\n";
 }
 
 }  // namespace vesk::tool
